@@ -1,0 +1,62 @@
+#include "logging/FunctionTrace.h"
+
+#include "logging/Logger.h"
+#include "settings/Settings.h"
+#include "system/Exception.h"
+
+bool isTraceOn(const LoggerComponent& component, uint32_t level) {
+  if (!Logger::exists())
+    return false;
+  if (!Settings().isValid())
+    return false;
+  return BasicLogger::getInstance().isLevelEnabled(component, level);
+}
+
+FunctionTrace FunctionTrace::open(const LoggerComponent& component,
+                                  const std::string& functionName) {
+  const bool traceOn = isTraceOn(component, LOG_TRACE);
+  BasicLogger& logger = BasicLogger::getInstance();
+  return FunctionTrace(logger, component, traceOn ? functionName : std::string(), LOG_TRACE, true);
+}
+
+FunctionTrace::FunctionTrace(BasicLogger& logger, const LoggerComponent& component,
+                             const std::string& functionName, uint32_t level, bool traceWanted)
+    : component_(&component), logger_(&logger) {
+  if (!traceWanted)
+    return;
+  level_ = level;
+  on_ = logger_->isLevelEnabled(*component_, level_);
+  if (!on_)
+    return;
+  functionName_ = functionName;
+  logger_->write(*component_, level_, ("+" + functionName_).c_str());
+  logger_->enterFunction();
+}
+
+FunctionTrace::~FunctionTrace() {
+  if (!on_)
+    return;
+  try {
+    std::string text = "-" + functionName_;
+    if (!result_.empty())
+      text += " rc=" + result_;
+    logger_->leaveFunction();
+    logger_->write(*component_, level_, text.c_str());
+  } catch (const Exception&) {
+    // The exit line is best effort.
+  }
+}
+
+void FunctionTrace::setRc(int value) {
+  result_ = LogText(static_cast<int32_t>(value), 10);
+}
+
+void FunctionTrace::setRc(const std::string& text) {
+  result_ = text;
+}
+
+void FunctionTrace::log(const std::string& text) {
+  if (!logger_->isLevelEnabled(*component_, LOG_DETAIL))
+    return;
+  logger_->write(*component_, level_, functionName_ + text);
+}

@@ -1,0 +1,195 @@
+#include "printers/PrinterSpoolerWrapper.h"
+
+#include <winspool.h>
+
+#include <memory>
+#include <new>
+
+#include "logging/FunctionTrace.h"
+#include "printers/DeviceEnumerator.h"
+#include "settings/Settings.h"
+#include "settings/SettingsKeys.h"
+#include "updater/OsVersion.h"
+
+namespace {
+
+const DWORD kDefaultPollInterval = 30000;
+
+LogText errorCode(DWORD error) {
+  return LogText(static_cast<uint32_t>(error), 10);
+}
+
+}  // namespace
+
+bool PrinterSpoolerWrapper::canWeOpenPrintersInAdminMode() {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::canWeOpenPrintersInAdminMode() ");
+  bool result = true;
+  if (OsVersion::getInstance().isVistaOrLater()) {
+    std::list<std::string> names;
+    DeviceEnumerator::instance()->getPrinters(names);
+    // One printer stands for all; with none there is nothing to open.
+    if (!names.empty()) {
+      char name[MAX_PATH] = {};
+      lstrcpynA(name, names.front().c_str(), MAX_PATH);
+      PRINTER_DEFAULTSA defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
+      HANDLE printer = nullptr;
+      if (OpenPrinterA(name, &printer, &defaults)) {
+        if (trace.isOn())
+          trace.log("Printer was opened successfully with ADMIN privilages.");
+        ClosePrinter(printer);
+      } else {
+        const DWORD error = GetLastError();
+        if (trace.isOn())
+          trace.log(LogText("OpenPrinter failed to open printer '") + name +
+                    "' with ADMIN permissions. GetLastError()=" + errorCode(error));
+        result = false;
+      }
+    }
+  }
+  if (trace.isOn())
+    trace.setRc(LogText(result));
+  return result;
+}
+
+bool PrinterSpoolerWrapper::OpenPrinters(const std::list<std::string>& names,
+                                         std::list<HANDLE>& handles) {
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::OpenPrinters() ");
+  for (const std::string& name : names) {
+    PRINTER_DEFAULTSA defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
+    HANDLE printer = nullptr;
+    if (!OpenPrinterA(const_cast<char*>(name.c_str()), &printer, &defaults)) {
+      const DWORD error = GetLastError();
+      if (trace.isOn()) {
+        trace.log(LogText("OpenPrinter failed to open printer '") + name +
+                  "' with ADMIN permissions. GetLastError()=" + errorCode(error));
+        trace.setRc(LogText(false));
+      }
+      return false;
+    }
+    if (trace.isOn())
+      trace.log(LogText("Successfully Opened printer '") + name);
+    handles.push_back(printer);
+  }
+  if (trace.isOn()) {
+    trace.log("All printer were opened successfully with ADMIN privilages.");
+    trace.setRc(LogText(true));
+  }
+  return true;
+}
+
+bool PrinterSpoolerWrapper::ClosePrinters(const std::list<HANDLE>& handles) {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::ClosePrinters() ");
+  if (trace.isOn())
+    trace.log("Closing all open printers");
+  bool result = true;
+  for (HANDLE printer : handles) {
+    if (!ClosePrinter(printer))
+      result = false;
+  }
+  if (trace.isOn())
+    trace.setRc(LogText(result));
+  return result;
+}
+
+bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::pausePrinters() ");
+  std::list<std::string> names;
+  DeviceEnumerator::instance()->getPrinters(names);
+  if (names.empty()) {
+    if (trace.isOn()) {
+      trace.log("No printers are installed on the OS with the Print Driver of interest");
+      trace.setRc(LogText(false));
+    }
+    return false;
+  }
+  if (!OpenPrinters(names, handles)) {
+    if (trace.isOn())
+      trace.log("Failed to open all the printers in the list, so closing and exiting");
+    ClosePrinters(handles);
+    if (trace.isOn())
+      trace.setRc(LogText(false));
+    return false;
+  }
+
+  unsigned long interval = kDefaultPollInterval;
+  Settings().getOrCreateDwordValue(SettingsKeys::kUpdaterSection,
+                                   SettingsKeys::kPrinterPollInterval, interval,
+                                   kDefaultPollInterval, 0);
+  waitUntilQuiet(handles, interval, trace);
+
+  bool result = !handles.empty();
+  if (trace.isOn())
+    trace.log(LogText("Total number of printers to pause = ") +
+              LogText(static_cast<uint32_t>(handles.size()), 10));
+  for (HANDLE printer : handles) {
+    if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_PAUSE)) {
+      if (trace.isOn())
+        trace.log("Printer was PAUSED successfully");
+      continue;
+    }
+    const DWORD error = GetLastError();
+    result = false;
+    if (trace.isOn())
+      trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_PAUSE) failed.") +
+                " GetLastError()=" + errorCode(error));
+    // Release the printers paused so far (and, harmlessly, the rest).
+    resumePrinters(handles);
+    break;
+  }
+  if (trace.isOn())
+    trace.setRc(LogText(result));
+  return result;
+}
+
+void PrinterSpoolerWrapper::waitUntilQuiet(const std::list<HANDLE>& handles, DWORD interval,
+                                           FunctionTrace& trace) {
+  for (;;) {
+    bool busy = false;
+    for (HANDLE printer : handles) {
+      DWORD needed = 0;
+      GetPrinterA(printer, 2, nullptr, 0, &needed);
+      std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[needed > 0 ? needed : 1]);
+      if (!buffer)
+        return;
+      if (!GetPrinterA(printer, 2, buffer.get(), needed, &needed)) {
+        const DWORD error = GetLastError();
+        if (trace.isOn())
+          trace.log(LogText("GetPrinter failed, GetLastError()=") + errorCode(error));
+        continue;  // A printer that cannot be asked counts as quiet.
+      }
+      const auto* info = reinterpret_cast<const PRINTER_INFO_2A*>(buffer.get());
+      if ((info->Status & PRINTER_STATUS_PAUSED) == 0 &&
+          (info->Attributes & PRINTER_ATTRIBUTE_WORK_OFFLINE) == 0 && info->cJobs > 0) {
+        busy = true;
+        break;
+      }
+    }
+    if (!busy)
+      return;
+    Sleep(interval);
+  }
+}
+
+bool PrinterSpoolerWrapper::resumePrinters(std::list<HANDLE> handles) {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::resumePrinters() ");
+  bool result = true;
+  for (HANDLE printer : handles) {
+    if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_RESUME)) {
+      if (trace.isOn())
+        trace.log("Printer was RESUMED successfully");
+      continue;
+    }
+    const DWORD error = GetLastError();
+    result = false;
+    if (trace.isOn())
+      trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_RESUME) failed.") +
+                " GetLastError()=" + errorCode(error));
+  }
+  if (trace.isOn())
+    trace.setRc(LogText(result));
+  return result;
+}

@@ -1,0 +1,177 @@
+#include "settings/IniReader.h"
+
+#include <windows.h>
+
+#include <memory>
+#include <new>
+
+#include "logging/FunctionTrace.h"
+
+namespace {
+
+// Splits a list of null-terminated strings that ends with an empty one.
+std::list<std::string> splitNullList(const char* buffer, uint32_t size) {
+  std::list<std::string> items;
+  uint32_t position = 0;
+  while (position < size && buffer[position] != '\0') {
+    const std::string item(buffer + position, strnlen(buffer + position, size - position));
+    items.push_back(item);
+    position += static_cast<uint32_t>(item.size()) + 1;
+  }
+  return items;
+}
+
+}  // namespace
+
+IniReader::IniReader(const std::string& iniFileName) : iniFileName_(iniFileName) {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogQnv, "IniReader::IniReader(iniFileName=" + iniFileName + "):");
+  built_ = build();
+}
+
+bool IniReader::build() {
+  FunctionTrace trace = FunctionTrace::open(kLogQnv, "IniReader::build():");
+  if (iniFileName_.empty())
+    return false;
+  HANDLE file = CreateFileA(iniFileName_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) {
+    const DWORD error = GetLastError();
+    if (trace.isOn()) {
+      trace.log(LogText("Could not open the settings file.errorCode =") +
+                LogText(static_cast<uint32_t>(error), 10));
+      trace.setRc(0);
+    }
+    return false;
+  }
+  const DWORD fileSize = GetFileSize(file, nullptr);
+  CloseHandle(file);
+  // Only the low 16 bits: a file of 65536 bytes gives 0. Deliberate.
+  const uint32_t bufferSize = fileSize & 0xFFFF;
+  if (trace.isOn())
+    trace.log(LogText("Size of the file=") + LogText(bufferSize, 10));
+
+  bool result = buildSections(bufferSize);
+  if (result && !sections_.empty())
+    result = buildSectionsData(bufferSize);
+  if (trace.isOn())
+    trace.setRc(result ? 1 : 0);
+  return result;
+}
+
+bool IniReader::buildSections(uint32_t bufferSize) {
+  FunctionTrace trace = FunctionTrace::open(
+      kLogQnv, "IniReader::buildSections(bufferSize=" + std::to_string(bufferSize) + "):");
+  std::unique_ptr<char[]> buffer(new (std::nothrow) char[bufferSize + 1]());
+  if (!buffer)
+    return false;
+  const DWORD length =
+      GetPrivateProfileSectionNamesA(buffer.get(), bufferSize, iniFileName_.c_str());
+  if (length == 0)
+    return false;
+  sections_ = splitNullList(buffer.get(), bufferSize);
+  for (const std::string& name : sections_)
+    sectionsData_.push_back(SectionData{name, KeyValPairs()});
+  if (trace.isOn())
+    trace.setRc(1);
+  return true;
+}
+
+bool IniReader::buildSectionsData(uint32_t bufferSize) {
+  FunctionTrace trace = FunctionTrace::open(
+      kLogQnv, "IniReader::buildSectionsData(bufferSize=" + std::to_string(bufferSize) + "):");
+  std::unique_ptr<char[]> buffer(new (std::nothrow) char[bufferSize + 1]);
+  if (!buffer) {
+    if (trace.isOn())
+      trace.log("Could not allocate memory for the buffer.");
+    return false;
+  }
+  for (const std::string& section : sections_) {
+    ZeroMemory(buffer.get(), bufferSize + 1);
+    if (GetPrivateProfileStringA(section.c_str(), nullptr, nullptr, buffer.get(), bufferSize,
+                                 iniFileName_.c_str()) == 0) {
+      if (trace.isOn())
+        trace.log("Could not retrieve key-value pairs for section=" + section);
+      continue;
+    }
+    const std::list<std::string> keys = splitNullList(buffer.get(), bufferSize);
+    if (keys.empty() && trace.isOn())
+      trace.log("No key-value pairs found for section='" + section + "'");
+    for (const std::string& key : keys) {
+      ZeroMemory(buffer.get(), bufferSize + 1);
+      if (GetPrivateProfileStringA(section.c_str(), key.c_str(), nullptr, buffer.get(), bufferSize,
+                                   iniFileName_.c_str()) == 0) {
+        if (trace.isOn())
+          trace.log("Could not retrieve value for key='" + key + "' under section='" + section +
+                    "'");
+        continue;
+      }
+      const std::string value(buffer.get(), strnlen(buffer.get(), bufferSize));
+      for (SectionData& data : sectionsData_) {
+        if (data.name != section)
+          continue;
+        bool replaced = false;
+        for (KeyValPair& pair : data.pairs) {
+          if (pair.first == key) {
+            pair.second = value;
+            replaced = true;
+            break;
+          }
+        }
+        if (!replaced)
+          data.pairs.emplace_back(key, value);
+        break;
+      }
+    }
+  }
+  if (trace.isOn())
+    trace.setRc(1);
+  return true;
+}
+
+IniReader::KeyValPairs IniReader::getSectionData(const std::string& sectionName) {
+  FunctionTrace trace = FunctionTrace::open(
+      kLogQnv, "IniReader::getSectionData(sectionName=" + sectionName + "):");
+  if (!built_) {
+    if (trace.isOn())
+      trace.log("Unsuccessful parsing settings file. returning empty key-value pairs");
+    return KeyValPairs();
+  }
+  KeyValPairs pairs;
+  for (const SectionData& data : sectionsData_) {
+    if (data.name == sectionName) {
+      pairs = data.pairs;
+      break;
+    }
+  }
+  if (trace.isOn())
+    trace.setRc("KeyValPairs");
+  return pairs;
+}
+
+uint32_t IniReader::getValueType(const std::string& value, std::string& parsedValue) {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogQnv, "IniReader::getValueType(value=" + value + "):");
+  uint32_t type = kUnknownType;
+  const std::string::size_type colon = value.find(':');
+  if (value.empty()) {
+    type = kUnknownType;
+  } else if (colon == std::string::npos || colon == 0) {
+    if (trace.isOn())
+      trace.log("Could not find the type information for value=" + value);
+  } else {
+    const std::string typeWord = value.substr(0, colon);
+    if (typeWord == "string")
+      type = kStringType;
+    else if (typeWord == "dword")
+      type = kDwordType;
+    if (colon + 1 < value.size()) {
+      parsedValue = value.substr(colon + 1);
+      if (trace.isOn())
+        trace.log("Parsed value for value='" + value + "' is ='" + parsedValue + "'");
+    }
+  }
+  if (trace.isOn())
+    trace.setRc(static_cast<int>(type));
+  return type;
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <string>
+#include <utility>
+
+// Reads a whole INI settings file at construction, through the private-profile functions, and
+// keeps its sections and key/value pairs in file order. Every read buffer is as large as the
+// file's size cut to its low 16 bits (so a file of exactly 64 KiB reads nothing, and a larger one
+// is cut): that limit is part of the file format. Nothing throws; problems are logged.
+class IniReader {
+ public:
+  using KeyValPair = std::pair<std::string, std::string>;
+  using KeyValPairs = std::list<KeyValPair>;
+
+  // Value types decoded by getValueType().
+  enum : uint32_t { kUnknownType = 0, kStringType = 1, kDwordType = 2 };
+
+  explicit IniReader(const std::string& iniFileName);
+
+  bool build();
+  bool buildSections(uint32_t bufferSize);
+  bool buildSectionsData(uint32_t bufferSize);
+
+  // A copy of the section's pairs (exact, case-sensitive name); empty when unknown or unread.
+  KeyValPairs getSectionData(const std::string& sectionName);
+  std::list<std::string> getSections() const { return sections_; }
+  bool isBuilt() const { return built_; }
+
+  // Splits "type:data" at the first colon: 1 for "string", 2 for "dword", 0 otherwise. `parsedValue`
+  // gets the data only when there is at least one character after the colon.
+  static uint32_t getValueType(const std::string& value, std::string& parsedValue);
+
+ private:
+  struct SectionData {
+    std::string name;
+    KeyValPairs pairs;
+  };
+
+  std::list<std::string> sections_;
+  std::list<SectionData> sectionsData_;
+  std::string iniFileName_;
+  bool built_ = false;
+};

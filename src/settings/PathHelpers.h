@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+// Joins two path pieces with exactly one backslash: `first`, a backslash when `first` is empty
+// or does not end in one, then `second` without its first character when that is a backslash.
+std::string joinPath(const std::string& first, const std::string& second);
+
+// Replaces every byte of `text` by its toupper value, in place.
+void toUpperCase(std::string& text);

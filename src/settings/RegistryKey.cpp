@@ -1,0 +1,239 @@
+#include "settings/RegistryKey.h"
+
+#include <mbstring.h>
+
+#include <memory>
+
+#include "system/Win32Exception.h"
+#include "updater/OsVersion.h"
+
+namespace {
+
+const char kSource[] = "RegistryKey";
+const char kIncorrectType[] = " : incorrect value type";
+const DWORD kNameBufferLength = 261;
+
+Win32Exception registryError(const std::string& message, LONG code, int line) {
+  return Win32Exception(message, static_cast<uint32_t>(code), kSource, static_cast<uint32_t>(line));
+}
+
+}  // namespace
+
+RegistryKey::RegistryKey(const std::string& path, bool create, HKEY root) : security_(true) {
+  initAccessMask();
+  open(path, create, root);
+}
+
+RegistryKey::~RegistryKey() {
+  RegCloseKey(handle_);
+}
+
+void RegistryKey::initAccessMask() {
+  accessMask_ = KEY_ALL_ACCESS;
+}
+
+void RegistryKey::open(const std::string& path, bool create, HKEY root) {
+  try {
+    regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, &handle_);
+    return;
+  } catch (const Win32Exception&) {
+    if (!create)
+      throw;
+  }
+  DWORD disposition = 0;
+  if (OsVersion::getInstance().isNt()) {
+    regCreateKeyEx(root, path, 0, "", REG_OPTION_NON_VOLATILE, accessMask_,
+                   security_.getSecurityAttributes(), &handle_, &disposition);
+    return;
+  }
+  // Without NT the path is created one level at a time.
+  std::string rest = path;
+  std::string prefix;
+  while (prefix != path) {
+    if (rest.size() >= 2 && rest[0] == '\\') {
+      prefix += '\\';
+      rest.erase(0, 1);
+    }
+    const std::string::size_type slash = rest.find('\\');
+    if (slash == std::string::npos || slash == 0) {
+      prefix += rest;
+      rest.clear();
+    } else {
+      prefix += rest.substr(0, slash);
+      rest.erase(0, slash);
+    }
+    HKEY level = nullptr;
+    regCreateKeyEx(root, prefix, 0, "", REG_OPTION_NON_VOLATILE, accessMask_,
+                   security_.getSecurityAttributes(), &level, &disposition);
+    RegCloseKey(level);
+  }
+  regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, &handle_);
+}
+
+void RegistryKey::regOpenKeyEx(HKEY root, const std::string& subKey, DWORD options, REGSAM access,
+                               HKEY* result) {
+  const LONG status = RegOpenKeyExA(root, subKey.c_str(), options, access, result);
+  if (status != ERROR_SUCCESS)
+    throw registryError("RegistryKey::regOpenKeyEx()", status, __LINE__);
+}
+
+void RegistryKey::regCreateKeyEx(HKEY root, const std::string& subKey, DWORD reserved,
+                                 const std::string& className, DWORD options, REGSAM access,
+                                 SECURITY_ATTRIBUTES* securityAttributes, HKEY* result,
+                                 DWORD* disposition) {
+  const LONG status =
+      RegCreateKeyExA(root, subKey.c_str(), reserved, const_cast<char*>(className.c_str()),
+                      options, access, securityAttributes, result, disposition);
+  if (status != ERROR_SUCCESS)
+    throw registryError("RegistryKey::regCreateKeyEx()", status, __LINE__);
+}
+
+bool RegistryKey::getValue(const std::string& name, unsigned long& value) {
+  DWORD type = 0;
+  DWORD data = 0;
+  DWORD size = sizeof(data);
+  const LONG status =
+      RegQueryValueExA(handle_, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&data), &size);
+  if (status == ERROR_FILE_NOT_FOUND)
+    return false;
+  if (status == ERROR_SUCCESS && type == REG_DWORD) {
+    value = data;
+    return true;
+  }
+  // The type stays 0 when the query fails for another reason, so the suffix comes then too.
+  std::string message = "RegistryKey::getValue(ulong)" + name;
+  if (type != REG_DWORD)
+    message += kIncorrectType;
+  throw registryError(message, status, __LINE__);
+}
+
+bool RegistryKey::getValue(const std::string& name, std::string& value) {
+  DWORD type = 0;
+  DWORD size = 0;
+  LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, nullptr, &size);
+  if (status == ERROR_FILE_NOT_FOUND)
+    return false;
+  if (status == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ)) {
+    std::unique_ptr<char[]> buffer(new char[size + 1]());
+    status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type,
+                              reinterpret_cast<BYTE*>(buffer.get()), &size);
+    if (status != ERROR_SUCCESS)
+      throw registryError("RegistryKey::getValue() " + name, status, __LINE__);
+    value = buffer.get();
+    return true;
+  }
+  std::string message = "RegistryKey::getValue(string) " + name;
+  if (type != REG_SZ)
+    message += kIncorrectType;
+  throw registryError(message, status, __LINE__);
+}
+
+bool RegistryKey::getValue(const std::string& name, std::vector<unsigned char>& value) {
+  DWORD type = 0;
+  DWORD size = 0;
+  LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, nullptr, &size);
+  if (status != ERROR_SUCCESS)
+    return false;
+  std::vector<unsigned char> buffer(size);
+  status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, buffer.data(), &size);
+  if (status == ERROR_FILE_NOT_FOUND)
+    return false;
+  if (status == ERROR_SUCCESS && type == REG_BINARY) {
+    value.assign(buffer.begin(), buffer.begin() + size);
+    return true;
+  }
+  std::string message = "RegistryKey::getValue(binary)" + name;
+  if (type != REG_BINARY)
+    message += kIncorrectType;
+  throw registryError(message, status, __LINE__);
+}
+
+void RegistryKey::setValue(const std::string& name, unsigned long value) {
+  const DWORD data = value;
+  const LONG status = RegSetValueExA(handle_, name.c_str(), 0, REG_DWORD,
+                                     reinterpret_cast<const BYTE*>(&data), sizeof(data));
+  if (status != ERROR_SUCCESS)
+    throw registryError("RegistryKey::setValue(ulong): Unable to set " + name, status, __LINE__);
+}
+
+void RegistryKey::setValue(const std::string& name, const std::string& value) {
+  const LONG status =
+      RegSetValueExA(handle_, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                     static_cast<DWORD>(value.size() + 1));
+  if (status != ERROR_SUCCESS)
+    throw registryError("RegistryKey::setValue(string): Unable to set " + name, status, __LINE__);
+}
+
+void RegistryKey::setValue(const std::string& name, const std::vector<unsigned char>& value) {
+  const LONG status = RegSetValueExA(handle_, name.c_str(), 0, REG_BINARY, value.data(),
+                                     static_cast<DWORD>(value.size()));
+  // Deliberately the string variant's text.
+  if (status != ERROR_SUCCESS)
+    throw registryError("RegistryKey::setValue(string): Unable to set " + name, status, __LINE__);
+}
+
+void RegistryKey::deleteValue(const std::string& name) {
+  const LONG status = RegDeleteValueA(handle_, name.c_str());
+  if (status != ERROR_SUCCESS)
+    throw registryError("RegistryKey::deleteValue()", status, __LINE__);
+}
+
+void RegistryKey::getChildrenNames(std::list<std::string>& names, int maxCount) {
+  for (DWORD index = 0; static_cast<int>(index) < maxCount; ++index) {
+    char name[kNameBufferLength];
+    DWORD length = kNameBufferLength;
+    const LONG status =
+        RegEnumKeyExA(handle_, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_NO_MORE_ITEMS)
+      return;
+    if (status != ERROR_SUCCESS)
+      throw registryError("RegistryKey::getChildrenNames()", status, __LINE__);
+    names.emplace_back(name, length);
+  }
+}
+
+void RegistryKey::getValueNames(std::list<std::string>& names) {
+  for (DWORD index = 0;; ++index) {
+    char name[kNameBufferLength];
+    DWORD length = kNameBufferLength;
+    const LONG status =
+        RegEnumValueA(handle_, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_NO_MORE_ITEMS)
+      return;
+    if (status != ERROR_SUCCESS)
+      throw registryError("RegistryKey:getValueNames()", status, __LINE__);
+    names.emplace_back(name, length);
+  }
+}
+
+bool RegistryKey::recurseDeleteKey(const std::string& path, HKEY root) {
+  HKEY key = nullptr;
+  LONG status = RegOpenKeyExA(root, path.c_str(), 0, KEY_ALL_ACCESS, &key);
+  if (status == ERROR_FILE_NOT_FOUND)
+    return true;
+  if (status != ERROR_SUCCESS)
+    throw registryError("RegistryKey::recurseDeleteKey() RegOpenKey()", status, __LINE__);
+  try {
+    // Always index 0: each recursion removes the child, so the next one moves up.
+    for (;;) {
+      char child[256];
+      DWORD length = sizeof(child);
+      if (RegEnumKeyExA(key, 0, child, &length, nullptr, nullptr, nullptr, nullptr) !=
+          ERROR_SUCCESS)
+        break;
+      recurseDeleteKey(child, key);
+    }
+  } catch (...) {
+    RegCloseKey(key);
+    throw;
+  }
+  RegCloseKey(key);
+  // The key "SOFTWARE" itself is kept, though its subkeys are gone by now; deliberate.
+  if (_mbsicmp(reinterpret_cast<const unsigned char*>(path.c_str()),
+               reinterpret_cast<const unsigned char*>("SOFTWARE")) == 0)
+    return true;
+  status = RegDeleteKeyA(root, path.c_str());
+  if (status != ERROR_SUCCESS)
+    throw registryError("RegistryKey::recurseDeleteKey() RegDeleteKey()", status, __LINE__);
+  return true;
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <windows.h>
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "system/SecurityEveryone.h"
+
+// Owner of one open registry key. The constructor opens the key (or creates it, with a
+// descriptor granting Everyone full access) and either leaves an open handle or throws; the
+// destructor closes it. Not copyable.
+//
+// Failures: every registry error throws Win32Exception carrying the code the registry call
+// returned; only a missing value is reported as a false result.
+class RegistryKey {
+ public:
+  RegistryKey(const std::string& path, bool create, HKEY root);
+  virtual ~RegistryKey();
+  RegistryKey(const RegistryKey&) = delete;
+  RegistryKey& operator=(const RegistryKey&) = delete;
+
+  HKEY getHandle() const { return handle_; }
+
+  static void regOpenKeyEx(HKEY root, const std::string& subKey, DWORD options, REGSAM access,
+                           HKEY* result);
+  static void regCreateKeyEx(HKEY root, const std::string& subKey, DWORD reserved,
+                             const std::string& className, DWORD options, REGSAM access,
+                             SECURITY_ATTRIBUTES* securityAttributes, HKEY* result,
+                             DWORD* disposition);
+
+  // Typed reads: false when the value is absent (the out value is untouched); a value of another
+  // type throws. Strings come back unexpanded from REG_EXPAND_SZ.
+  bool getValue(const std::string& name, unsigned long& value);
+  bool getValue(const std::string& name, std::string& value);
+  bool getValue(const std::string& name, std::vector<unsigned char>& value);
+
+  void setValue(const std::string& name, unsigned long value);
+  void setValue(const std::string& name, const std::string& value);
+  void setValue(const std::string& name, const std::vector<unsigned char>& value);
+
+  // Throws also when the value is absent.
+  void deleteValue(const std::string& name);
+
+  // Append at most `maxCount` subkey names / all value names, in enumeration order.
+  void getChildrenNames(std::list<std::string>& names, int maxCount);
+  void getValueNames(std::list<std::string>& names);
+
+  // Deletes the key and its whole tree. A missing key is not an error. A key named "SOFTWARE"
+  // (any case) is emptied but kept.
+  static bool recurseDeleteKey(const std::string& path, HKEY root);
+
+ protected:
+  virtual void initAccessMask();
+  virtual void open(const std::string& path, bool create, HKEY root);
+
+ private:
+  HKEY handle_ = nullptr;
+  SecurityEveryone security_;
+  REGSAM accessMask_ = 0;
+};

@@ -1,0 +1,71 @@
+#include "system/Mutex.h"
+
+#include "system/Win32Exception.h"
+
+Mutex::Mutex(bool initialOwner, const std::string& name, bool allowEveryone) : name_(name) {
+  if (!allowEveryone) {
+    handle_ = createMutex(nullptr, initialOwner, name);
+    return;
+  }
+  SECURITY_DESCRIPTOR descriptor;
+  if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION))
+    throw Win32Exception("Mutex::Mutex() InitializeSecurityDescriptor failed", GetLastError(), "",
+                         0);
+  // A null DACL: every user's processes may open the mutex.
+  if (!SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE))
+    throw Win32Exception("Mutex::Mutex() SetSecurityDescriptorDacl failed", GetLastError(), "", 0);
+  SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), &descriptor, FALSE};
+  handle_ = createMutex(&attributes, initialOwner, name);
+}
+
+Mutex::~Mutex() {
+  CloseHandle(handle_);
+}
+
+HANDLE Mutex::createMutex(SECURITY_ATTRIBUTES* securityAttributes,
+                          bool initialOwner,
+                          const std::string& name) {
+  // An existing mutex of that name is opened and used as it is.
+  HANDLE handle = CreateMutexA(securityAttributes, initialOwner ? TRUE : FALSE, name.c_str());
+  if (handle == nullptr)
+    throw Win32Exception("Mutex::createMutex() CreateMutex failed", GetLastError(), "Mutex",
+                         __LINE__);
+  if (initialOwner) {
+    ownerThread_ = GetCurrentThreadId();
+    ++holdCount_;
+  }
+  return handle;
+}
+
+bool Mutex::acquire(DWORD timeoutMs) {
+  if (timeoutMs == 0)
+    return false;
+  switch (WaitForSingleObject(handle_, timeoutMs)) {
+    case WAIT_OBJECT_0:
+    case WAIT_ABANDONED:
+      ownerThread_ = GetCurrentThreadId();
+      ++holdCount_;
+      return true;
+    case WAIT_TIMEOUT:
+      return false;
+    default:
+      throw Win32Exception("Mutex::acquire() WaitForSingleObject failed", GetLastError(), "Mutex",
+                           __LINE__);
+  }
+}
+
+void Mutex::release() {
+  if (ownerThread_ != GetCurrentThreadId() || holdCount_ == 0)
+    return;
+  // Deliberately drops every recursive hold at once.
+  while (holdCount_ > 0) {
+    --holdCount_;
+    if (!ReleaseMutex(handle_))
+      throw Win32Exception("Mutex::release() ReleaseMutex failed", GetLastError(), "Mutex",
+                           __LINE__);
+  }
+}
+
+std::string Mutex::getName() const {
+  return name_;
+}

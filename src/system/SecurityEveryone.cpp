@@ -1,0 +1,95 @@
+#include "system/SecurityEveryone.h"
+
+#include <aclapi.h>
+
+#include <cstdlib>
+
+#include "system/Win32Exception.h"
+
+namespace {
+const char kInitFailed[] = "SecurityEveryone::SecurityEveryone() InitializeSecurityDescriptor failed";
+
+// An access-allowed ACE without the SID that follows its header and mask.
+const DWORD kAceSizeWithoutSid = sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD);
+}  // namespace
+
+SecurityEveryone::SecurityEveryone(bool inheritable) {
+  if (!isSupported())
+    return;
+  try {
+    descriptor_ = static_cast<PSECURITY_DESCRIPTOR>(calloc(1, SECURITY_DESCRIPTOR_MIN_LENGTH));
+    if (!InitializeSecurityDescriptor(descriptor_, SECURITY_DESCRIPTOR_REVISION))
+      throw Win32Exception(kInitFailed, GetLastError(), "SecurityEveryone", __LINE__);
+
+    setSecurityIdEveryone();
+
+    DWORD aclSize = sizeof(ACL);
+    if (!IsValidSid(everyone_))
+      throw Win32Exception("SecurityEveryone::SecurityEveryone() IsValidSid failed",
+                           GetLastError(), "SecurityEveryone", __LINE__);
+    aclSize += kAceSizeWithoutSid + GetLengthSid(everyone_);
+
+    // The three calls share one failure text by design.
+    acl_ = static_cast<PACL>(calloc(1, aclSize));
+    if (!InitializeAcl(acl_, aclSize, ACL_REVISION) ||
+        !AddAccessAllowedAce(acl_, ACL_REVISION, GENERIC_ALL, everyone_) ||
+        !SetSecurityDescriptorDacl(descriptor_, TRUE, acl_, FALSE))
+      throw Win32Exception(kInitFailed, GetLastError(), "SecurityEveryone", __LINE__);
+
+    if (inheritable) {
+      void* ace = nullptr;
+      if (!GetAce(acl_, 0, &ace))
+        throw Win32Exception(kInitFailed, GetLastError(), "SecurityEveryone", __LINE__);
+      static_cast<ACE_HEADER*>(ace)->AceFlags |= CONTAINER_INHERIT_ACE;
+    }
+  } catch (...) {
+    release();
+    throw;
+  }
+  attributes_.lpSecurityDescriptor = descriptor_;
+}
+
+SecurityEveryone::~SecurityEveryone() {
+  release();
+}
+
+void SecurityEveryone::release() {
+  if (everyone_ != nullptr)
+    FreeSid(everyone_);
+  free(acl_);
+  free(descriptor_);
+  everyone_ = nullptr;
+  acl_ = nullptr;
+  descriptor_ = nullptr;
+}
+
+void SecurityEveryone::setSecurityIdEveryone() {
+  SID_IDENTIFIER_AUTHORITY world = SECURITY_WORLD_SID_AUTHORITY;
+  if (!AllocateAndInitializeSid(&world, 1, SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, &everyone_))
+    throw Win32Exception("SecurityEveryone::setSecurityIdEveryone() AllocateAndInitializeSid failed",
+                         GetLastError(), "SecurityEveryone", __LINE__);
+}
+
+void SecurityEveryone::doApply(HANDLE kernelObject) {
+  if (!isSupported())
+    return;
+  if (!SetKernelObjectSecurity(kernelObject, DACL_SECURITY_INFORMATION, descriptor_))
+    throw Win32Exception("Security::doApply() SetKernelObjectSecurity failed ", GetLastError(),
+                         "Security", __LINE__);
+}
+
+void SecurityEveryone::doApply(HKEY registryKey) {
+  if (!isSupported())
+    return;
+  BOOL present = FALSE;
+  BOOL defaulted = FALSE;
+  PACL dacl = nullptr;
+  if (!GetSecurityDescriptorDacl(descriptor_, &present, &dacl, &defaulted))
+    throw Win32Exception("Security::doApply() GetSecurityDescriptorDacl failed ", GetLastError(),
+                         "Security", __LINE__);
+  const DWORD result = SetSecurityInfo(registryKey, SE_REGISTRY_KEY, DACL_SECURITY_INFORMATION,
+                                       nullptr, nullptr, dacl, nullptr);
+  if (result != ERROR_SUCCESS)
+    throw Win32Exception("Security::doApply() SetSecurityInfo failed ", result, "Security",
+                         __LINE__);
+}

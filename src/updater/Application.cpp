@@ -1,0 +1,39 @@
+#include "updater/Application.h"
+
+#include <memory>
+
+#include "logging/Logger.h"
+#include "printers/DeviceEnumerator.h"
+#include "updater/CommandLineParams.h"
+#include "updater/CurrentProcess.h"
+#include "updater/Localize.h"
+#include "updater/UpdatesController.h"
+
+bool initialize(const std::string& commandLine) {
+  try {
+    Localize::createInstance(nullptr);
+    Logger::createInstance();
+    CommandLineParams::createInstance(commandLine);
+    DeviceEnumerator::instance();
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+int runApplication(const char* commandLine) {
+  if (!initialize(commandLine != nullptr ? commandLine : ""))
+    return 0;
+  {
+    std::unique_ptr<UpdatesController> controller(new UpdatesController());
+    controller->performUpdates();
+  }
+  // The order is required: everything before the logger may still log, and Localize outlives
+  // the logger.
+  CurrentProcess::destroyInstance();
+  DeviceEnumerator::destroy();
+  CommandLineParams::destroyInstance();
+  Logger::destroyInstance();
+  Localize::destroyInstance();
+  return 0;
+}

@@ -1,0 +1,70 @@
+#include "updater/CurrentProcess.h"
+
+#include <windows.h>
+
+#include "settings/Settings.h"
+#include "settings/SettingsKeys.h"
+#include "system/CriticalSection.h"
+#include "system/CriticalSectionLock.h"
+#include "system/Win32Exception.h"
+
+namespace {
+CriticalSection g_currentProcessSection;
+CurrentProcess* g_currentProcess = nullptr;
+}  // namespace
+
+CurrentProcess::CurrentProcess() {
+  char buffer[MAX_PATH + 1] = {};
+  const DWORD length = GetModuleFileNameA(nullptr, buffer, sizeof(buffer));
+  if (length == 0)
+    throw Win32Exception("CurrentProcess::CurrentProcess", 0, "CurrentProcess", __LINE__);
+  path_.assign(buffer, length);
+}
+
+CurrentProcess* CurrentProcess::getInstance() {
+  CriticalSectionLock lock(g_currentProcessSection);
+  if (g_currentProcess == nullptr)
+    g_currentProcess = new CurrentProcess();
+  return g_currentProcess;
+}
+
+void CurrentProcess::destroyInstance() {
+  CriticalSectionLock lock(g_currentProcessSection);
+  delete g_currentProcess;
+  g_currentProcess = nullptr;
+}
+
+std::string CurrentProcess::getPath() const {
+  return path_;
+}
+
+std::string CurrentProcess::getDirectory() const {
+  const std::string::size_type slash = path_.rfind('\\');
+  if (slash == std::string::npos)
+    return std::string();
+  return path_.substr(0, slash + 1);
+}
+
+bool CurrentProcess::fileExists(const std::string& path) {
+  if (GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES)
+    return true;
+  const DWORD error = GetLastError();
+  return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
+}
+
+void CurrentProcess::setUpdaterFlag(const std::string& name, uint32_t value) {
+  Settings settings;
+  unsigned long current = 0;
+  settings.getOrCreateDwordValue(SettingsKeys::kUpdaterSection, name, current, 0, 0);
+  if (current == 2)
+    return;
+  settings.setDwordValue(SettingsKeys::kUpdaterSection, name, value, 0);
+}
+
+void CurrentProcess::setDataUpdatedFlag() {
+  setUpdaterFlag(SettingsKeys::kDataUpdated, 1);
+}
+
+void CurrentProcess::setCompleteSoftwareUpdatedFlag() {
+  setUpdaterFlag(SettingsKeys::kCompleteSoftwareUpdated, 1);
+}

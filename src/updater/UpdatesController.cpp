@@ -1,0 +1,455 @@
+#include "updater/UpdatesController.h"
+
+#include <shellapi.h>
+#include <shlobj.h>
+
+#include <cstdio>
+
+#include "logging/FunctionTrace.h"
+#include "settings/PathHelpers.h"
+#include "settings/Settings.h"
+#include "settings/SettingsKeys.h"
+#include "system/Exception.h"
+#include "system/CriticalSectionLock.h"
+#include "updater/CommandLineParams.h"
+#include "updater/CurrentProcess.h"
+#include "updater/OsVersion.h"
+#include "webupdate/VersionInfo.h"
+
+namespace {
+
+const char kDownloadOrInstallFailed[] = "The either the download or the installation has failed.";
+const char kUacEnabledElevating[] = "UAC IS enabled, attempting to elevate permissions.";
+const char kNoUpdatesToInstall[] = "NO updates were available to install !";
+const char kDefaultDataUpdatesDirectoryName[] = "Job Status";
+const int kCommonAppData = 0x23;  // CSIDL_COMMON_APPDATA
+const int kShowNormal = 1;
+
+UpdatesController::ShellExecuteFunction g_shellExecute = &ShellExecuteA;
+
+LogText decimal(uint32_t value) {
+  return LogText(value, 10);
+}
+
+// Sets the trace's result text and returns the result.
+bool finish(FunctionTrace& trace, bool result) {
+  if (trace.isOn())
+    trace.setRc(LogText(result));
+  return result;
+}
+
+}  // namespace
+
+void UpdatesController::setShellExecuteFunction(ShellExecuteFunction function) {
+  g_shellExecute = function != nullptr ? function : &ShellExecuteA;
+}
+
+UpdatesController::UpdatesController() {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "UpdatesController::UpdatesController() ");
+}
+
+UpdatesController::~UpdatesController() {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "UpdatesController::~UpdatesController() ");
+}
+
+void UpdatesController::performUpdates() {
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::performUpdates() ");
+  const auto log = [&trace](const char* text) {
+    if (trace.isOn())
+      trace.log(text);
+  };
+
+  if (!isInternetStateOk()) {
+    log("The InternetState is not OK to start downloads, quitting the update process.");
+    return;
+  }
+  typeOfUpdateAvailable type = 0;
+  if (!checkForUpdates(type) || type == 0) {
+    log("Checking for updates failed or there are no updates available!");
+    return;
+  }
+  log("Updates are available, now, we will attempt to download and install them");
+
+  if (!OsVersion::getInstance().isVistaOrLater()) {
+    log("The OS is Win XP or Win 2K, we have the spooler privilages, we do not need extra "
+        "permissions");
+    if (!downloadAndInstallUpdates(type))
+      log(kDownloadOrInstallFailed);
+    return;
+  }
+  log("We are running on Windows Vista, following the Vista algorithm");
+
+  if (!isProcessRunningWithAdminPrivileges()) {
+    log("The current process is running under an non admin user.");
+    // isUacEnabled() is constant true; the branch is kept on purpose.
+    if (!CurrentProcess::getInstance()->isUacEnabled()) {
+      log("UAC is NOT enabled under non admin login, EXITING UPDATE PROCESS");
+      return;
+    }
+    // A relaunched child never relaunches again.
+    if (isProcessElevated()) {
+      log("Elevated permissions and still not an Admin. UAC must be off.");
+      log("Exiting update process.");
+      return;
+    }
+    log(kUacEnabledElevating);
+    launchElevatedProcess();
+    return;
+  }
+  log("The current process has admin permissions!");
+
+  if (type == 1) {
+    log("This is a CATALOG only update, so we are installing the updates right away!");
+    if (!downloadAndInstallUpdates(1))
+      log(kDownloadOrInstallFailed);
+    return;
+  }
+  log("This is a CATALOG + DLLs update");
+
+  if (isProcessElevated()) {
+    log("The process has already been elevated. We have all the permissions we need, attempting "
+        "to install updates now.");
+    if (!downloadAndInstallUpdates(type))
+      log(kDownloadOrInstallFailed);
+    return;
+  }
+  log("The process has NOT been elevated.");
+
+  if (CurrentProcess::getInstance()->isUacEnabled()) {
+    log(kUacEnabledElevating);
+    launchElevatedProcess();
+    return;
+  }
+  log("UAC is NOT enabled and we are running under an admin user. i.e. We have permissions to "
+      "write into the drivers dir. Installing updates...");
+  if (!downloadAndInstallUpdates(type))
+    log(kDownloadOrInstallFailed);
+}
+
+bool UpdatesController::isInternetStateOk() {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "UpdatesController::isInternetStateOk() ");
+  if (!webUpdater_.isInternetAvailable()) {
+    if (trace.isOn())
+      trace.log("Internet connection is not available, halting the update process");
+    return finish(trace, false);
+  }
+  // A dial-up line is reported as halting, yet the run goes on; deliberate.
+  if (webUpdater_.isDialUpConnection() && trace.isOn())
+    trace.log(
+        "The user is connected to the internet over a dial up connection, halting the update "
+        "process.");
+  return finish(trace, true);
+}
+
+bool UpdatesController::isProcessRunningWithAdminPrivileges() {
+  FunctionTrace trace = FunctionTrace::open(
+      kLogUpdater, "UpdatesController::isProcessRunningWithAdminPrivileges() ");
+  return finish(trace, spooler_.canWeOpenPrintersInAdminMode());
+}
+
+bool UpdatesController::isProcessElevated() {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessElevated() ");
+  {
+    CriticalSectionLock lock(CommandLineParams::lock());
+    if (CommandLineParams::instance() == nullptr)
+      CommandLineParams::createInstance("");
+  }
+  return finish(trace, CommandLineParams::instance()->containsUacParams());
+}
+
+bool UpdatesController::launchElevatedProcess() {
+  // The label of isProcessElevated(), reused on purpose.
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessElevated() ");
+  try {
+    const std::string path = CurrentProcess::getInstance()->getPath();
+    HINSTANCE instance = g_shellExecute(nullptr, "RunAs", path.c_str(),
+                                        CommandLineParams::kUacMarker.c_str(), nullptr,
+                                        kShowNormal);
+    const INT_PTR value = reinterpret_cast<INT_PTR>(instance);
+    if (value <= 32) {
+      if (trace.isOn())
+        trace.log(LogText("The new process FAILED to launch. Casted HINSTANCE value = ") +
+                  LogText(static_cast<int32_t>(value), 10));
+      return finish(trace, false);
+    }
+    if (trace.isOn())
+      trace.log("The new process was launched successfully");
+    return finish(trace, true);
+  } catch (const Exception& e) {
+    BasicLogger::getInstance().write(
+        kLogQnv, LOG_ALWAYS, "ERROR: The Orrery Updater executable FAILED to Launch! " + e.toString());
+    return finish(trace, false);
+  }
+}
+
+bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::checkForUpdates() ");
+  const auto log = [&trace](const char* text) {
+    if (trace.isOn())
+      trace.log(text);
+  };
+  type = 0;
+  const std::string softwareVersion = VersionInfo::GetOrreryVersionNumber();
+  const std::string softwareUrl = urlGenerator_.generateUrl(ORRERY_VERSION);
+  switch (webUpdater_.isUpdateAvailable(softwareUrl, softwareVersion)) {
+    case UPDATE_AVAILABLE:
+      log("Orrery Software Update is available.");
+      type = 2;
+      log("Check for a data update also.");
+      break;
+    case UPDATE_NOT_AVAILABLE:
+      log("Orrery Software Update is NOT available.");
+      log("Will check for a data update.");
+      break;
+    case UPDATE_CHECK_FAILED:
+      log("Unable to determine if Orrery Software Update is available.");
+      log("Terminating the update process.");
+      return finish(trace, false);
+    case UPDATE_NO_PRIVILEGE:
+      log("Software Update is available, user does not have priveleges to install.");
+      log("Terminating the update process.");
+      return finish(trace, false);
+    default:
+      break;  // Any other answer goes on to the data check silently.
+  }
+
+  const std::string dataVersion = VersionInfo::GetCatalogVersionNumber();
+  const std::string dataUrl = urlGenerator_.generateUrl(CATALOG_VERSION);
+  // Only the software check can end the run: every other data answer means "not available".
+  if (webUpdater_.isUpdateAvailable(dataUrl, dataVersion) == UPDATE_AVAILABLE) {
+    log("Catalog/Orrery Data Update is available.");
+    type = type == 2 ? 3 : 1;
+  } else {
+    log("Data Update is NOT available.");
+    if (type == 0)
+      return finish(trace, false);
+  }
+  log("Atleast one update is available");
+  return finish(trace, true);
+}
+
+bool UpdatesController::downloadAndInstallUpdates(typeOfUpdateAvailable type) {
+  FunctionTrace trace = FunctionTrace::open(
+      kLogUpdater, "UpdatesController::downloadAndInstallUpdates(" + std::to_string(type) + ") ");
+  if (type == 0) {
+    if (trace.isOn())
+      trace.log("There are no updates to download and install.");
+    return finish(trace, false);
+  }
+  std::string softwarePath;
+  std::string dataPath;
+  if (!downloadUpdates(type, softwarePath, dataPath)) {
+    if (trace.isOn())
+      trace.log("Updates failed to download.");
+    return finish(trace, false);
+  }
+  const bool installed = installUpdates(softwarePath, dataPath);
+  if (trace.isOn())
+    trace.log(installed ? "Updates were downloaded and installed successfully"
+                        : "Updates installation failed, halting the update process.");
+  return finish(trace, installed);
+}
+
+bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type, std::string& softwarePath,
+                                        std::string& dataPath) {
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::downloadUpdates() ");
+  const auto log = [&trace](const LogText& text) {
+    if (trace.isOn())
+      trace.log(text);
+  };
+  log(LogText("typeOfUpdateAvailable=") + decimal(type));
+  softwarePath.clear();
+  dataPath.clear();
+  switch (type) {
+    case 1:
+      log("Only Data update is available, so downloading only the data update.");
+      return finish(trace, downloadUpdate(false, dataPath));
+    case 2:
+      log("Only Software update is available, so downloading only the software update.");
+      return finish(trace, downloadUpdate(true, softwarePath));
+    case 3:
+      log("Both the software and data updates are available, so downloading both updates.");
+      if (!downloadUpdate(true, softwarePath)) {
+        softwarePath.clear();
+        log("The software update failed to download, so we not downloading the data update");
+        return finish(trace, false);
+      }
+      if (downloadUpdate(false, dataPath)) {
+        log("Both updates were downloaded successfully.");
+        return finish(trace, true);
+      }
+      log("The data update failed to download, so we are deleting the downloaded software "
+          "update");
+      if (remove(softwarePath.c_str()) != 0)
+        log("Failed to delete '" + softwarePath + "'");
+      softwarePath.clear();
+      dataPath.clear();
+      return finish(trace, false);
+    default:
+      log("NO updates are available to download!");
+      return finish(trace, false);
+  }
+}
+
+bool UpdatesController::downloadUpdate(bool isSoftwareUpdate, std::string& path) {
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::downloadUpdate() ");
+  if (trace.isOn())
+    trace.log(LogText("isSoftwareUpdate=") + LogText(isSoftwareUpdate));
+  path.clear();
+  const std::string url =
+      urlGenerator_.generateUrl(isSoftwareUpdate ? ORRERY_DOWNLOAD : CATALOG_DOWNLOAD);
+  const bool downloaded = webUpdater_.downloadUpdate(url, path);
+  if (trace.isOn())
+    trace.log(downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
+                         : std::string("The update FAILED to download!"));
+  return finish(trace, downloaded);
+}
+
+bool UpdatesController::installUpdates(const std::string& softwarePath,
+                                       const std::string& dataPath) {
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::installUpdates() ");
+  const auto log = [&trace](const std::string& text) {
+    if (trace.isOn())
+      trace.log(text);
+  };
+  log("softwareUpdateFileName=" + softwarePath);
+  log("dataUpdateFileName=" + dataPath);
+  if (softwarePath.empty() && dataPath.empty()) {
+    log(kNoUpdatesToInstall);
+    return finish(trace, false);
+  }
+  if (!spooler_.pausePrinters(pausedPrinters_)) {
+    log("FAILED to pause all printers installed with our driver!");
+    performPostUpdateCleanUp(softwarePath, dataPath);
+    pausedPrinters_.clear();
+    return finish(trace, false);
+  }
+  log("All Printer were paused successfully, now applying updates");
+
+  // From here on every path resumes the printers below.
+  bool result = false;
+  if (!softwarePath.empty()) {
+    log("Software updates are available to install");
+    bool applied = false;
+    try {
+      applied = webUpdater_.installUpdateUsingCurrentProcess(
+          softwarePath, CurrentProcess::getInstance()->getDirectory());
+    } catch (const Exception& e) {
+      BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS, e.toString());
+    }
+    if (!applied) {
+      log("The software updates FAILED! exiting update process");
+    } else {
+      log("The software updates were applied successfully");
+      if (dataPath.empty()) {
+        // Misleading line and no flag for a software-only update: both deliberate.
+        log("software update FAILED");
+        result = true;
+      } else {
+        log("Data update also required.");
+        if (!installDataUpdate(dataPath)) {
+          log("Data files update FAILED");
+        } else {
+          log("Data update was also successful. Setting the flag to indicate total update.");
+          CurrentProcess::setCompleteSoftwareUpdatedFlag();
+          result = true;
+        }
+      }
+    }
+  } else {
+    log("Only data updates are available to install");
+    if (!installDataUpdate(dataPath)) {
+      log("Data update FAILED");
+    } else {
+      log("Data update was successful. Setting the flag to indicate it.");
+      CurrentProcess::setDataUpdatedFlag();
+      result = true;
+    }
+  }
+
+  if (!spooler_.resumePrinters(pausedPrinters_)) {
+    log("FAILED to resume all printers installed with our driver!");
+    result = false;
+  } else {
+    log("All Printer were resumed successfully");
+  }
+  performPostUpdateCleanUp(softwarePath, dataPath);
+  pausedPrinters_.clear();
+  return finish(trace, result);
+}
+
+bool UpdatesController::installDataUpdate(const std::string& dataPath) {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "UpdatesController::installDataUpdate() ");
+  if (dataPath.empty()) {
+    if (trace.isOn())
+      trace.log(kNoUpdatesToInstall);
+    return finish(trace, false);
+  }
+  const std::string directory = getDataUpdatesDirectory();
+  if (directory.empty()) {
+    if (trace.isOn())
+      trace.log("Failed to retrieve the directory into which we need to install the updates");
+    return finish(trace, false);
+  }
+  if (!CurrentProcess::fileExists(directory)) {
+    if (trace.isOn())
+      trace.log("Attempting to create dir : " + directory);
+    const int error = SHCreateDirectoryExA(nullptr, directory.c_str(), nullptr);
+    if (error != ERROR_SUCCESS) {
+      if (trace.isOn())
+        trace.log(LogText("SHCreateDirectory() failed. ErrorCode=") +
+                  LogText(static_cast<int32_t>(error), 10));
+      return finish(trace, false);
+    }
+  }
+  const bool applied = webUpdater_.installUpdateUsingCurrentProcess(dataPath, directory);
+  if (trace.isOn())
+    trace.log(applied ? "The data updates were applied successfully."
+                      : "The data updates FAILED.");
+  return finish(trace, applied);
+}
+
+std::string UpdatesController::getDataUpdatesDirectory() {
+  char folder[MAX_PATH] = {};
+  if (!SHGetSpecialFolderPathA(nullptr, folder, kCommonAppData, FALSE))
+    return std::string();
+  Settings settings;
+  std::string directoryName = kDefaultDataUpdatesDirectoryName;
+  settings.getOrCreateStringValue(SettingsKeys::kUpdaterSection,
+                                  SettingsKeys::kDataUpdatesDirectoryName, directoryName,
+                                  kDefaultDataUpdatesDirectoryName, 0);
+  std::string driverName;
+  settings.getStringValue(SettingsKeys::kSettingsSection, SettingsKeys::kDriverName, driverName,
+                          0);
+  return joinPath(joinPath(folder, driverName), directoryName);
+}
+
+void UpdatesController::performPostUpdateCleanUp(const std::string& softwarePath,
+                                                 const std::string& dataPath) {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "UpdatesController::performPostUpdateCleanUp() ");
+  unsigned long keepFiles = 0;
+  Settings().getOrCreateDwordValue(SettingsKeys::kUpdaterSection,
+                                   SettingsKeys::kDoNotDeleteDownloadedFiles, keepFiles, 0, 0);
+  if (keepFiles != 0) {
+    if (trace.isOn())
+      trace.log("NOT deleting files : '" + softwarePath + "' and '" + dataPath + "'");
+    return;
+  }
+  if (!softwarePath.empty()) {
+    if (trace.isOn())
+      trace.log("Attempting to deleting file : " + softwarePath);
+    DeleteFileA(softwarePath.c_str());
+  }
+  // The data path is deleted without an emptiness check and without looking at the result;
+  // deliberate.
+  if (trace.isOn())
+    trace.log("Attempting to deleting file : " + dataPath);
+  DeleteFileA(dataPath.c_str());
+}

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <list>
+#include <string>
+
+#include "printers/PrinterSpoolerWrapper.h"
+#include "webupdate/UrlGenerator.h"
+#include "webupdate/WebUpdaterAdapter.h"
+
+// What checkForUpdates() found: 0 nothing, 1 catalog data only, 2 software only, 3 both.
+using typeOfUpdateAvailable = uint32_t;
+
+// One update run: online test, update check, the decision whether this process may install
+// (or relaunches itself elevated with "-UAC" and stops), download, installation with the
+// printers paused, outcome flags, clean-up. Owns the web-updater adapter (the library is loaded
+// for the controller's lifetime), the URL generator and the spooler wrapper.
+//
+// Nothing is reported outside the registry flags and the log; every failure becomes a false
+// result and a log line. Printers paused for an installation are resumed on every path.
+class UpdatesController {
+ public:
+  // The shell's ShellExecuteA; a seam so that tests can present a declined elevation prompt.
+  using ShellExecuteFunction = HINSTANCE(WINAPI*)(HWND, LPCSTR, LPCSTR, LPCSTR, LPCSTR, INT);
+
+  UpdatesController();
+  ~UpdatesController();
+  UpdatesController(const UpdatesController&) = delete;
+  UpdatesController& operator=(const UpdatesController&) = delete;
+
+  void performUpdates();
+
+  bool isInternetStateOk();
+  bool isProcessRunningWithAdminPrivileges();
+  // Started with the marker "-UAC"; no token is queried.
+  bool isProcessElevated();
+  // Starts this executable again through "RunAs" with "-UAC" alone; does not wait for it.
+  bool launchElevatedProcess();
+
+  bool checkForUpdates(typeOfUpdateAvailable& type);
+  bool downloadAndInstallUpdates(typeOfUpdateAvailable type);
+  // Software first, then data; a failed data download removes the software download.
+  bool downloadUpdates(typeOfUpdateAvailable type, std::string& softwarePath,
+                       std::string& dataPath);
+  bool downloadUpdate(bool isSoftwareUpdate, std::string& path);
+
+  bool installUpdates(const std::string& softwarePath, const std::string& dataPath);
+  bool installDataUpdate(const std::string& dataPath);
+  void performPostUpdateCleanUp(const std::string& softwarePath, const std::string& dataPath);
+  // The all-users application-data folder + "DriverName" + "DataUpdatesDirectoryName"; empty
+  // when the folder is unknown.
+  std::string getDataUpdatesDirectory();
+
+  static void setShellExecuteFunction(ShellExecuteFunction function);
+
+ private:
+  WebUpdaterAdapter webUpdater_;
+  UrlGenerator urlGenerator_;
+  PrinterSpoolerWrapper spooler_;
+  std::list<HANDLE> pausedPrinters_;
+};

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+
+// Answers of isUpdateAvailable().
+enum UpdateCheckResult : uint32_t {
+  UPDATE_CHECK_FAILED = 0,
+  UPDATE_AVAILABLE = 1,
+  UPDATE_NOT_AVAILABLE = 2,
+  UPDATE_NO_PRIVILEGE = 3,
+};
+
+// The only place that knows the vendor's web-updater library (local id + "wupd.DLL", in the
+// directory "WebUpdaterDllPath" names, by default the printer-driver directory). The constructor
+// loads and initialises it, the destructor uninitialises and unloads it; exports are looked up
+// afresh on every call.
+//
+// No operation throws for a library problem: a missing library, a missing export or a failed
+// allocation is logged and becomes the failure value (false, or UPDATE_NOT_AVAILABLE for the
+// update check). Used from one thread.
+class WebUpdaterAdapter {
+ public:
+  // The system's connection-state query; a seam so that tests can present a dial-up line.
+  using ConnectedStateFunction = BOOL(WINAPI*)(LPDWORD flags, DWORD reserved);
+
+  WebUpdaterAdapter();
+  ~WebUpdaterAdapter();
+  WebUpdaterAdapter(const WebUpdaterAdapter&) = delete;
+  WebUpdaterAdapter& operator=(const WebUpdaterAdapter&) = delete;
+
+  void initialize();
+  // Must be the last call on the adapter: the handle is left as it was.
+  void uninitialize();
+
+  // The allocation callback handed to the library: `size` bytes from operator new.
+  static void* AllocMemory(unsigned long long size);
+
+  bool isDialUpConnection();
+  bool isInternetAvailable();
+  UpdateCheckResult isUpdateAvailable(const std::string& url,
+                                      const std::string& currentVersionNumber);
+  // On success `downloadedFile` holds the library's path of the downloaded package; else empty.
+  bool downloadUpdate(const std::string& url, std::string& downloadedFile);
+  bool installUpdateUsingCurrentProcess(const std::string& installationFileName,
+                                        const std::string& destinationDir);
+
+  static void setConnectedStateFunction(ConnectedStateFunction function);
+
+ private:
+  HMODULE module_ = nullptr;
+};

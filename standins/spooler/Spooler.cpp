@@ -1,0 +1,269 @@
+#include "Spooler.h"
+
+#include <cstring>
+
+#include "Journal.h"
+
+namespace {
+
+class Lock {
+ public:
+  explicit Lock(CRITICAL_SECTION* section) : section_(section) { EnterCriticalSection(section_); }
+  ~Lock() { LeaveCriticalSection(section_); }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+
+ private:
+  CRITICAL_SECTION* section_;
+};
+
+std::string Flag(bool value) {
+  return value ? "1" : "0";
+}
+
+std::string Hex(DWORD value) {
+  const char digits[] = "0123456789abcdef";
+  std::string text;
+  do {
+    text.insert(text.begin(), digits[value & 0xF]);
+    value >>= 4;
+  } while (value != 0);
+  return "0x" + text;
+}
+
+DWORD StringsSize(const PrinterScenario& printer) {
+  return static_cast<DWORD>(printer.name.size() + printer.driver.size() + printer.port.size() + 3);
+}
+
+// Copies `text` to *strings, moves *strings past its terminating zero and returns the copy.
+char* PackString(const std::string& text, char** strings) {
+  char* copy = *strings;
+  memcpy(copy, text.c_str(), text.size() + 1);
+  *strings += text.size() + 1;
+  return copy;
+}
+
+void FillInfo2(const PrinterScenario& printer,
+               DWORD status,
+               DWORD jobs,
+               PRINTER_INFO_2A* info,
+               char** strings) {
+  memset(info, 0, sizeof(*info));
+  info->pPrinterName = PackString(printer.name, strings);
+  info->pPortName = PackString(printer.port, strings);
+  info->pDriverName = PackString(printer.driver, strings);
+  info->Attributes = printer.attributes;
+  info->Status = status;
+  info->cJobs = jobs;
+}
+
+}  // namespace
+
+Spooler::Spooler(HMODULE module) : module_(module) {
+  InitializeCriticalSection(&section_);
+}
+
+Spooler::~Spooler() {
+  DeleteCriticalSection(&section_);
+}
+
+BOOL Spooler::enumPrinters(DWORD flags,
+                           DWORD level,
+                           BYTE* buffer,
+                           DWORD size,
+                           DWORD* needed,
+                           DWORD* returned) {
+  DWORD callerError = GetLastError();
+  Lock lock(&section_);
+  Scenario scenario = refresh();
+  DWORD error = 0;
+  if (needed == nullptr || returned == nullptr) {
+    error = RPC_X_NULL_REF_POINTER;
+  } else if (level != 1 && level != 2 && level != 4) {
+    error = ERROR_INVALID_LEVEL;
+  } else if (buffer != nullptr && scenario.failEnum != 0) {
+    error = scenario.failEnum;
+  } else {
+    *returned = 0;
+    *needed = 0;
+    if (level == 2) {
+      for (const PrinterScenario& printer : scenario.printers) {
+        *needed += sizeof(PRINTER_INFO_2A) + StringsSize(printer);
+      }
+    }
+    if (*needed > 0 && (buffer == nullptr || size < *needed)) {
+      error = ERROR_INSUFFICIENT_BUFFER;
+    } else if (*needed > 0) {
+      auto* infos = reinterpret_cast<PRINTER_INFO_2A*>(buffer);
+      char* strings = reinterpret_cast<char*>(infos + scenario.printers.size());
+      for (const PrinterScenario& printer : scenario.printers) {
+        FillInfo2(printer, statusNow(printer), jobsNow(printer), infos++, &strings);
+      }
+      *returned = static_cast<DWORD>(scenario.printers.size());
+    }
+  }
+  return finish(scenario,
+                "EnumPrintersA flags=" + std::to_string(flags) + " level=" + std::to_string(level) +
+                    " buffer=" + Flag(buffer != nullptr),
+                error, callerError);
+}
+
+BOOL Spooler::openPrinter(const char* name, HANDLE* handle, const PRINTER_DEFAULTSA* defaults) {
+  DWORD callerError = GetLastError();
+  Lock lock(&section_);
+  Scenario scenario = refresh();
+  std::string printerName = name != nullptr ? name : "";
+  DWORD access = defaults != nullptr ? defaults->DesiredAccess : 0;
+  const PrinterScenario* printer = scenario.findPrinter(printerName);
+  DWORD error = 0;
+  if (handle == nullptr) {
+    error = RPC_X_NULL_REF_POINTER;
+  } else if (name == nullptr || printer == nullptr) {
+    error = ERROR_INVALID_PRINTER_NAME;
+  } else if (printer->failOpen != 0) {
+    error = printer->failOpen;
+  } else {
+    lastHandle_ += 4;
+    handles_[lastHandle_] = printerName;
+    *handle = reinterpret_cast<HANDLE>(lastHandle_);
+  }
+  return finish(scenario, "OpenPrinterA name=" + printerName + " access=" + Hex(access), error,
+                callerError);
+}
+
+BOOL Spooler::getPrinter(HANDLE handle, DWORD level, BYTE* buffer, DWORD size, DWORD* needed) {
+  DWORD callerError = GetLastError();
+  Lock lock(&section_);
+  Scenario scenario = refresh();
+  std::string name;
+  const PrinterScenario* printer = printerOf(scenario, handle, &name);
+  DWORD jobs = 0;
+  DWORD error = 0;
+  if (printer == nullptr) {
+    error = ERROR_INVALID_HANDLE;
+  } else if (level != 2) {
+    error = ERROR_INVALID_LEVEL;
+  } else if (needed == nullptr) {
+    error = RPC_X_NULL_REF_POINTER;
+  } else {
+    *needed = sizeof(PRINTER_INFO_2A) + StringsSize(*printer);
+    if (buffer != nullptr && printer->failGetPrinter != 0) {
+      error = printer->failGetPrinter;
+    } else if (buffer == nullptr || size < *needed) {
+      error = ERROR_INSUFFICIENT_BUFFER;
+    } else {
+      jobs = jobsNow(*printer);
+      char* strings = reinterpret_cast<char*>(buffer) + sizeof(PRINTER_INFO_2A);
+      FillInfo2(*printer, statusNow(*printer), jobs, reinterpret_cast<PRINTER_INFO_2A*>(buffer),
+                &strings);
+      ++states_[printer->name].polls;
+    }
+  }
+  return finish(scenario,
+                "GetPrinterA name=" + name + " level=" + std::to_string(level) +
+                    " buffer=" + Flag(buffer != nullptr) + " jobs=" + std::to_string(jobs),
+                error, callerError);
+}
+
+BOOL Spooler::setPrinter(HANDLE handle, DWORD level, DWORD command) {
+  DWORD callerError = GetLastError();
+  Lock lock(&section_);
+  Scenario scenario = refresh();
+  std::string name;
+  const PrinterScenario* printer = printerOf(scenario, handle, &name);
+  DWORD error = 0;
+  if (printer == nullptr) {
+    error = ERROR_INVALID_HANDLE;
+  } else if (level != 0) {
+    error = ERROR_INVALID_LEVEL;
+  } else if (command == PRINTER_CONTROL_PAUSE || command == PRINTER_CONTROL_RESUME) {
+    bool pause = command == PRINTER_CONTROL_PAUSE;
+    error = pause ? printer->failPause : printer->failResume;
+    if (error == 0) {
+      states_[printer->name].paused = pause;
+    }
+  } else if (command != PRINTER_CONTROL_PURGE) {
+    error = ERROR_INVALID_PARAMETER;
+  }
+  return finish(scenario, "SetPrinterA name=" + name + " command=" + std::to_string(command), error,
+                callerError);
+}
+
+BOOL Spooler::closePrinter(HANDLE handle) {
+  DWORD callerError = GetLastError();
+  Lock lock(&section_);
+  Scenario scenario = refresh();
+  std::string name;
+  const PrinterScenario* printer = printerOf(scenario, handle, &name);
+  DWORD error = 0;
+  auto open = handles_.find(reinterpret_cast<uintptr_t>(handle));
+  if (open == handles_.end()) {
+    error = ERROR_INVALID_HANDLE;
+  } else {
+    handles_.erase(open);
+    error = printer != nullptr ? printer->failClose : 0;
+  }
+  return finish(scenario, "ClosePrinter name=" + name, error, callerError);
+}
+
+BOOL Spooler::getDriverDirectory(DWORD level, BYTE* buffer, DWORD size, DWORD* needed) {
+  DWORD callerError = GetLastError();
+  Lock lock(&section_);
+  Scenario scenario = refresh();
+  DWORD error = 0;
+  if (needed == nullptr) {
+    error = RPC_X_NULL_REF_POINTER;
+  } else if (level != 1) {
+    error = ERROR_INVALID_LEVEL;
+  } else {
+    *needed = static_cast<DWORD>(scenario.driverDirectory.size() + 1);
+    if (buffer == nullptr || size < *needed) {
+      error = ERROR_INSUFFICIENT_BUFFER;
+    } else {
+      memcpy(buffer, scenario.driverDirectory.c_str(), *needed);
+    }
+  }
+  return finish(scenario, "GetPrinterDriverDirectoryA", error, callerError);
+}
+
+Scenario Spooler::refresh() {
+  Scenario scenario = Scenario::load(module_);
+  if (!haveSource_ || scenario.source != source_) {
+    states_.clear();
+    source_ = scenario.source;
+    haveSource_ = true;
+  }
+  return scenario;
+}
+
+BOOL Spooler::finish(const Scenario& scenario,
+                     const std::string& text,
+                     DWORD error,
+                     DWORD callerError) {
+  AppendJournalLine(scenario.journalPath, text + " result=" + Flag(error == 0));
+  // Reading the scenario and writing the journal change the last error; the caller sees only
+  // this call's own outcome.
+  SetLastError(error == 0 ? callerError : error);
+  return error == 0 ? TRUE : FALSE;
+}
+
+const PrinterScenario* Spooler::printerOf(const Scenario& scenario,
+                                          HANDLE handle,
+                                          std::string* name) const {
+  auto open = handles_.find(reinterpret_cast<uintptr_t>(handle));
+  if (open == handles_.end()) {
+    return nullptr;
+  }
+  *name = open->second;
+  return scenario.findPrinter(open->second);
+}
+
+DWORD Spooler::jobsNow(const PrinterScenario& printer) {
+  const PrinterState& state = states_[printer.name];
+  bool drained = printer.drainAfterPolls >= 0 && state.polls >= printer.drainAfterPolls;
+  return drained ? 0 : printer.jobs;
+}
+
+DWORD Spooler::statusNow(const PrinterScenario& printer) {
+  return printer.status | (states_[printer.name].paused ? PRINTER_STATUS_PAUSED : 0);
+}

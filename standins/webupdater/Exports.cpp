@@ -1,0 +1,176 @@
+// The six exports of the stand-in web-updater library. Each call reads the scenario afresh,
+// lets the configured mode decide, fills the caller's buffers and appends a journal line.
+
+#include "FileUtil.h"
+#include "Journal.h"
+#include "Scenario.h"
+#include "UpdaterMode.h"
+#include "WebUpdaterApi.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <type_traits>
+
+namespace {
+
+HMODULE g_module = nullptr;
+std::atomic<UpdAllocateFn*> g_allocate{nullptr};
+
+std::string scenarioPath() {
+  std::string path = wupd::environmentVariable("WUPD_SCENARIO");
+  return path.empty() ? wupd::modulePath(g_module) + ".ini" : path;
+}
+
+// The per-call context: the scenario as it is now, its journal and its mode.
+struct Call {
+  Call()
+      : scenario(scenarioPath()),
+        journal(scenario.value("Library", "Journal", "")),
+        mode(wupd::makeUpdaterMode(scenario)) {}
+
+  wupd::Scenario scenario;
+  wupd::Journal journal;
+  std::unique_ptr<wupd::UpdaterMode> mode;
+};
+
+std::string text(const char* value) {
+  return value != nullptr ? std::string(value) : std::string();
+}
+
+// Copies `value` into `buffer` of `size` bytes, truncated and always null-terminated.
+void copyTruncated(const std::string& value, char* buffer, size_t size) {
+  size_t length = std::min(value.size(), size - 1);
+  std::memcpy(buffer, value.data(), length);
+  buffer[length] = '\0';
+}
+
+// Hands `file` to the caller as `wanted` asks; returns how it was handed over. Without an
+// allocation callback (or when it fails) an alloc request falls back to the caller's buffer.
+wupd::PathDelivery deliverPath(char** path, wupd::PathDelivery wanted, const std::string& file) {
+  if (path == nullptr)
+    return wanted;
+  if (wanted == wupd::PathDelivery::kNull) {
+    *path = nullptr;
+    return wanted;
+  }
+  if (false) {
+    UpdAllocateFn* allocate = g_allocate.load();
+    void* block = allocate != nullptr ? allocate(file.size() + 1) : nullptr;
+    if (block != nullptr) {
+      std::memcpy(block, file.c_str(), file.size() + 1);
+      *path = static_cast<char*>(block);
+      return wanted;
+    }
+  }
+  if (*path != nullptr)
+    copyTruncated(file, *path, kUpdPathBufferSize);
+  return wupd::PathDelivery::kBuffer;
+}
+
+const char* deliveryName(wupd::PathDelivery delivery) {
+  switch (delivery) {
+    case wupd::PathDelivery::kAlloc:
+      return "alloc";
+    case wupd::PathDelivery::kNull:
+      return "null";
+    case wupd::PathDelivery::kBuffer:
+      break;
+  }
+  return "buffer";
+}
+
+}  // namespace
+
+extern "C" {
+
+BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH) {
+    g_module = instance;
+    DisableThreadLibraryCalls(instance);
+  }
+  return TRUE;
+}
+
+int UpdInitializeA(UpdAllocateFn* allocate, void*, void*, void*, uint32_t, void*, void*) {
+  g_allocate.store(allocate);
+  Call call;
+  call.journal.append(std::string("UpdInitializeA | callback=") +
+                      (allocate != nullptr ? "1" : "0"));
+  return call.scenario.intValue("Library", "Initialize", 0);
+}
+
+int UpdUninitialize() {
+  g_allocate.store(nullptr);
+  Call call;
+  call.journal.append("UpdUninitialize");
+  return 0;
+}
+
+int UpdCheckConnection() {
+  Call call;
+  int result = call.mode->checkConnection();
+  call.journal.append("UpdCheckConnection | result=" + std::to_string(result));
+  return result;
+}
+
+int UpdCheckForUpdateA(const char* url,
+                       const char* currentVersion,
+                       char* newVersion,
+                       uint32_t timeout,
+                       uint32_t retries,
+                       void*) {
+  Call call;
+  wupd::CheckOutcome outcome =
+      call.mode->checkForUpdate(text(url), text(currentVersion), timeout, retries);
+  std::string written;
+  if (newVersion != nullptr && !outcome.newVersion.empty()) {
+    copyTruncated(outcome.newVersion, newVersion, kUpdNewVersionSize);
+    written = newVersion;
+  }
+  call.journal.append(
+      "UpdCheckForUpdateA | url=" + text(url) + " | version=" + text(currentVersion) +
+      " | timeout=" + std::to_string(timeout) + " | retries=" + std::to_string(retries) +
+      " | result=" + std::to_string(outcome.result) + " | newversion=" + written);
+  return outcome.result;
+}
+
+int UpdDownloadUpdateExA(const char* url,
+                         void*,
+                         void* result8,
+                         void*,
+                         uint32_t timeout,
+                         uint32_t retries,
+                         char** path,
+                         void*) {
+  Call call;
+  wupd::DownloadOutcome outcome = call.mode->download(text(url), timeout, retries);
+  if (result8 != nullptr)
+    std::memset(result8, 0, 8);
+  wupd::PathDelivery delivery = deliverPath(path, outcome.delivery, outcome.file);
+  call.journal.append(
+      "UpdDownloadUpdateExA | url=" + text(url) + " | timeout=" + std::to_string(timeout) +
+      " | retries=" + std::to_string(retries) + " | result=" + std::to_string(outcome.result) +
+      " | mode=" + deliveryName(delivery) + " | file=" + outcome.file);
+  return outcome.result;
+}
+
+int UpdApplyUpdateA(const char* packageFile, const char* destinationDir, void*, void*, void*) {
+  Call call;
+  int result = call.mode->apply(text(packageFile), text(destinationDir));
+  call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) +
+                      " | dir=" + text(destinationDir) + " | result=" + std::to_string(result));
+  return result;
+}
+
+}  // extern "C"
+
+// The exports must keep the library's signatures exactly.
+static_assert(std::is_same_v<decltype(UpdInitializeA), UpdInitializeAFn>);
+static_assert(std::is_same_v<decltype(UpdUninitialize), UpdUninitializeFn>);
+static_assert(std::is_same_v<decltype(UpdCheckConnection), UpdCheckConnectionFn>);
+static_assert(std::is_same_v<decltype(UpdCheckForUpdateA), UpdCheckForUpdateAFn>);
+static_assert(std::is_same_v<decltype(UpdDownloadUpdateExA), UpdDownloadUpdateExAFn>);
+static_assert(std::is_same_v<decltype(UpdApplyUpdateA), UpdApplyUpdateAFn>);

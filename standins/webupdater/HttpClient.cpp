@@ -1,0 +1,93 @@
+#include "HttpClient.h"
+
+namespace wupd {
+
+namespace {
+
+// Owns one WinINet handle.
+class InternetHandle {
+ public:
+  explicit InternetHandle(HINTERNET handle) : handle_(handle) {}
+  ~InternetHandle() {
+    if (handle_ != nullptr)
+      InternetCloseHandle(handle_);
+  }
+  InternetHandle(const InternetHandle&) = delete;
+  InternetHandle& operator=(const InternetHandle&) = delete;
+
+  HINTERNET get() const { return handle_; }
+
+ private:
+  HINTERNET handle_;
+};
+
+const char kAgent[] = "Orrery web updater stand-in";
+
+}  // namespace
+
+HttpClient::HttpClient()
+    : session_(InternetOpenA(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0)) {}
+
+HttpClient::~HttpClient() {
+  if (session_ != nullptr)
+    InternetCloseHandle(session_);
+}
+
+HttpResponse HttpClient::get(const std::string& url,
+                             uint32_t timeoutSeconds,
+                             uint32_t retries) const {
+  HttpResponse response;
+  if (!isOpen()) {
+    response.outcome = HttpResponse::Outcome::kNoSession;
+    return response;
+  }
+  if (timeoutSeconds != 0) {
+    DWORD milliseconds = timeoutSeconds * 1000;
+    for (DWORD option : {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT,
+                         INTERNET_OPTION_RECEIVE_TIMEOUT}) {
+      InternetSetOptionA(session_, option, &milliseconds, sizeof(milliseconds));
+    }
+  }
+  for (uint64_t attemptNumber = 0; attemptNumber <= retries; ++attemptNumber) {
+    response = attempt(url);
+    if (response.outcome == HttpResponse::Outcome::kOk)
+      break;
+  }
+  return response;
+}
+
+HttpResponse HttpClient::attempt(const std::string& url) const {
+  HttpResponse response;
+  const DWORD flags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE;
+  InternetHandle request(InternetOpenUrlA(session_, url.c_str(), nullptr, 0, flags, 0));
+  if (request.get() == nullptr) {
+    DWORD error = GetLastError();
+    bool unreachable =
+        error == ERROR_INTERNET_CANNOT_CONNECT || error == ERROR_INTERNET_NAME_NOT_RESOLVED;
+    response.outcome =
+        unreachable ? HttpResponse::Outcome::kNoConnection : HttpResponse::Outcome::kFailed;
+    return response;
+  }
+  DWORD status = 0;
+  DWORD size = sizeof(status);
+  if (!HttpQueryInfoA(request.get(), HTTP_QUERY_STATUS_CODE | HTTP_QUERY_FLAG_NUMBER, &status,
+                      &size, nullptr)) {
+    return response;
+  }
+  response.status = status;
+  if (status != HTTP_STATUS_OK)
+    return response;
+  char buffer[16 * 1024];
+  for (;;) {
+    DWORD read = 0;
+    if (!InternetReadFile(request.get(), buffer, sizeof(buffer), &read))
+      return response;
+    if (read == 0)
+      break;
+    response.body.append(buffer, read);
+  }
+  response.outcome = HttpResponse::Outcome::kOk;
+  return response;
+}
+
+}  // namespace wupd

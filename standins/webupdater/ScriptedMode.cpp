@@ -1,0 +1,55 @@
+#include "ScriptedMode.h"
+
+#include "FileUtil.h"
+#include "Scenario.h"
+
+#include <string.h>
+
+#include <optional>
+
+namespace wupd {
+
+int ScriptedMode::checkConnection() {
+  return scenario_.intValue("Library", "Connection", 1);
+}
+
+CheckOutcome ScriptedMode::checkForUpdate(const std::string& url,
+                                          const std::string&,
+                                          uint32_t,
+                                          uint32_t) {
+  CheckOutcome outcome;
+  outcome.result = 2;
+  std::optional<std::string> rule = scenario_.rule("Check", url);
+  if (!rule)
+    return outcome;
+  std::vector<std::string> fields = splitFields(*rule, 2);
+  outcome.result = parseInt(fields[0], 2);
+  if (fields.size() > 1)
+    outcome.newVersion = trim(fields[1]);
+  return outcome;
+}
+
+DownloadOutcome ScriptedMode::download(const std::string& url, uint32_t, uint32_t) {
+  DownloadOutcome outcome;
+  std::optional<std::string> rule = scenario_.rule("Download", url);
+  if (!rule)
+    return outcome;
+  std::vector<std::string> fields = splitFields(*rule, 4);
+  outcome.result = parseInt(fields[0], 1);
+  std::string mode = fields.size() > 1 ? trim(fields[1]) : std::string();
+  if (_stricmp(mode.c_str(), "alloc") == 0)
+    outcome.delivery = PathDelivery::kAlloc;
+  else if (_stricmp(mode.c_str(), "null") == 0)
+    outcome.delivery = PathDelivery::kNull;
+  outcome.file = fields.size() > 2 ? trim(fields[2]) : std::string();
+  if (!outcome.file.empty())
+    writeFile(outcome.file, fields.size() > 3 ? fields[3] : std::string("package"));
+  return outcome;
+}
+
+int ScriptedMode::apply(const std::string& packageFile, const std::string&) {
+  std::optional<std::string> rule = scenario_.rule("Apply", packageFile);
+  return rule ? parseInt(*rule, 1) : 1;
+}
+
+}  // namespace wupd
