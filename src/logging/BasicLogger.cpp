@@ -80,8 +80,10 @@ uint32_t BasicLogger::setComponentColumnWidth(uint32_t width) {
   return 0;
 }
 
-void BasicLogger::getCachedSetting(const std::string& name, uint32_t& value,
-                                   uint32_t defaultValue, uint32_t maxAgeMs) {
+void BasicLogger::getCachedSetting(const std::string& name,
+                                   uint32_t& value,
+                                   uint32_t defaultValue,
+                                   uint32_t maxAgeMs) {
   const uint32_t now = GetTickCount();
   CriticalSectionLock lock(cacheSection_);
   auto entry = settingsCache_.find(name);
@@ -145,9 +147,9 @@ void BasicLogger::write(const LoggerComponent& component, uint32_t level, const 
       SYSTEMTIME now;
       GetLocalTime(&now);
       stream << std::setw(4) << now.wYear << "/" << std::setw(2) << now.wMonth << "/"
-             << std::setw(2) << now.wDay << "-" << std::setw(2) << now.wHour << ":"
-             << std::setw(2) << now.wMinute << ":" << std::setw(2) << now.wSecond << "."
-             << std::setw(3) << now.wMilliseconds << " ";
+             << std::setw(2) << now.wDay << "-" << std::setw(2) << now.wHour << ":" << std::setw(2)
+             << now.wMinute << ":" << std::setw(2) << now.wSecond << "." << std::setw(3)
+             << now.wMilliseconds << " ";
     }
     // Hexadecimal stays on for the rest of the line.
     if (processId != 0)

@@ -38,7 +38,9 @@ class BasicLogger {
   uint32_t setComponentColumnWidth(uint32_t width);
   bool isLevelEnabled(const LoggerComponent& component, uint32_t level);
   // Reads a switch through a cache whose entries live for `maxAgeMs`.
-  void getCachedSetting(const std::string& name, uint32_t& value, uint32_t defaultValue,
+  void getCachedSetting(const std::string& name,
+                        uint32_t& value,
+                        uint32_t defaultValue,
                         uint32_t maxAgeMs);
 
   void enterFunction();
@@ -52,9 +54,11 @@ class BasicLogger {
   // can be opened for reading.
   virtual void readSetting(const std::string& name, uint32_t& value, uint32_t defaultValue);
   virtual void onLogFileMissing();
-  virtual std::string getLinePrefix(const LoggerComponent& component, uint32_t level,
+  virtual std::string getLinePrefix(const LoggerComponent& component,
+                                    uint32_t level,
                                     const char* text);
-  virtual std::string getLineSuffix(const LoggerComponent& component, uint32_t level,
+  virtual std::string getLineSuffix(const LoggerComponent& component,
+                                    uint32_t level,
                                     const char* text);
 
   // Registration of the process-wide logger (used by Logger::createInstance/destroyInstance).

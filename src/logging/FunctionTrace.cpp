@@ -19,8 +19,11 @@ FunctionTrace FunctionTrace::open(const LoggerComponent& component,
   return FunctionTrace(logger, component, traceOn ? functionName : std::string(), LOG_TRACE, true);
 }
 
-FunctionTrace::FunctionTrace(BasicLogger& logger, const LoggerComponent& component,
-                             const std::string& functionName, uint32_t level, bool traceWanted)
+FunctionTrace::FunctionTrace(BasicLogger& logger,
+                             const LoggerComponent& component,
+                             const std::string& functionName,
+                             uint32_t level,
+                             bool traceWanted)
     : component_(&component), logger_(&logger) {
   if (!traceWanted)
     return;

@@ -19,8 +19,11 @@ bool isTraceOn(const LoggerComponent& component, uint32_t level);
 // line is dropped.
 class FunctionTrace {
  public:
-  FunctionTrace(BasicLogger& logger, const LoggerComponent& component,
-                const std::string& functionName, uint32_t level, bool traceWanted);
+  FunctionTrace(BasicLogger& logger,
+                const LoggerComponent& component,
+                const std::string& functionName,
+                uint32_t level,
+                bool traceWanted);
   ~FunctionTrace();
   FunctionTrace(const FunctionTrace&) = delete;
   FunctionTrace& operator=(const FunctionTrace&) = delete;

@@ -8,7 +8,7 @@
 class LogText {
  public:
   LogText() = default;
-  LogText(const std::string& text) : text_(text) {}  // NOLINT: implicit by design.
+  LogText(const std::string& text) : text_(text) {}                  // NOLINT: implicit by design.
   LogText(const char* text) : text_(text != nullptr ? text : "") {}  // NOLINT
   explicit LogText(bool value) : text_(value ? "true" : "false") {}
   LogText(int32_t value, int radix);

@@ -40,8 +40,7 @@ void DeviceEnumerator::destroy() {
 }
 
 DeviceEnumerator::DeviceEnumerator() {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogRulesEng, "DeviceEnumerator::DeviceEnumerator: ");
+  FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "DeviceEnumerator::DeviceEnumerator: ");
   Settings settings;
   if (!settings.getStringValue(SettingsKeys::kSettingsSection, SettingsKeys::kDriverName,
                                driverName_, 0)) {
@@ -57,8 +56,7 @@ DeviceEnumerator::DeviceEnumerator() {
 }
 
 DeviceEnumerator::~DeviceEnumerator() {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogRulesEng, "DeviceEnumerator::~DeviceEnumerator: ");
+  FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "DeviceEnumerator::~DeviceEnumerator: ");
   clearPrinters();
 }
 

@@ -79,8 +79,7 @@ bool PrinterSpoolerWrapper::OpenPrinters(const std::list<std::string>& names,
 }
 
 bool PrinterSpoolerWrapper::ClosePrinters(const std::list<HANDLE>& handles) {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::ClosePrinters() ");
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::ClosePrinters() ");
   if (trace.isOn())
     trace.log("Closing all open printers");
   bool result = true;
@@ -94,8 +93,7 @@ bool PrinterSpoolerWrapper::ClosePrinters(const std::list<HANDLE>& handles) {
 }
 
 bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::pausePrinters() ");
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::pausePrinters() ");
   std::list<std::string> names;
   DeviceEnumerator::instance()->getPrinters(names);
   if (names.empty()) {
@@ -144,7 +142,8 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
   return result;
 }
 
-void PrinterSpoolerWrapper::waitUntilQuiet(const std::list<HANDLE>& handles, DWORD interval,
+void PrinterSpoolerWrapper::waitUntilQuiet(const std::list<HANDLE>& handles,
+                                           DWORD interval,
                                            FunctionTrace& trace) {
   for (;;) {
     bool busy = false;

@@ -20,7 +20,9 @@ BasicSettings::BasicSettings(const std::string& rootPath, const std::string& loc
 BasicSettings::~BasicSettings() = default;
 
 template <typename Operation>
-bool BasicSettings::withKey(const std::string& section, int scope, bool create,
+bool BasicSettings::withKey(const std::string& section,
+                            int scope,
+                            bool create,
                             Operation operation) {
   try {
     std::string path;
@@ -42,7 +44,8 @@ bool BasicSettings::rootKeyExists() {
   }
 }
 
-bool BasicSettings::getOrCreateBinaryValue(const std::string& section, const std::string& name,
+bool BasicSettings::getOrCreateBinaryValue(const std::string& section,
+                                           const std::string& name,
                                            std::vector<unsigned char>& value,
                                            const std::vector<unsigned char>& defaultValue,
                                            int scope) {
@@ -57,8 +60,10 @@ bool BasicSettings::getOrCreateBinaryValue(const std::string& section, const std
   });
 }
 
-bool BasicSettings::getBinaryValue(const std::string& section, const std::string& name,
-                                   std::vector<unsigned char>& value, int scope) {
+bool BasicSettings::getBinaryValue(const std::string& section,
+                                   const std::string& name,
+                                   std::vector<unsigned char>& value,
+                                   int scope) {
   return withKey(section, scope, false, [&](RegistryKey& key) {
     std::vector<unsigned char> bytes;
     if (!key.getValue(name, bytes))
@@ -69,8 +74,10 @@ bool BasicSettings::getBinaryValue(const std::string& section, const std::string
   });
 }
 
-bool BasicSettings::getOrCreateDwordValue(const std::string& section, const std::string& name,
-                                          unsigned long& value, unsigned long defaultValue,
+bool BasicSettings::getOrCreateDwordValue(const std::string& section,
+                                          const std::string& name,
+                                          unsigned long& value,
+                                          unsigned long defaultValue,
                                           int scope) {
   if (!rootKeyExists())
     return false;
@@ -83,14 +90,18 @@ bool BasicSettings::getOrCreateDwordValue(const std::string& section, const std:
   });
 }
 
-bool BasicSettings::getDwordValue(const std::string& section, const std::string& name,
-                                  unsigned long& value, int scope) {
+bool BasicSettings::getDwordValue(const std::string& section,
+                                  const std::string& name,
+                                  unsigned long& value,
+                                  int scope) {
   return withKey(section, scope, false,
                  [&](RegistryKey& key) { return key.getValue(name, value); });
 }
 
-bool BasicSettings::getOrCreateStringValue(const std::string& section, const std::string& name,
-                                           std::string& value, const std::string& defaultValue,
+bool BasicSettings::getOrCreateStringValue(const std::string& section,
+                                           const std::string& name,
+                                           std::string& value,
+                                           const std::string& defaultValue,
                                            int scope) {
   if (!rootKeyExists())
     return false;
@@ -103,29 +114,36 @@ bool BasicSettings::getOrCreateStringValue(const std::string& section, const std
   });
 }
 
-bool BasicSettings::getStringValue(const std::string& section, const std::string& name,
-                                   std::string& value, int scope) {
+bool BasicSettings::getStringValue(const std::string& section,
+                                   const std::string& name,
+                                   std::string& value,
+                                   int scope) {
   return withKey(section, scope, false,
                  [&](RegistryKey& key) { return key.getValue(name, value); });
 }
 
-bool BasicSettings::setStringValue(const std::string& section, const std::string& name,
-                                   const std::string& value, int scope) {
+bool BasicSettings::setStringValue(const std::string& section,
+                                   const std::string& name,
+                                   const std::string& value,
+                                   int scope) {
   return withKey(section, scope, true, [&](RegistryKey& key) {
     key.setValue(name, value);
     return true;
   });
 }
 
-bool BasicSettings::setDwordValue(const std::string& section, const std::string& name,
-                                  unsigned long value, int scope) {
+bool BasicSettings::setDwordValue(const std::string& section,
+                                  const std::string& name,
+                                  unsigned long value,
+                                  int scope) {
   return withKey(section, scope, true, [&](RegistryKey& key) {
     key.setValue(name, value);
     return true;
   });
 }
 
-bool BasicSettings::getValueNames(const std::string& section, std::list<std::string>& names,
+bool BasicSettings::getValueNames(const std::string& section,
+                                  std::list<std::string>& names,
                                   int scope) {
   if (section.empty())
     return false;

@@ -17,24 +17,41 @@ class BasicSettings {
   BasicSettings(const std::string& rootPath, const std::string& localId);
   virtual ~BasicSettings();
 
-  virtual bool getOrCreateBinaryValue(const std::string& section, const std::string& name,
+  virtual bool getOrCreateBinaryValue(const std::string& section,
+                                      const std::string& name,
                                       std::vector<unsigned char>& value,
-                                      const std::vector<unsigned char>& defaultValue, int scope);
-  virtual bool getBinaryValue(const std::string& section, const std::string& name,
-                              std::vector<unsigned char>& value, int scope);
-  virtual bool getOrCreateDwordValue(const std::string& section, const std::string& name,
-                                     unsigned long& value, unsigned long defaultValue, int scope);
-  virtual bool getDwordValue(const std::string& section, const std::string& name,
-                             unsigned long& value, int scope);
-  virtual bool getOrCreateStringValue(const std::string& section, const std::string& name,
-                                      std::string& value, const std::string& defaultValue,
+                                      const std::vector<unsigned char>& defaultValue,
                                       int scope);
-  virtual bool getStringValue(const std::string& section, const std::string& name,
-                              std::string& value, int scope);
-  virtual bool setStringValue(const std::string& section, const std::string& name,
-                              const std::string& value, int scope);
-  virtual bool setDwordValue(const std::string& section, const std::string& name,
-                             unsigned long value, int scope);
+  virtual bool getBinaryValue(const std::string& section,
+                              const std::string& name,
+                              std::vector<unsigned char>& value,
+                              int scope);
+  virtual bool getOrCreateDwordValue(const std::string& section,
+                                     const std::string& name,
+                                     unsigned long& value,
+                                     unsigned long defaultValue,
+                                     int scope);
+  virtual bool getDwordValue(const std::string& section,
+                             const std::string& name,
+                             unsigned long& value,
+                             int scope);
+  virtual bool getOrCreateStringValue(const std::string& section,
+                                      const std::string& name,
+                                      std::string& value,
+                                      const std::string& defaultValue,
+                                      int scope);
+  virtual bool getStringValue(const std::string& section,
+                              const std::string& name,
+                              std::string& value,
+                              int scope);
+  virtual bool setStringValue(const std::string& section,
+                              const std::string& name,
+                              const std::string& value,
+                              int scope);
+  virtual bool setDwordValue(const std::string& section,
+                             const std::string& name,
+                             unsigned long value,
+                             int scope);
   virtual bool getValueNames(const std::string& section, std::list<std::string>& names, int scope);
   // Throws Win32Exception when the recursive delete fails.
   virtual bool deleteKey(const std::string& section, int scope);

@@ -130,8 +130,8 @@ bool IniReader::buildSectionsData(uint32_t bufferSize) {
 }
 
 IniReader::KeyValPairs IniReader::getSectionData(const std::string& sectionName) {
-  FunctionTrace trace = FunctionTrace::open(
-      kLogQnv, "IniReader::getSectionData(sectionName=" + sectionName + "):");
+  FunctionTrace trace =
+      FunctionTrace::open(kLogQnv, "IniReader::getSectionData(sectionName=" + sectionName + "):");
   if (!built_) {
     if (trace.isOn())
       trace.log("Unsuccessful parsing settings file. returning empty key-value pairs");

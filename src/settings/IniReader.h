@@ -28,8 +28,8 @@ class IniReader {
   std::list<std::string> getSections() const { return sections_; }
   bool isBuilt() const { return built_; }
 
-  // Splits "type:data" at the first colon: 1 for "string", 2 for "dword", 0 otherwise. `parsedValue`
-  // gets the data only when there is at least one character after the colon.
+  // Splits "type:data" at the first colon: 1 for "string", 2 for "dword", 0 otherwise.
+  // `parsedValue` gets the data only when there is at least one character after the colon.
   static uint32_t getValueType(const std::string& value, std::string& parsedValue);
 
  private:

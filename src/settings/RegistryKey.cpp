@@ -70,20 +70,28 @@ void RegistryKey::open(const std::string& path, bool create, HKEY root) {
   regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, &handle_);
 }
 
-void RegistryKey::regOpenKeyEx(HKEY root, const std::string& subKey, DWORD options, REGSAM access,
+void RegistryKey::regOpenKeyEx(HKEY root,
+                               const std::string& subKey,
+                               DWORD options,
+                               REGSAM access,
                                HKEY* result) {
   const LONG status = RegOpenKeyExA(root, subKey.c_str(), options, access, result);
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::regOpenKeyEx()", status, __LINE__);
 }
 
-void RegistryKey::regCreateKeyEx(HKEY root, const std::string& subKey, DWORD reserved,
-                                 const std::string& className, DWORD options, REGSAM access,
-                                 SECURITY_ATTRIBUTES* securityAttributes, HKEY* result,
+void RegistryKey::regCreateKeyEx(HKEY root,
+                                 const std::string& subKey,
+                                 DWORD reserved,
+                                 const std::string& className,
+                                 DWORD options,
+                                 REGSAM access,
+                                 SECURITY_ATTRIBUTES* securityAttributes,
+                                 HKEY* result,
                                  DWORD* disposition) {
   const LONG status =
-      RegCreateKeyExA(root, subKey.c_str(), reserved, const_cast<char*>(className.c_str()),
-                      options, access, securityAttributes, result, disposition);
+      RegCreateKeyExA(root, subKey.c_str(), reserved, const_cast<char*>(className.c_str()), options,
+                      access, securityAttributes, result, disposition);
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::regCreateKeyEx()", status, __LINE__);
 }
@@ -92,8 +100,8 @@ bool RegistryKey::getValue(const std::string& name, unsigned long& value) {
   DWORD type = 0;
   DWORD data = 0;
   DWORD size = sizeof(data);
-  const LONG status =
-      RegQueryValueExA(handle_, name.c_str(), nullptr, &type, reinterpret_cast<BYTE*>(&data), &size);
+  const LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type,
+                                       reinterpret_cast<BYTE*>(&data), &size);
   if (status == ERROR_FILE_NOT_FOUND)
     return false;
   if (status == ERROR_SUCCESS && type == REG_DWORD) {

@@ -23,11 +23,19 @@ class RegistryKey {
 
   HKEY getHandle() const { return handle_; }
 
-  static void regOpenKeyEx(HKEY root, const std::string& subKey, DWORD options, REGSAM access,
+  static void regOpenKeyEx(HKEY root,
+                           const std::string& subKey,
+                           DWORD options,
+                           REGSAM access,
                            HKEY* result);
-  static void regCreateKeyEx(HKEY root, const std::string& subKey, DWORD reserved,
-                             const std::string& className, DWORD options, REGSAM access,
-                             SECURITY_ATTRIBUTES* securityAttributes, HKEY* result,
+  static void regCreateKeyEx(HKEY root,
+                             const std::string& subKey,
+                             DWORD reserved,
+                             const std::string& className,
+                             DWORD options,
+                             REGSAM access,
+                             SECURITY_ATTRIBUTES* securityAttributes,
+                             HKEY* result,
                              DWORD* disposition);
 
   // Typed reads: false when the value is absent (the out value is untouched); a value of another

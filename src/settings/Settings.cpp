@@ -61,7 +61,8 @@ uint32_t Settings::installDefaultSettings() {
     std::string path;
     getKeyPath(path, 0);
     RegistryKey root(path, true, HKEY_LOCAL_MACHINE);
-    const std::string fileName = CurrentProcess::getInstance()->getDirectory() + getMarkerFilePath();
+    const std::string fileName =
+        CurrentProcess::getInstance()->getDirectory() + getMarkerFilePath();
     SettingsInstaller installer(fileName);
     valid_ = installer.installSettings();
     return valid_ ? kInstalled : kInstallFailed;

@@ -9,8 +9,11 @@ namespace {
 
 const char kNotParsed[] = "Settings file could not be parsed properly.";
 
-LONG writeValue(const std::string& keyPath, const std::string& valueName, DWORD type,
-                const BYTE* data, DWORD size) {
+LONG writeValue(const std::string& keyPath,
+                const std::string& valueName,
+                DWORD type,
+                const BYTE* data,
+                DWORD size) {
   HKEY key = nullptr;
   LONG status = RegCreateKeyExA(HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, nullptr,
                                 REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key, nullptr);
@@ -28,7 +31,8 @@ LONG writeDwordValue(const std::string& keyPath, const std::string& valueName, D
                     sizeof(value));
 }
 
-LONG writeStringValue(const std::string& keyPath, const std::string& valueName,
+LONG writeStringValue(const std::string& keyPath,
+                      const std::string& valueName,
                       const std::string& value) {
   // Stored without the terminating zero, as settings files always have been.
   return writeValue(keyPath, valueName, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),

@@ -25,5 +25,6 @@ class SettingsInstaller {
 
 // Write one value below HKEY_LOCAL_MACHINE; return the registry status (0 = success).
 LONG writeDwordValue(const std::string& keyPath, const std::string& valueName, DWORD value);
-LONG writeStringValue(const std::string& keyPath, const std::string& valueName,
+LONG writeStringValue(const std::string& keyPath,
+                      const std::string& valueName,
                       const std::string& value);

@@ -7,7 +7,8 @@
 #include "system/Win32Exception.h"
 
 namespace {
-const char kInitFailed[] = "SecurityEveryone::SecurityEveryone() InitializeSecurityDescriptor failed";
+const char kInitFailed[] =
+    "SecurityEveryone::SecurityEveryone() InitializeSecurityDescriptor failed";
 
 // An access-allowed ACE without the SID that follows its header and mask.
 const DWORD kAceSizeWithoutSid = sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD);
@@ -25,8 +26,8 @@ SecurityEveryone::SecurityEveryone(bool inheritable) {
 
     DWORD aclSize = sizeof(ACL);
     if (!IsValidSid(everyone_))
-      throw Win32Exception("SecurityEveryone::SecurityEveryone() IsValidSid failed",
-                           GetLastError(), "SecurityEveryone", __LINE__);
+      throw Win32Exception("SecurityEveryone::SecurityEveryone() IsValidSid failed", GetLastError(),
+                           "SecurityEveryone", __LINE__);
     aclSize += kAceSizeWithoutSid + GetLengthSid(everyone_);
 
     // The three calls share one failure text by design.
@@ -66,8 +67,9 @@ void SecurityEveryone::release() {
 void SecurityEveryone::setSecurityIdEveryone() {
   SID_IDENTIFIER_AUTHORITY world = SECURITY_WORLD_SID_AUTHORITY;
   if (!AllocateAndInitializeSid(&world, 1, SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, &everyone_))
-    throw Win32Exception("SecurityEveryone::setSecurityIdEveryone() AllocateAndInitializeSid failed",
-                         GetLastError(), "SecurityEveryone", __LINE__);
+    throw Win32Exception(
+        "SecurityEveryone::setSecurityIdEveryone() AllocateAndInitializeSid failed", GetLastError(),
+        "SecurityEveryone", __LINE__);
 }
 
 void SecurityEveryone::doApply(HANDLE kernelObject) {

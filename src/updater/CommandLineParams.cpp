@@ -12,12 +12,13 @@ CommandLineParams* g_commandLineParams = nullptr;
 }  // namespace
 
 CommandLineParams::CommandLineParams(const std::string& commandLine) : commandLine_(commandLine) {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogUpdater, "CommandLineParams::CommandLineParams(" + commandLine + ") ");
+  FunctionTrace trace = FunctionTrace::open(
+      kLogUpdater, "CommandLineParams::CommandLineParams(" + commandLine + ") ");
 }
 
 CommandLineParams::~CommandLineParams() {
-  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "CommandLineParams::~CommandLineParams() ");
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "CommandLineParams::~CommandLineParams() ");
   commandLine_.clear();
 }
 

@@ -17,14 +17,22 @@ struct ProductFamily {
 
 // Scanned in row order; rows sharing a prefix resolve to the first one for paths.
 const ProductFamily kProductFamilyTable[16] = {
-    {"cv", "CorvaneInkjet", 0, "Corvane"}, {"hk", "HalvikInkJet", 0, "Halvik"},
-    {"hx", "HalvikLaser", 1, "Halvik"},    {"pd", "PardoInkJet", 0, "Pardo"},
-    {"ts", "TessinInkjet", 0, "Tessin"},   {"mw", "MorrowInkJet", 0, "Morrow"},
-    {"bz", "OpalInkJet", 0, "Brisa"},      {"cl", "CorvaneLaser", 1, "Corvane"},
-    {"kk", "KetterLaser", 1, "Ketter"},    {"gn", "QvsLaser", 1, "Generic"},
-    {"gn", "QvsScanner", 1, "Generic"},    {"kk", "KetterScanner", 1, "Ketter"},
-    {"rw", "RWInkjet", 0, ""},             {"vd", "VandelInkjet", 0, "Vandel"},
-    {"nn", "N-NetInkjet", 0, "N-Net"},     {"yb", "OemInkjet", 0, ""},
+    {"cv", "CorvaneInkjet", 0, "Corvane"},
+    {"hk", "HalvikInkJet", 0, "Halvik"},
+    {"hx", "HalvikLaser", 1, "Halvik"},
+    {"pd", "PardoInkJet", 0, "Pardo"},
+    {"ts", "TessinInkjet", 0, "Tessin"},
+    {"mw", "MorrowInkJet", 0, "Morrow"},
+    {"bz", "OpalInkJet", 0, "Brisa"},
+    {"cl", "CorvaneLaser", 1, "Corvane"},
+    {"kk", "KetterLaser", 1, "Ketter"},
+    {"gn", "QvsLaser", 1, "Generic"},
+    {"gn", "QvsScanner", 1, "Generic"},
+    {"kk", "KetterScanner", 1, "Ketter"},
+    {"rw", "RWInkjet", 0, ""},
+    {"vd", "VandelInkjet", 0, "Vandel"},
+    {"nn", "N-NetInkjet", 0, "N-Net"},
+    {"yb", "OemInkjet", 0, ""},
 };
 
 const char kUnknownFamilyPath[] = "Software\\Corvane Tools";
@@ -39,8 +47,7 @@ volatile bool g_localizeCreated = false;
 Localize::Localize(HMODULE module) : module_(module) {
   char buffer[MAX_PATH] = {};
   if (GetModuleFileNameA(module_, buffer, MAX_PATH) == 0)
-    throw Win32Exception("Localize::Localize(): GetModuleFileName failed", 0, "Localize",
-                         __LINE__);
+    throw Win32Exception("Localize::Localize(): GetModuleFileName failed", 0, "Localize", __LINE__);
   modulePath_ = buffer;
   if (!queryLocalId(localId_))
     throw Win32Exception("Localize::Localize(): GetLocalId failed", 0, "Localize", __LINE__);

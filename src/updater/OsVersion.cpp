@@ -87,8 +87,7 @@ bool OsVersion::isWow64() const {
   HMODULE kernel = GetModuleHandleA("kernel32");
   if (kernel == nullptr)
     return false;
-  auto isWow64Process =
-      reinterpret_cast<IsWow64ProcessFn>(
+  auto isWow64Process = reinterpret_cast<IsWow64ProcessFn>(
       reinterpret_cast<void*>(GetProcAddress(kernel, "IsWow64Process")));
   if (isWow64Process == nullptr)
     return false;

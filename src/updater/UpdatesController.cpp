@@ -9,8 +9,8 @@
 #include "settings/PathHelpers.h"
 #include "settings/Settings.h"
 #include "settings/SettingsKeys.h"
-#include "system/Exception.h"
 #include "system/CriticalSectionLock.h"
+#include "system/Exception.h"
 #include "updater/CommandLineParams.h"
 #include "updater/CurrentProcess.h"
 #include "updater/OsVersion.h"
@@ -45,8 +45,7 @@ void UpdatesController::setShellExecuteFunction(ShellExecuteFunction function) {
 }
 
 UpdatesController::UpdatesController() {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogUpdater, "UpdatesController::UpdatesController() ");
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::UpdatesController() ");
 }
 
 UpdatesController::~UpdatesController() {
@@ -129,8 +128,7 @@ void UpdatesController::performUpdates() {
 }
 
 bool UpdatesController::isInternetStateOk() {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogUpdater, "UpdatesController::isInternetStateOk() ");
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::isInternetStateOk() ");
   if (!webUpdater_.isInternetAvailable()) {
     if (trace.isOn())
       trace.log("Internet connection is not available, halting the update process");
@@ -145,14 +143,13 @@ bool UpdatesController::isInternetStateOk() {
 }
 
 bool UpdatesController::isProcessRunningWithAdminPrivileges() {
-  FunctionTrace trace = FunctionTrace::open(
-      kLogUpdater, "UpdatesController::isProcessRunningWithAdminPrivileges() ");
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessRunningWithAdminPrivileges() ");
   return finish(trace, spooler_.canWeOpenPrintersInAdminMode());
 }
 
 bool UpdatesController::isProcessElevated() {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessElevated() ");
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessElevated() ");
   {
     CriticalSectionLock lock(CommandLineParams::lock());
     if (CommandLineParams::instance() == nullptr)
@@ -163,13 +160,12 @@ bool UpdatesController::isProcessElevated() {
 
 bool UpdatesController::launchElevatedProcess() {
   // The label of isProcessElevated(), reused on purpose.
-  FunctionTrace trace =
-      FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessElevated() ");
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessElevated() ");
   try {
     const std::string path = CurrentProcess::getInstance()->getPath();
-    HINSTANCE instance = g_shellExecute(nullptr, "RunAs", path.c_str(),
-                                        CommandLineParams::kUacMarker.c_str(), nullptr,
-                                        kShowNormal);
+    HINSTANCE instance =
+        g_shellExecute(nullptr, "RunAs", path.c_str(), CommandLineParams::kUacMarker.c_str(),
+                       nullptr, kShowNormal);
     const INT_PTR value = reinterpret_cast<INT_PTR>(instance);
     if (value <= 32) {
       if (trace.isOn())
@@ -182,7 +178,8 @@ bool UpdatesController::launchElevatedProcess() {
     return finish(trace, true);
   } catch (const Exception& e) {
     BasicLogger::getInstance().write(
-        kLogQnv, LOG_ALWAYS, "ERROR: The Orrery Updater executable FAILED to Launch! " + e.toString());
+        kLogQnv, LOG_ALWAYS,
+        "ERROR: The Orrery Updater executable FAILED to Launch! " + e.toString());
     return finish(trace, false);
   }
 }
@@ -255,7 +252,8 @@ bool UpdatesController::downloadAndInstallUpdates(typeOfUpdateAvailable type) {
   return finish(trace, installed);
 }
 
-bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type, std::string& softwarePath,
+bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type,
+                                        std::string& softwarePath,
                                         std::string& dataPath) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::downloadUpdates() ");
   const auto log = [&trace](const LogText& text) {
@@ -384,8 +382,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
 }
 
 bool UpdatesController::installDataUpdate(const std::string& dataPath) {
-  FunctionTrace trace =
-      FunctionTrace::open(kLogUpdater, "UpdatesController::installDataUpdate() ");
+  FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::installDataUpdate() ");
   if (dataPath.empty()) {
     if (trace.isOn())
       trace.log(kNoUpdatesToInstall);
@@ -410,8 +407,7 @@ bool UpdatesController::installDataUpdate(const std::string& dataPath) {
   }
   const bool applied = webUpdater_.installUpdateUsingCurrentProcess(dataPath, directory);
   if (trace.isOn())
-    trace.log(applied ? "The data updates were applied successfully."
-                      : "The data updates FAILED.");
+    trace.log(applied ? "The data updates were applied successfully." : "The data updates FAILED.");
   return finish(trace, applied);
 }
 
@@ -425,8 +421,7 @@ std::string UpdatesController::getDataUpdatesDirectory() {
                                   SettingsKeys::kDataUpdatesDirectoryName, directoryName,
                                   kDefaultDataUpdatesDirectoryName, 0);
   std::string driverName;
-  settings.getStringValue(SettingsKeys::kSettingsSection, SettingsKeys::kDriverName, driverName,
-                          0);
+  settings.getStringValue(SettingsKeys::kSettingsSection, SettingsKeys::kDriverName, driverName, 0);
   return joinPath(joinPath(folder, driverName), directoryName);
 }
 

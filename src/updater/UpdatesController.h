@@ -42,7 +42,8 @@ class UpdatesController {
   bool checkForUpdates(typeOfUpdateAvailable& type);
   bool downloadAndInstallUpdates(typeOfUpdateAvailable type);
   // Software first, then data; a failed data download removes the software download.
-  bool downloadUpdates(typeOfUpdateAvailable type, std::string& softwarePath,
+  bool downloadUpdates(typeOfUpdateAvailable type,
+                       std::string& softwarePath,
                        std::string& dataPath);
   bool downloadUpdate(bool isSoftwareUpdate, std::string& path);
 

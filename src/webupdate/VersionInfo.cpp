@@ -18,7 +18,8 @@ const size_t kReadSize = 1024;
 
 // The version held in the file that a file-name setting and a directory setting (both in
 // "Settings\", written back with their defaults when absent) point at.
-std::string readInstalledVersion(const char* traceName, const char* fileNameSetting,
+std::string readInstalledVersion(const char* traceName,
+                                 const char* fileNameSetting,
                                  const std::string& defaultFileName,
                                  const char* directorySetting) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, traceName);
@@ -38,10 +39,9 @@ std::string readInstalledVersion(const char* traceName, const char* fileNameSett
 }  // namespace
 
 std::string VersionInfo::GetOrreryVersionNumber() {
-  return readInstalledVersion("VersionInfo::GetOrreryVersionNumber()",
-                              SettingsKeys::kOrreryVersionInfoFileName,
-                              Localize::getInstance()->getLocalId() + "Prog.ver",
-                              SettingsKeys::kDllPath);
+  return readInstalledVersion(
+      "VersionInfo::GetOrreryVersionNumber()", SettingsKeys::kOrreryVersionInfoFileName,
+      Localize::getInstance()->getLocalId() + "Prog.ver", SettingsKeys::kDllPath);
 }
 
 std::string VersionInfo::GetCatalogVersionNumber() {

@@ -275,8 +275,8 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
     trace.log("About to download update file.");
 
   unsigned long long ignored = 0;
-  const int code = download(url.c_str(), nullptr, &ignored, nullptr, timeOut, retryCount, &path,
-                            nullptr);
+  const int code =
+      download(url.c_str(), nullptr, &ignored, nullptr, timeOut, retryCount, &path, nullptr);
   if (path != ownBuffer)
     ::operator delete(ownBuffer);
 
@@ -301,8 +301,8 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
 
 bool WebUpdaterAdapter::installUpdateUsingCurrentProcess(const std::string& installationFileName,
                                                          const std::string& destinationDir) {
-  FunctionTrace trace = FunctionTrace::open(
-      kLogUpdater, "WebUpdaterAdapter::installUpdateUsingCurrentProcess() ");
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::installUpdateUsingCurrentProcess() ");
   if (trace.isOn())
     trace.log("installationFileName='" + installationFileName + "', destinationDir='" +
               destinationDir + "'");

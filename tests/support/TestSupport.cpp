@@ -53,7 +53,8 @@ void ScopedStore::setDword(const std::string& section, const std::string& name, 
   RegCloseKey(key);
 }
 
-void ScopedStore::setString(const std::string& section, const std::string& name,
+void ScopedStore::setString(const std::string& section,
+                            const std::string& name,
                             const std::string& value) {
   HKEY key = openOrCreate(keyPath(section));
   RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
@@ -64,12 +65,13 @@ void ScopedStore::setString(const std::string& section, const std::string& name,
 bool ScopedStore::getDword(const std::string& section, const std::string& name, DWORD& value) {
   DWORD size = sizeof(value);
   DWORD type = 0;
-  return RegGetValueA(HKEY_LOCAL_MACHINE, keyPath(section).c_str(), name.c_str(), RRF_RT_ANY,
-                      &type, &value, &size) == ERROR_SUCCESS &&
+  return RegGetValueA(HKEY_LOCAL_MACHINE, keyPath(section).c_str(), name.c_str(), RRF_RT_ANY, &type,
+                      &value, &size) == ERROR_SUCCESS &&
          type == REG_DWORD;
 }
 
-bool ScopedStore::getString(const std::string& section, const std::string& name,
+bool ScopedStore::getString(const std::string& section,
+                            const std::string& name,
                             std::string& value) {
   char buffer[4096] = {};
   DWORD size = sizeof(buffer) - 1;
