@@ -56,7 +56,7 @@ wupd::PathDelivery deliverPath(char** path, wupd::PathDelivery wanted, const std
     *path = nullptr;
     return wanted;
   }
-  if (false) {
+  if (wanted == wupd::PathDelivery::kAlloc) {
     UpdAllocateFn* allocate = g_allocate.load();
     void* block = allocate != nullptr ? allocate(file.size() + 1) : nullptr;
     if (block != nullptr) {

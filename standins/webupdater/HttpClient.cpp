@@ -41,26 +41,56 @@ HttpResponse HttpClient::get(const std::string& url,
     response.outcome = HttpResponse::Outcome::kNoSession;
     return response;
   }
-  if (timeoutSeconds != 0) {
-    DWORD milliseconds = timeoutSeconds * 1000;
-    for (DWORD option : {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT,
-                         INTERNET_OPTION_RECEIVE_TIMEOUT}) {
-      InternetSetOptionA(session_, option, &milliseconds, sizeof(milliseconds));
-    }
-  }
   for (uint64_t attemptNumber = 0; attemptNumber <= retries; ++attemptNumber) {
-    response = attempt(url);
+    response = attempt(url, timeoutSeconds);
     if (response.outcome == HttpResponse::Outcome::kOk)
       break;
   }
   return response;
 }
 
-HttpResponse HttpClient::attempt(const std::string& url) const {
+HttpResponse HttpClient::attempt(const std::string& url, uint32_t timeoutSeconds) const {
   HttpResponse response;
-  const DWORD flags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE;
-  InternetHandle request(InternetOpenUrlA(session_, url.c_str(), nullptr, 0, flags, 0));
-  if (request.get() == nullptr) {
+  char host[INTERNET_MAX_HOST_NAME_LENGTH] = {};
+  char path[INTERNET_MAX_URL_LENGTH] = {};
+  char extra[INTERNET_MAX_URL_LENGTH] = {};
+  URL_COMPONENTSA parts = {};
+  parts.dwStructSize = sizeof(parts);
+  parts.lpszHostName = host;
+  parts.dwHostNameLength = sizeof(host);
+  parts.lpszUrlPath = path;
+  parts.dwUrlPathLength = sizeof(path);
+  parts.lpszExtraInfo = extra;
+  parts.dwExtraInfoLength = sizeof(extra);
+  if (!InternetCrackUrlA(url.c_str(), 0, 0, &parts))
+    return response;
+  if (parts.nScheme != INTERNET_SCHEME_HTTP && parts.nScheme != INTERNET_SCHEME_HTTPS)
+    return response;
+
+  // Deliberately not InternetOpenUrlA: Wine does not pass the session's send and receive
+  // time-outs on to the request, so a silent server would block forever. Set on the request
+  // handle before sending, they hold on Wine and Windows alike.
+  InternetHandle connection(
+      InternetConnectA(session_, host, parts.nPort, nullptr, nullptr, INTERNET_SERVICE_HTTP, 0, 0));
+  if (connection.get() == nullptr)
+    return response;
+  DWORD flags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE;
+  if (parts.nScheme == INTERNET_SCHEME_HTTPS)
+    flags |= INTERNET_FLAG_SECURE;
+  std::string object = std::string(path) + extra;
+  InternetHandle request(HttpOpenRequestA(connection.get(), "GET",
+                                          object.empty() ? "/" : object.c_str(), nullptr, nullptr,
+                                          nullptr, flags, 0));
+  if (request.get() == nullptr)
+    return response;
+  if (timeoutSeconds != 0) {
+    DWORD milliseconds = timeoutSeconds * 1000;
+    for (DWORD option : {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT,
+                         INTERNET_OPTION_RECEIVE_TIMEOUT}) {
+      InternetSetOptionA(request.get(), option, &milliseconds, sizeof(milliseconds));
+    }
+  }
+  if (!HttpSendRequestA(request.get(), nullptr, 0, nullptr, 0)) {
     DWORD error = GetLastError();
     bool unreachable =
         error == ERROR_INTERNET_CANNOT_CONNECT || error == ERROR_INTERNET_NAME_NOT_RESOLVED;

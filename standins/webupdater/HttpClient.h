@@ -22,8 +22,8 @@ struct HttpResponse {
   std::string body;
 };
 
-// A WinINet session (direct, no proxy) that fetches URLs. Owns the session handle; not
-// copyable; use from one thread at a time.
+// A WinINet session (direct, no proxy) that fetches http and https URLs. Owns the session handle;
+// not copyable; use from one thread at a time.
 class HttpClient {
  public:
   HttpClient();
@@ -39,7 +39,7 @@ class HttpClient {
   HttpResponse get(const std::string& url, uint32_t timeoutSeconds, uint32_t retries) const;
 
  private:
-  HttpResponse attempt(const std::string& url) const;
+  HttpResponse attempt(const std::string& url, uint32_t timeoutSeconds) const;
 
   HINTERNET session_;
 };

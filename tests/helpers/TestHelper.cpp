@@ -7,12 +7,16 @@
 //                                            MODE = release | abandon (exit while holding) |
 //                                            recursive (take it twice, one release())
 //   test_helper mutex-try NAME MS            print "acquired" or "busy" after waiting up to MS
+//   test_helper admin-probe                  print "admin=" and canWeOpenPrintersInAdminMode()
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "logging/Logger.h"
+#include "printers/DeviceEnumerator.h"
+#include "printers/PrinterSpoolerWrapper.h"
 #include "settings/Settings.h"
 #include "system/Mutex.h"
 #include "updater/CurrentProcess.h"
@@ -75,12 +79,25 @@ int mutexTry(const std::string& name, DWORD ms) {
   return 0;
 }
 
+int adminProbe() {
+  Localize::createInstance(nullptr);
+  Logger::createInstance();
+  const bool admin = PrinterSpoolerWrapper().canWeOpenPrintersInAdminMode();
+  printf("admin=%d\n", admin ? 1 : 0);
+  DeviceEnumerator::destroy();
+  Logger::destroyInstance();
+  Localize::destroyInstance();
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::string command = argc > 1 ? argv[1] : "";
   if (command == "probe")
     return probe();
+  if (command == "admin-probe")
+    return adminProbe();
   if (command == "mutex-hold" && argc > 4)
     return mutexHold(argv[2], strtoul(argv[3], nullptr, 10), argv[4]);
   if (command == "mutex-try" && argc > 3)

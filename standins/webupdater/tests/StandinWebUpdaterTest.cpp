@@ -87,6 +87,24 @@ void removeTree(const std::string& dir) {
   RemoveDirectoryA(dir.c_str());
 }
 
+void printTree(const std::string& dir, const std::string& prefix) {
+  WIN32_FIND_DATAA entry;
+  HANDLE find = FindFirstFileA((dir + "\\*").c_str(), &entry);
+  if (find == INVALID_HANDLE_VALUE)
+    return;
+  do {
+    std::string name = entry.cFileName;
+    if (name == "." || name == "..")
+      continue;
+    if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY)
+      printTree(dir + "\\" + name, prefix + name + "\\");
+    else
+      std::printf("  %s%s: \"%s\"\n", prefix.c_str(), name.c_str(),
+                  readText(dir + "\\" + name).c_str());
+  } while (FindNextFileA(find, &entry));
+  FindClose(find);
+}
+
 // A loaded DLL and typed lookups of its exports.
 class Library {
  public:
@@ -429,6 +447,7 @@ void runHttp(Api& api, const Workspace& work, std::string base) {
                      nullptr);
   std::printf("apply pkg.pkg: %d\n", result);
   CHECK(result == kUpdApplied);
+  printTree(dest, "");
   for (const std::string& line : work.journalLines())
     std::printf("journal: %s\n", line.c_str());
 }
