@@ -8,6 +8,7 @@
 //                                            recursive (take it twice, one release())
 //   test_helper mutex-try NAME MS            print "acquired" or "busy" after waiting up to MS
 //   test_helper admin-probe                  print "admin=" and canWeOpenPrintersInAdminMode()
+//   test_helper codes                        print the language, country and OS codes
 #include <windows.h>
 
 #include <cstdio>
@@ -22,6 +23,7 @@
 #include "updater/CurrentProcess.h"
 #include "updater/Localize.h"
 #include "updater/OsVersion.h"
+#include "webupdate/TandemUtilities.h"
 
 namespace {
 
@@ -90,12 +92,26 @@ int adminProbe() {
   return 0;
 }
 
+int codes() {
+  Localize::createInstance(nullptr);
+  Logger::createInstance();
+  printf("language=%s\n", TandemUtilities::getLanguageCode().c_str());
+  printf("country=%s\n", TandemUtilities::getCountryCode().c_str());
+  printf("os=%s\n", TandemUtilities::getOsCode().c_str());
+  CurrentProcess::destroyInstance();
+  Logger::destroyInstance();
+  Localize::destroyInstance();
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::string command = argc > 1 ? argv[1] : "";
   if (command == "probe")
     return probe();
+  if (command == "codes")
+    return codes();
   if (command == "admin-probe")
     return adminProbe();
   if (command == "mutex-hold" && argc > 4)

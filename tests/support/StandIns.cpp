@@ -103,6 +103,15 @@ WebUpdaterScenario::~WebUpdaterScenario() {
   SetEnvironmentVariableA("WUPD_SCENARIO", nullptr);
 }
 
+WebUpdaterScenario& WebUpdaterScenario::clear() {
+  connection_ = 1;
+  checks_.clear();
+  downloads_.clear();
+  applies_.clear();
+  clearJournal();
+  return *this;
+}
+
 WebUpdaterScenario& WebUpdaterScenario::connection(int result) {
   connection_ = result;
   return *this;

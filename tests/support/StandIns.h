@@ -69,6 +69,8 @@ class WebUpdaterScenario {
   WebUpdaterScenario(const WebUpdaterScenario&) = delete;
   WebUpdaterScenario& operator=(const WebUpdaterScenario&) = delete;
 
+  // Removes every rule and empties the journal.
+  WebUpdaterScenario& clear();
   WebUpdaterScenario& connection(int result);
   // value: "<code>[,<new version>]"
   WebUpdaterScenario& check(const std::string& urlPart, const std::string& value);
