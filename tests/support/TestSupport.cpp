@@ -162,8 +162,12 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
+  removeTree(path_);
+}
+
+void removeTree(const std::string& path) {
   // SHFileOperation needs a double-null-terminated list.
-  std::string from = path_;
+  std::string from = path;
   from.push_back('\0');
   SHFILEOPSTRUCTA operation = {};
   operation.wFunc = FO_DELETE;

@@ -71,6 +71,9 @@ class TempDir {
   std::string path_;
 };
 
+// Deletes a directory with everything in it (no error when missing).
+void removeTree(const std::string& path);
+
 bool writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
