@@ -1,0 +1,102 @@
+"""Scratch Wine prefixes for the demo and the end-to-end tests.
+
+Each prefix is a copy of one template prefix (made once with cmake/make-prefix.sh), so that a run
+gets a machine of its own in about two seconds. Windows paths map into the prefix's drive_c.
+Every process started in a prefix runs with a time limit; when it runs out the prefix is ended
+with `wineserver -k`, which touches no other prefix.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+
+SOURCE_DIR = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+MAKE_PREFIX = os.path.join(SOURCE_DIR, "cmake", "make-prefix.sh")
+
+
+class Prefix:
+    def __init__(self, path):
+        self.path = path
+        self.env = dict(os.environ, WINEPREFIX=path, WINEDEBUG="-all")
+        self.env.pop("WINEDLLOVERRIDES", None)
+
+    def create_from(self, template):
+        """Replaces this prefix with a fresh copy of `template` (made first when missing)."""
+        if not os.path.isfile(os.path.join(template, "system.reg")):
+            subprocess.run([MAKE_PREFIX, template], check=True)
+        self.kill()
+        shutil.rmtree(self.path, ignore_errors=True)
+        os.makedirs(os.path.dirname(self.path), exist_ok=True)
+        subprocess.run(["cp", "-a", template, self.path], check=True)
+        return self
+
+    def remove(self):
+        self.kill()
+        shutil.rmtree(self.path, ignore_errors=True)
+
+    def unix(self, windows_path):
+        assert windows_path[1:3] == ":\\", windows_path
+        return os.path.join(self.path, "drive_c", *windows_path[3:].split("\\"))
+
+    def write(self, windows_path, text):
+        path = self.unix(windows_path)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "w", encoding="latin-1", newline="") as f:
+            f.write(text)
+
+    def read(self, windows_path):
+        try:
+            with open(self.unix(windows_path), encoding="latin-1", newline="") as f:
+                return f.read()
+        except OSError:
+            return None
+
+    def exists(self, windows_path):
+        return os.path.exists(self.unix(windows_path))
+
+    def copy_in(self, source, windows_dir, name=None):
+        os.makedirs(self.unix(windows_dir), exist_ok=True)
+        shutil.copy(source, os.path.join(self.unix(windows_dir), name or os.path.basename(source)))
+
+    def wine(self, args, timeout=60, cwd=None):
+        """Runs a Windows program; ends the whole prefix if it overruns."""
+        try:
+            return subprocess.run(["wine"] + args, env=self.env, cwd=cwd, timeout=timeout,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                                  errors="replace")
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise
+
+    def wait_idle(self, timeout):
+        """Waits until every process of the prefix has ended; ends them all on time-out."""
+        try:
+            subprocess.run(["wineserver", "-w"], env=self.env, timeout=timeout)
+            return True
+        except subprocess.TimeoutExpired:
+            self.kill()
+            return False
+
+    def kill(self):
+        if os.path.isdir(self.path):
+            subprocess.run(["wineserver", "-k"], env=self.env, stderr=subprocess.DEVNULL)
+
+    def import_registry(self, entries):
+        """Writes {key: {name: value}} (int: REG_DWORD, str: REG_SZ) through regedit."""
+        lines = ["REGEDIT4", ""]
+        for key, values in entries.items():
+            lines.append("[" + key + "]")
+            for name, value in values.items():
+                if isinstance(value, int):
+                    lines.append('"%s"=dword:%08x' % (name, value))
+                else:
+                    lines.append('"%s"="%s"' % (name, value.replace("\\", "\\\\")))
+            lines.append("")
+        self.write(r"C:\import.reg", "\r\n".join(lines))
+        self.wine(["regedit", "/S", r"C:\import.reg"])
+
+    def reg_dword(self, key, name):
+        out = self.wine(["reg", "query", key, "/v", name]).stdout
+        match = re.search(re.escape(name) + r"\s+REG_DWORD\s+0x([0-9a-fA-F]+)", out)
+        return int(match.group(1), 16) if match else None
