@@ -24,9 +24,12 @@ bool initialize(const std::string& commandLine) {
 int runApplication(const char* commandLine) {
   if (!initialize(commandLine != nullptr ? commandLine : ""))
     return 0;
-  {
+  try {
     std::unique_ptr<UpdatesController> controller(new UpdatesController());
     controller->performUpdates();
+  } catch (...) {
+    // The run handles its own failures; only the log writer can throw this far (a failed wait
+    // on its mutex). The exit code stays 0 and the teardown still runs.
   }
   // The order is required: everything before the logger may still log, and Localize outlives
   // the logger.
