@@ -35,6 +35,23 @@ bool BasicSettings::withKey(const std::string& section,
   }
 }
 
+template <typename Value>
+bool BasicSettings::getOrCreate(const std::string& section,
+                                const std::string& name,
+                                Value& value,
+                                const Value& defaultValue,
+                                int scope) {
+  if (!rootKeyExists())
+    return false;
+  return withKey(section, scope, true, [&](RegistryKey& key) {
+    if (!key.getValue(name, value)) {
+      key.setValue(name, defaultValue);
+      value = defaultValue;
+    }
+    return true;
+  });
+}
+
 bool BasicSettings::rootKeyExists() {
   try {
     RegistryKey key(rootPath_, false, HKEY_LOCAL_MACHINE);
@@ -49,15 +66,7 @@ bool BasicSettings::getOrCreateBinaryValue(const std::string& section,
                                            std::vector<unsigned char>& value,
                                            const std::vector<unsigned char>& defaultValue,
                                            int scope) {
-  if (!rootKeyExists())
-    return false;
-  return withKey(section, scope, true, [&](RegistryKey& key) {
-    if (!key.getValue(name, value)) {
-      key.setValue(name, defaultValue);
-      value = defaultValue;
-    }
-    return true;
-  });
+  return getOrCreate(section, name, value, defaultValue, scope);
 }
 
 bool BasicSettings::getBinaryValue(const std::string& section,
@@ -79,15 +88,7 @@ bool BasicSettings::getOrCreateDwordValue(const std::string& section,
                                           unsigned long& value,
                                           unsigned long defaultValue,
                                           int scope) {
-  if (!rootKeyExists())
-    return false;
-  return withKey(section, scope, true, [&](RegistryKey& key) {
-    if (!key.getValue(name, value)) {
-      key.setValue(name, defaultValue);
-      value = defaultValue;
-    }
-    return true;
-  });
+  return getOrCreate(section, name, value, defaultValue, scope);
 }
 
 bool BasicSettings::getDwordValue(const std::string& section,
@@ -103,15 +104,7 @@ bool BasicSettings::getOrCreateStringValue(const std::string& section,
                                            std::string& value,
                                            const std::string& defaultValue,
                                            int scope) {
-  if (!rootKeyExists())
-    return false;
-  return withKey(section, scope, true, [&](RegistryKey& key) {
-    if (!key.getValue(name, value)) {
-      key.setValue(name, defaultValue);
-      value = defaultValue;
-    }
-    return true;
-  });
+  return getOrCreate(section, name, value, defaultValue, scope);
 }
 
 bool BasicSettings::getStringValue(const std::string& section,

@@ -69,6 +69,14 @@ class BasicSettings {
   // Runs `operation` on the key of `section`; a Win32Exception becomes false + SetLastError.
   template <typename Operation>
   bool withKey(const std::string& section, int scope, bool create, Operation operation);
+  // Reads `name`; when it is absent writes `defaultValue` and returns it. Creates nothing while
+  // the root is missing.
+  template <typename Value>
+  bool getOrCreate(const std::string& section,
+                   const std::string& name,
+                   Value& value,
+                   const Value& defaultValue,
+                   int scope);
 
   std::string rootPath_;
   std::string localId_;

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "printers/DeviceEnumerator.h"
 #include "printers/PrinterSpoolerWrapper.h"
 #include "support/StandIns.h"
@@ -235,15 +237,10 @@ TEST_F(PrinterSpoolerWrapperTest, TheAdminProbeBeforeVistaDoesNotTouchTheSpooler
   locked.failOpen = ERROR_ACCESS_DENIED;
   spooler_.add(locked).write();
   for (const char* version : {"winxp", "win7"}) {
-    const std::string exe = std::string("cvpr_probe_") + version + ".exe";
-    ASSERT_TRUE(testsupport::copyBeside("test_helper.exe", exe));
-    testsupport::setWineVersion(exe, version);
-    const testsupport::ProcessResult result =
-        testsupport::runProcess("\"" + testsupport::executableDirectory() + exe + "\" admin-probe");
-    testsupport::setWineVersion(exe, "");
-    DeleteFileA((testsupport::executableDirectory() + exe).c_str());
+    std::map<std::string, std::string> facts = testsupport::runHelperCopy(
+        std::string("cvpr_probe_") + version + ".exe", "admin-probe", version);
     const bool xp = std::string(version) == "winxp";
-    EXPECT_EQ(xp ? "admin=1" : "admin=0", result.output.substr(0, 7)) << version;
+    EXPECT_EQ(xp ? "1" : "0", facts["admin"]) << version;
     std::vector<std::string> opened;
     for (const std::string& line : testsupport::readLines(spooler_.journalPath())) {
       if (line.find(" OpenPrinterA ") != std::string::npos)

@@ -349,6 +349,31 @@ bool copyBeside(const std::string& source, const std::string& target) {
   return CopyFileA((directory + source).c_str(), (directory + target).c_str(), FALSE) != FALSE;
 }
 
+std::map<std::string, std::string> runHelperCopy(const std::string& exeName,
+                                                 const std::string& arguments,
+                                                 const std::string& wineVersion) {
+  std::map<std::string, std::string> facts;
+  if (!copyBeside("test_helper.exe", exeName))
+    return facts;
+  if (!wineVersion.empty())
+    setWineVersion(exeName, wineVersion);
+  const ProcessResult result =
+      runProcess("\"" + executableDirectory() + exeName + "\" " + arguments);
+  if (!wineVersion.empty())
+    setWineVersion(exeName, "");
+  DeleteFileA((executableDirectory() + exeName).c_str());
+  std::istringstream lines(result.output);
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (!line.empty() && line.back() == '\r')
+      line.pop_back();
+    const std::string::size_type equals = line.find('=');
+    if (equals != std::string::npos)
+      facts[line.substr(0, equals)] = line.substr(equals + 1);
+  }
+  return facts;
+}
+
 void setWineVersion(const std::string& exeName, const std::string& version) {
   const std::string path = "Software\\Wine\\AppDefaults\\" + exeName;
   if (version.empty()) {

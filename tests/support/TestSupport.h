@@ -122,6 +122,13 @@ std::string executableDirectory();
 // Copies this directory's `source` file to `target` (both in the executable directory).
 bool copyBeside(const std::string& source, const std::string& target);
 
+// Runs a copy of test_helper.exe named `exeName` (its first four characters are its local id),
+// presented by Wine as `wineVersion` when that is not empty, with `arguments`, and returns the
+// "key=value" lines it printed. The copy is removed afterwards.
+std::map<std::string, std::string> runHelperCopy(const std::string& exeName,
+                                                 const std::string& arguments,
+                                                 const std::string& wineVersion = "");
+
 // Sets the Windows version that Wine reports to the executable named `exeName` (e.g. "win7",
 // "winxp64"), or removes the setting for an empty version.
 void setWineVersion(const std::string& exeName, const std::string& version);

@@ -1,32 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 
 #include "support/TestSupport.h"
 #include "updater/Localize.h"
 
 namespace {
-
-// Runs a copy of the test helper under `exeName` and returns what its probe printed.
-std::map<std::string, std::string> probeAs(const std::string& exeName) {
-  std::map<std::string, std::string> facts;
-  if (!testsupport::copyBeside("test_helper.exe", exeName))
-    return facts;
-  const testsupport::ProcessResult result =
-      testsupport::runProcess("\"" + testsupport::executableDirectory() + exeName + "\" probe");
-  DeleteFileA((testsupport::executableDirectory() + exeName).c_str());
-  std::istringstream lines(result.output);
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (!line.empty() && line.back() == '\r')
-      line.pop_back();
-    const std::string::size_type equals = line.find('=');
-    if (equals != std::string::npos)
-      facts[line.substr(0, equals)] = line.substr(equals + 1);
-  }
-  return facts;
-}
 
 struct FamilyCase {
   const char* exeName;
@@ -41,7 +20,7 @@ class ProductFamily : public testing::TestWithParam<FamilyCase> {};
 
 TEST_P(ProductFamily, FollowsTheExecutableName) {
   const FamilyCase& c = GetParam();
-  std::map<std::string, std::string> facts = probeAs(c.exeName);
+  std::map<std::string, std::string> facts = testsupport::runHelperCopy(c.exeName, "probe");
   ASSERT_FALSE(facts.empty()) << "the probe did not run as " << c.exeName;
   EXPECT_EQ(c.localId, facts["localId"]);
   EXPECT_EQ(c.familyPath, facts["familyPath"]);

@@ -1,35 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 
 #include "support/TestSupport.h"
 #include "updater/CurrentProcess.h"
 #include "updater/OsVersion.h"
 
 namespace {
-
-std::map<std::string, std::string> probeWithVersion(const std::string& wineVersion) {
-  const std::string exeName = "cvver_" + wineVersion + ".exe";
-  std::map<std::string, std::string> facts;
-  if (!testsupport::copyBeside("test_helper.exe", exeName))
-    return facts;
-  testsupport::setWineVersion(exeName, wineVersion);
-  const testsupport::ProcessResult result =
-      testsupport::runProcess("\"" + testsupport::executableDirectory() + exeName + "\" probe");
-  testsupport::setWineVersion(exeName, "");
-  DeleteFileA((testsupport::executableDirectory() + exeName).c_str());
-  std::istringstream lines(result.output);
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (!line.empty() && line.back() == '\r')
-      line.pop_back();
-    const std::string::size_type equals = line.find('=');
-    if (equals != std::string::npos)
-      facts[line.substr(0, equals)] = line.substr(equals + 1);
-  }
-  return facts;
-}
 
 struct VersionCase {
   const char* wineVersion;
@@ -50,7 +27,8 @@ class WindowsVersion : public testing::TestWithParam<VersionCase> {};
 
 TEST_P(WindowsVersion, GivesTheCodeAndTheDriverDirectorySuffix) {
   const VersionCase& c = GetParam();
-  std::map<std::string, std::string> facts = probeWithVersion(c.wineVersion);
+  std::map<std::string, std::string> facts = testsupport::runHelperCopy(
+      std::string("cvver_") + c.wineVersion + ".exe", "probe", c.wineVersion);
   ASSERT_FALSE(facts.empty());
   EXPECT_EQ(c.code, facts["windowsVersion"]);
   EXPECT_EQ(c.vistaOrLater, facts["vistaOrLater"]);

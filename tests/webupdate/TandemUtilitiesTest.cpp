@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <sstream>
 
 #include "support/TestSupport.h"
 #include "webupdate/TandemUtilities.h"
@@ -33,28 +32,6 @@ const std::map<uint16_t, uint32_t>& languageTable() {
     return t;
   }();
   return table;
-}
-
-std::map<std::string, std::string> runCodes(const std::string& wineVersion) {
-  const std::string exeName = "cvwe_codes_" + wineVersion + ".exe";
-  std::map<std::string, std::string> facts;
-  if (!testsupport::copyBeside("test_helper.exe", exeName))
-    return facts;
-  testsupport::setWineVersion(exeName, wineVersion);
-  const testsupport::ProcessResult result =
-      testsupport::runProcess("\"" + testsupport::executableDirectory() + exeName + "\" codes");
-  testsupport::setWineVersion(exeName, "");
-  DeleteFileA((testsupport::executableDirectory() + exeName).c_str());
-  std::istringstream lines(result.output);
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (!line.empty() && line.back() == '\r')
-      line.pop_back();
-    const std::string::size_type equals = line.find('=');
-    if (equals != std::string::npos)
-      facts[line.substr(0, equals)] = line.substr(equals + 1);
-  }
-  return facts;
 }
 
 }  // namespace
@@ -92,7 +69,9 @@ class OsCode : public testing::TestWithParam<OsCase> {};
 // this process's own (the locale follows LC_ALL; the ctest entries "codes_<locale>" run the
 // helper under several).
 TEST_P(OsCode, FollowsTheWindowsVersion) {
-  std::map<std::string, std::string> facts = runCodes(GetParam().wineVersion);
+  std::map<std::string, std::string> facts =
+      testsupport::runHelperCopy(std::string("cvwe_codes_") + GetParam().wineVersion + ".exe",
+                                 "codes", GetParam().wineVersion);
   ASSERT_FALSE(facts.empty());
   EXPECT_EQ(GetParam().os, facts["os"]);
   EXPECT_EQ(TandemUtilities::getLanguageCode(), facts["language"]);
