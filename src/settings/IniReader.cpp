@@ -9,12 +9,16 @@
 
 namespace {
 
-// Splits a list of null-terminated strings that ends with an empty one.
-std::list<std::string> splitNullList(const char* buffer, uint32_t size) {
+// Splits the first `length` characters of a list of null-terminated strings, as the
+// private-profile functions return it. The returned length ends the list, not the first empty
+// item: a line with an empty key name ("=value") lists as an empty key in the middle of the list,
+// and the keys after it belong to the file too. A last item cut short by the buffer has no null
+// of its own and is kept as it is.
+std::list<std::string> splitNullList(const char* buffer, uint32_t length) {
   std::list<std::string> items;
   uint32_t position = 0;
-  while (position < size && buffer[position] != '\0') {
-    const std::string item(buffer + position, strnlen(buffer + position, size - position));
+  while (position < length) {
+    const std::string item(buffer + position, strnlen(buffer + position, length - position));
     items.push_back(item);
     position += static_cast<uint32_t>(item.size()) + 1;
   }
@@ -69,7 +73,7 @@ bool IniReader::buildSections(uint32_t bufferSize) {
       GetPrivateProfileSectionNamesA(buffer.get(), bufferSize, iniFileName_.c_str());
   if (length == 0)
     return false;
-  sections_ = splitNullList(buffer.get(), bufferSize);
+  sections_ = splitNullList(buffer.get(), length < bufferSize ? length : bufferSize);
   for (const std::string& name : sections_)
     sectionsData_.push_back(SectionData{name, KeyValPairs()});
   if (trace.isOn())
@@ -88,13 +92,15 @@ bool IniReader::buildSectionsData(uint32_t bufferSize) {
   }
   for (const std::string& section : sections_) {
     ZeroMemory(buffer.get(), bufferSize + 1);
-    if (GetPrivateProfileStringA(section.c_str(), nullptr, nullptr, buffer.get(), bufferSize,
-                                 iniFileName_.c_str()) == 0) {
+    const DWORD keysLength = GetPrivateProfileStringA(
+        section.c_str(), nullptr, nullptr, buffer.get(), bufferSize, iniFileName_.c_str());
+    if (keysLength == 0) {
       if (trace.isOn())
         trace.log("Could not retrieve key-value pairs for section=" + section);
       continue;
     }
-    const std::list<std::string> keys = splitNullList(buffer.get(), bufferSize);
+    const std::list<std::string> keys =
+        splitNullList(buffer.get(), keysLength < bufferSize ? keysLength : bufferSize);
     if (keys.empty() && trace.isOn())
       trace.log("No key-value pairs found for section='" + section + "'");
     for (const std::string& key : keys) {

@@ -8,7 +8,9 @@
 // Reads a whole INI settings file at construction, through the private-profile functions, and
 // keeps its sections and key/value pairs in file order. Every read buffer is as large as the
 // file's size cut to its low 16 bits (so a file of exactly 64 KiB reads nothing, and a larger one
-// is cut): that limit is part of the file format. Nothing throws; problems are logged.
+// is cut): that limit is part of the file format. A key with an empty value is dropped (logged); an
+// entry with an empty key name ("=value") is kept, for the installer to report. Nothing throws;
+// problems are logged.
 class IniReader {
  public:
   using KeyValPair = std::pair<std::string, std::string>;

@@ -108,6 +108,25 @@ LogCapture::LogCapture(DWORD allMask, bool headers) : path_(Logger::getLogFilePa
   WIN32_FILE_ATTRIBUTE_DATA data;
   if (GetFileAttributesExA(path_.c_str(), GetFileExInfoStandard, &data))
     start_ = (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
+  next_ = start_;
+}
+
+std::string LogCapture::readFrom(uint64_t offset) const {
+  std::ifstream file(path_.c_str(), std::ios::binary);
+  file.seekg(0, std::ios::end);
+  const std::streamoff end = file.tellg();
+  if (end <= static_cast<std::streamoff>(offset))
+    return std::string();
+  std::string text(static_cast<size_t>(end - static_cast<std::streamoff>(offset)), '\0');
+  file.seekg(static_cast<std::streamoff>(offset));
+  file.read(&text[0], static_cast<std::streamsize>(text.size()));
+  return text;
+}
+
+std::string LogCapture::next() {
+  std::string text = readFrom(next_);
+  next_ += text.size();
+  return text;
 }
 
 LogCapture::~LogCapture() {
@@ -117,10 +136,8 @@ LogCapture::~LogCapture() {
 
 std::vector<std::string> LogCapture::lines() const {
   std::vector<std::string> result;
-  const std::string content = readFile(path_);
-  if (content.size() <= start_)
-    return result;
-  std::string::size_type position = static_cast<std::string::size_type>(start_);
+  const std::string content = readFrom(start_);
+  std::string::size_type position = 0;
   while (position < content.size()) {
     const std::string::size_type end = content.find("\r\n", position);
     if (end == std::string::npos) {

@@ -48,10 +48,16 @@ class LogCapture {
   std::vector<std::string> texts() const;
   // Whether some line's text equals `text` after its indentation.
   bool contains(const std::string& text) const;
+  // The raw text written since the previous call (or construction).
+  std::string next();
 
  private:
+  // The log's text from `offset` to its end.
+  std::string readFrom(uint64_t offset) const;
+
   std::string path_;
   uint64_t start_ = 0;
+  uint64_t next_ = 0;
 };
 
 // Recreates the process's logger, emptying its switch cache.
