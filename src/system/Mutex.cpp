@@ -57,8 +57,11 @@ bool Mutex::acquire(DWORD timeoutMs) {
 void Mutex::release() {
   if (ownerThread_ != GetCurrentThreadId() || holdCount_ == 0)
     return;
-  // Deliberately drops every recursive hold at once.
-  while (holdCount_ > 0) {
+  // Deliberately drops every recursive hold at once. The count is taken first: once the last
+  // ReleaseMutex returns, another thread of this process may own the mutex and its fields.
+  uint32_t holds = holdCount_;
+  while (holds > 0) {
+    --holds;
     --holdCount_;
     if (!ReleaseMutex(handle_))
       throw Win32Exception("Mutex::release() ReleaseMutex failed", GetLastError(), "Mutex",
