@@ -1,0 +1,308 @@
+// Benchmark of the log writer, printed as ratios against what the same work costs when done
+// with the bare system calls, all measured in this one run:
+//
+//   1. one log line (BasicLogger::write, default headers) against the calls it cannot avoid:
+//      the mutex wait and release, both CreateFileA, GetFileSize, SetFilePointer, WriteFile and
+//      both CloseHandle, done by hand;
+//   2. a traced call with logging off (FunctionTrace::open with the store present and
+//      "startLog" = 0) against one RegOpenKeyExA + RegCloseKey of the store root;
+//   3. lines per second of 16 processes writing at once against one process alone; for
+//      reference, the same for lines written by hand.
+//
+// The two sides alternate round by round and their medians are compared, so that drift of the
+// machine hits both alike.
+//
+//   cvbench                              run the benchmark
+//   cvbench writer|byhand COUNT TAG    (internal) one writer process of measurement 3
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "logging/BasicLogger.h"
+#include "logging/FunctionTrace.h"
+#include "logging/Logger.h"
+#include "system/SecurityEveryone.h"
+#include "updater/Localize.h"
+
+namespace {
+
+const int kRounds = 9;
+const char kText[] = " Bench::run()  a detail line of typical length, n=12345";
+
+double now() {
+  static const double frequency = [] {
+    LARGE_INTEGER f;
+    QueryPerformanceFrequency(&f);
+    return static_cast<double>(f.QuadPart);
+  }();
+  LARGE_INTEGER counter;
+  QueryPerformanceCounter(&counter);
+  return static_cast<double>(counter.QuadPart) / frequency;
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const size_t middle = values.size() / 2;
+  return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+// The line BasicLogger writes for kText with default headers (same length; the clock differs).
+std::string lineOfText() {
+  return "2026/11/16-04:43:39.123 Updater         " + std::string(kText) + "\r\n";
+}
+
+// The system calls of one line, by hand, in the writer's order.
+void writeLineByHand(HANDLE mutex,
+                     const std::string& path,
+                     SECURITY_ATTRIBUTES* attributes,
+                     const std::string& line) {
+  WaitForSingleObject(mutex, INFINITE);
+  HANDLE file =
+      CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                  attributes, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  CloseHandle(file);
+  file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                     attributes, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+  const DWORD size = GetFileSize(file, nullptr);
+  SetFilePointer(file, static_cast<LONG>(size), nullptr, FILE_BEGIN);
+  DWORD written = 0;
+  WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
+  CloseHandle(file);
+  ReleaseMutex(mutex);
+}
+
+HANDLE openLogMutex(const std::string& path) {
+  return CreateMutexA(nullptr, FALSE, ("CVLOG_" + path.substr(path.rfind('\\') + 1)).c_str());
+}
+
+// Seconds per call of `body`, run `count` times.
+double timePerCall(int count, const std::function<void()>& body) {
+  const double start = now();
+  for (int i = 0; i < count; ++i)
+    body();
+  return (now() - start) / count;
+}
+
+void report(const char* title,
+            const char* measuredName,
+            double measured,
+            const char* floorName,
+            double floor,
+            const char* unit,
+            double ratio,
+            const char* target,
+            bool met) {
+  printf("%s\n  %-46s %10.2f %s\n  %-46s %10.2f %s\n  ratio %.3f (target %s) %s\n", title,
+         measuredName, measured, unit, floorName, floor, unit, ratio, target,
+         met ? "met" : "MISSED");
+}
+
+// Times `measured` against `floor` in alternating rounds; prints microseconds per call.
+void compare(const char* title,
+             int count,
+             const std::function<void()>& measured,
+             const char* measuredName,
+             const std::function<void()>& floor,
+             const char* floorName,
+             double target) {
+  timePerCall(count / 4, measured);  // Warm-up.
+  timePerCall(count / 4, floor);
+  std::vector<double> m, f;
+  for (int round = 0; round < kRounds; ++round) {
+    if (round % 2 == 0)
+      m.push_back(timePerCall(count, measured));
+    f.push_back(timePerCall(count, floor));
+    if (round % 2 != 0)
+      m.push_back(timePerCall(count, measured));
+  }
+  const double ratio = median(m) / median(f);
+  char targetText[16];
+  snprintf(targetText, sizeof(targetText), "<= %.2f", target);
+  report(title, measuredName, median(m) * 1e6, floorName, median(f) * 1e6, "us", ratio, targetText,
+         ratio <= target);
+  printf("\n");
+}
+
+// --- 1. One line ----------------------------------------------------------------------------
+
+void benchLine(const std::string& directory) {
+  const std::string path = directory + "cvbench_line.log";
+  CloseHandle(CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                          FILE_ATTRIBUTE_NORMAL, nullptr));
+  BasicLogger logger(path, 15);  // Default headers: the clock, no ids.
+  HANDLE mutex = openLogMutex(path);
+  SecurityEveryone security(false);  // What the writer passes to CreateFileA.
+  const std::string line = lineOfText();
+  compare(
+      "1. One log line, default headers", 2000,
+      [&] { logger.write(kLogUpdater, LOG_TRACE, kText); }, "BasicLogger::write()",
+      [&] { writeLineByHand(mutex, path, security.getSecurityAttributes(), line); },
+      "the system calls of one line, by hand", 1.10);
+  CloseHandle(mutex);
+  logger.deleteLogFile();
+}
+
+// --- 2. A traced call with logging off ------------------------------------------------------
+
+void benchTracedCallOff() {
+  const std::string root = Localize::getInstance()->getRegistryPath(0);
+  HKEY key = nullptr;
+  RegCreateKeyExA(HKEY_LOCAL_MACHINE, (root + "Logger").c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
+                  nullptr, &key, nullptr);
+  const DWORD off = 0;
+  RegSetValueExA(key, "startLog", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&off), sizeof(off));
+  RegCloseKey(key);
+  Logger::createInstance();
+  compare(
+      "2. Traced call, logging off", 5000,
+      [] {
+        FunctionTrace trace = FunctionTrace::open(kLogUpdater, "Bench::tracedCall() ");
+        if (trace.isOn())
+          trace.setRc(0);
+      },
+      "FunctionTrace::open() and its scope",
+      [&root] {
+        HKEY storeRoot = nullptr;
+        RegOpenKeyExA(HKEY_LOCAL_MACHINE, root.c_str(), 0, KEY_ALL_ACCESS, &storeRoot);
+        RegCloseKey(storeRoot);
+      },
+      "RegOpenKeyExA + RegCloseKey of the store root", 1.3);
+  Logger::destroyInstance();
+}
+
+// --- 3. Concurrent processes ----------------------------------------------------------------
+
+// Runs `processes` children in `mode`, `linesEach` lines each, all released at once; returns
+// lines per second from the release until the last child has written its last line.
+double runWriters(const char* mode, int processes, int linesEach) {
+  const std::string tag = std::to_string(GetCurrentProcessId()) + "_" + std::to_string(processes);
+  HANDLE gate = CreateEventA(nullptr, TRUE, FALSE, ("cvbench_gate_" + tag).c_str());
+  HANDLE ready = CreateSemaphoreA(nullptr, 0, processes, ("cvbench_ready_" + tag).c_str());
+  HANDLE done = CreateSemaphoreA(nullptr, 0, processes, ("cvbench_done_" + tag).c_str());
+  char self[MAX_PATH] = {};
+  GetModuleFileNameA(nullptr, self, MAX_PATH);
+  std::vector<HANDLE> children;
+  for (int i = 0; i < processes; ++i) {
+    std::string command =
+        "\"" + std::string(self) + "\" " + mode + " " + std::to_string(linesEach) + " " + tag;
+    STARTUPINFOA startup = {};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION process = {};
+    if (!CreateProcessA(nullptr, &command[0], nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                        &startup, &process)) {
+      fprintf(stderr, "CreateProcess failed: %lu\n", GetLastError());
+      exit(1);
+    }
+    CloseHandle(process.hThread);
+    children.push_back(process.hProcess);
+  }
+  for (int i = 0; i < processes; ++i)
+    WaitForSingleObject(ready, INFINITE);
+  Sleep(300);  // Let Wine's start-up work of the children settle.
+  const double start = now();
+  SetEvent(gate);
+  for (int i = 0; i < processes; ++i)
+    WaitForSingleObject(done, INFINITE);
+  const double elapsed = now() - start;
+  for (HANDLE child : children) {
+    WaitForSingleObject(child, INFINITE);
+    CloseHandle(child);
+  }
+  CloseHandle(done);
+  CloseHandle(ready);
+  CloseHandle(gate);
+  return processes * linesEach / elapsed;
+}
+
+void benchProcesses() {
+  const int kProcesses = 16;
+  const int kLines = 8000;
+  const int kProcessRounds = 5;
+  std::vector<double> many, one, manyByHand, oneByHand;
+  runWriters("writer", 1, kLines / 8);  // Warm-up.
+  for (int round = 0; round < kProcessRounds; ++round) {
+    for (const bool byHand : {false, true}) {
+      const char* mode = byHand ? "byhand" : "writer";
+      const auto manyRun = [&] {
+        (byHand ? manyByHand : many).push_back(runWriters(mode, kProcesses, kLines / kProcesses));
+      };
+      const auto oneRun = [&] {
+        (byHand ? oneByHand : one).push_back(runWriters(mode, 1, kLines));
+      };
+      if (round % 2 == 0) {
+        manyRun();
+        oneRun();
+      } else {
+        oneRun();
+        manyRun();
+      }
+    }
+  }
+  const double ratio = median(many) / median(one);
+  report("3. Lines per second, 16 processes at once against one", "16 processes", median(many),
+         "1 process", median(one), "lines/s", ratio, ">= 0.80", ratio >= 0.8);
+  printf("  for reference, lines written by hand: %.0f against %.0f lines/s, ratio %.3f\n\n",
+         median(manyByHand), median(oneByHand), median(manyByHand) / median(oneByHand));
+}
+
+// A child of measurement 3: writes `count` lines to the program's log, through the Logger or
+// by hand, once the parent opens the gate.
+int writer(int count, const std::string& tag, bool byHand) {
+  HANDLE gate = OpenEventA(SYNCHRONIZE, FALSE, ("cvbench_gate_" + tag).c_str());
+  HANDLE ready = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, ("cvbench_ready_" + tag).c_str());
+  HANDLE done = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, ("cvbench_done_" + tag).c_str());
+  if (gate == nullptr || ready == nullptr || done == nullptr)
+    return 3;
+  Localize::createInstance(nullptr);
+  Logger::createInstance();
+  BasicLogger& logger = BasicLogger::getInstance();
+  logger.write(kLogUpdater, LOG_TRACE, "writer ready");  // Fills the switch cache.
+  const std::string path = Logger::getLogFilePath();
+  const std::string line = lineOfText();
+  HANDLE mutex = openLogMutex(path);
+  SecurityEveryone security(false);
+  ReleaseSemaphore(ready, 1, nullptr);
+  WaitForSingleObject(gate, INFINITE);
+  for (int i = 0; i < count; ++i) {
+    if (byHand)
+      writeLineByHand(mutex, path, security.getSecurityAttributes(), line);
+    else
+      logger.write(kLogUpdater, LOG_TRACE, kText);
+  }
+  ReleaseSemaphore(done, 1, nullptr);
+  CloseHandle(mutex);
+  Logger::destroyInstance();
+  Localize::destroyInstance();
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string command = argc > 1 ? argv[1] : "";
+  if (argc > 3 && (command == "writer" || command == "byhand"))
+    return writer(atoi(argv[2]), argv[3], command == "byhand");
+
+  Localize::createInstance(nullptr);
+  char temp[MAX_PATH] = {};
+  GetTempPathA(MAX_PATH, temp);
+  printf("Log writer benchmark (medians of alternating rounds)\n\n");
+  fflush(stdout);
+  benchLine(temp);
+  fflush(stdout);
+  benchTracedCallOff();
+  fflush(stdout);
+  benchProcesses();
+  // Leave nothing behind: the log file and the store of this executable's local id.
+  DeleteFileA(Logger::getLogFilePath().c_str());
+  const std::string store = Localize::getInstance()->getRegistryPath(0);
+  RegDeleteTreeA(HKEY_LOCAL_MACHINE, store.c_str());
+  RegDeleteKeyA(HKEY_LOCAL_MACHINE, store.c_str());
+  Localize::destroyInstance();
+  return 0;
+}
