@@ -16,10 +16,13 @@ MAKE_PREFIX = os.path.join(SOURCE_DIR, "cmake", "make-prefix.sh")
 
 
 class Prefix:
-    def __init__(self, path):
+    def __init__(self, path, locale=None):
+        """`locale` (e.g. "en_US.UTF-8") fixes the Windows locale; by default it follows LC_ALL."""
         self.path = path
         self.env = dict(os.environ, WINEPREFIX=path, WINEDEBUG="-all")
         self.env.pop("WINEDLLOVERRIDES", None)
+        if locale:
+            self.env["LC_ALL"] = locale
 
     def create_from(self, template):
         """Replaces this prefix with a fresh copy of `template` (made first when missing)."""
