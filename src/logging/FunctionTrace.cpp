@@ -58,6 +58,12 @@ void FunctionTrace::setRc(const std::string& text) {
   result_ = text;
 }
 
+bool FunctionTrace::returning(bool result) {
+  if (on_)
+    setRc(LogText(result));
+  return result;
+}
+
 void FunctionTrace::log(const std::string& text) {
   if (!logger_->isLevelEnabled(*component_, LOG_DETAIL))
     return;

@@ -35,6 +35,8 @@ class FunctionTrace {
   bool isOn() const { return on_; }
   void setRc(int value);
   void setRc(const std::string& text);
+  // Sets the result text "true" or "false" when the trace is on; returns `result`.
+  bool returning(bool result);
   void log(const std::string& text);
 
  private:

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
 
 // A log line under construction. Numbers are written in the given radix (every caller passes
 // 10); a bool reads "true" only when it is exactly 1.
@@ -29,3 +30,12 @@ LogText operator+(LogText left, const LogText& right);
 LogText operator+(LogText left, const std::string& right);
 LogText operator+(LogText left, const char* right);
 LogText operator+(const char* left, const LogText& right);
+
+// A 32-bit number in decimal, signed or unsigned as its type is: how every number reaches the log.
+template <typename Integer>
+LogText decimal(Integer value) {
+  static_assert(std::is_integral<Integer>::value, "decimal() takes an integer");
+  if (std::is_signed<Integer>::value)
+    return LogText(static_cast<int32_t>(value), 10);
+  return LogText(static_cast<uint32_t>(value), 10);
+}

@@ -92,8 +92,7 @@ void DeviceEnumerator::enumPrinters() {
     if (!EnumPrintersA(flags, nullptr, 2, buffer.get(), needed, &needed, &returned)) {
       const DWORD error = GetLastError();
       if (trace.isOn())
-        trace.log(LogText("Printer enumeration failed with win32 error code =") +
-                  LogText(static_cast<uint32_t>(error), 10));
+        trace.log(LogText("Printer enumeration failed with win32 error code =") + decimal(error));
       return;
     }
     clearPrinters();

@@ -15,10 +15,6 @@ namespace {
 
 const DWORD kDefaultPollInterval = 30000;
 
-LogText errorCode(DWORD error) {
-  return LogText(static_cast<uint32_t>(error), 10);
-}
-
 }  // namespace
 
 bool PrinterSpoolerWrapper::canWeOpenPrintersInAdminMode() {
@@ -42,14 +38,12 @@ bool PrinterSpoolerWrapper::canWeOpenPrintersInAdminMode() {
         const DWORD error = GetLastError();
         if (trace.isOn())
           trace.log(LogText("OpenPrinter failed to open printer '") + name +
-                    "' with ADMIN permissions. GetLastError()=" + errorCode(error));
+                    "' with ADMIN permissions. GetLastError()=" + decimal(error));
         result = false;
       }
     }
   }
-  if (trace.isOn())
-    trace.setRc(LogText(result));
-  return result;
+  return trace.returning(result);
 }
 
 bool PrinterSpoolerWrapper::OpenPrinters(const std::list<std::string>& names,
@@ -60,22 +54,18 @@ bool PrinterSpoolerWrapper::OpenPrinters(const std::list<std::string>& names,
     HANDLE printer = nullptr;
     if (!OpenPrinterA(const_cast<char*>(name.c_str()), &printer, &defaults)) {
       const DWORD error = GetLastError();
-      if (trace.isOn()) {
+      if (trace.isOn())
         trace.log(LogText("OpenPrinter failed to open printer '") + name +
-                  "' with ADMIN permissions. GetLastError()=" + errorCode(error));
-        trace.setRc(LogText(false));
-      }
-      return false;
+                  "' with ADMIN permissions. GetLastError()=" + decimal(error));
+      return trace.returning(false);
     }
     if (trace.isOn())
       trace.log(LogText("Successfully Opened printer '") + name);
     handles.push_back(printer);
   }
-  if (trace.isOn()) {
+  if (trace.isOn())
     trace.log("All printer were opened successfully with ADMIN privilages.");
-    trace.setRc(LogText(true));
-  }
-  return true;
+  return trace.returning(true);
 }
 
 bool PrinterSpoolerWrapper::ClosePrinters(const std::list<HANDLE>& handles) {
@@ -87,9 +77,7 @@ bool PrinterSpoolerWrapper::ClosePrinters(const std::list<HANDLE>& handles) {
     if (!ClosePrinter(printer))
       result = false;
   }
-  if (trace.isOn())
-    trace.setRc(LogText(result));
-  return result;
+  return trace.returning(result);
 }
 
 bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
@@ -97,19 +85,15 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
   std::list<std::string> names;
   DeviceEnumerator::instance()->getPrinters(names);
   if (names.empty()) {
-    if (trace.isOn()) {
+    if (trace.isOn())
       trace.log("No printers are installed on the OS with the Print Driver of interest");
-      trace.setRc(LogText(false));
-    }
-    return false;
+    return trace.returning(false);
   }
   if (!OpenPrinters(names, handles)) {
     if (trace.isOn())
       trace.log("Failed to open all the printers in the list, so closing and exiting");
     ClosePrinters(handles);
-    if (trace.isOn())
-      trace.setRc(LogText(false));
-    return false;
+    return trace.returning(false);
   }
 
   unsigned long interval = kDefaultPollInterval;
@@ -120,8 +104,7 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
 
   bool result = !handles.empty();
   if (trace.isOn())
-    trace.log(LogText("Total number of printers to pause = ") +
-              LogText(static_cast<uint32_t>(handles.size()), 10));
+    trace.log(LogText("Total number of printers to pause = ") + decimal(handles.size()));
   for (HANDLE printer : handles) {
     if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_PAUSE)) {
       if (trace.isOn())
@@ -132,14 +115,12 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
     result = false;
     if (trace.isOn())
       trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_PAUSE) failed.") +
-                " GetLastError()=" + errorCode(error));
+                " GetLastError()=" + decimal(error));
     // Release the printers paused so far (and, harmlessly, the rest).
     resumePrinters(handles);
     break;
   }
-  if (trace.isOn())
-    trace.setRc(LogText(result));
-  return result;
+  return trace.returning(result);
 }
 
 void PrinterSpoolerWrapper::waitUntilQuiet(const std::list<HANDLE>& handles,
@@ -156,7 +137,7 @@ void PrinterSpoolerWrapper::waitUntilQuiet(const std::list<HANDLE>& handles,
       if (!GetPrinterA(printer, 2, buffer.get(), needed, &needed)) {
         const DWORD error = GetLastError();
         if (trace.isOn())
-          trace.log(LogText("GetPrinter failed, GetLastError()=") + errorCode(error));
+          trace.log(LogText("GetPrinter failed, GetLastError()=") + decimal(error));
         continue;  // A printer that cannot be asked counts as quiet.
       }
       const auto* info = reinterpret_cast<const PRINTER_INFO_2A*>(buffer.get());
@@ -186,9 +167,7 @@ bool PrinterSpoolerWrapper::resumePrinters(std::list<HANDLE> handles) {
     result = false;
     if (trace.isOn())
       trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_RESUME) failed.") +
-                " GetLastError()=" + errorCode(error));
+                " GetLastError()=" + decimal(error));
   }
-  if (trace.isOn())
-    trace.setRc(LogText(result));
-  return result;
+  return trace.returning(result);
 }

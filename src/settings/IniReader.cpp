@@ -42,8 +42,7 @@ bool IniReader::build() {
   if (file == INVALID_HANDLE_VALUE) {
     const DWORD error = GetLastError();
     if (trace.isOn()) {
-      trace.log(LogText("Could not open the settings file.errorCode =") +
-                LogText(static_cast<uint32_t>(error), 10));
+      trace.log(LogText("Could not open the settings file.errorCode =") + decimal(error));
       trace.setRc(0);
     }
     return false;
@@ -53,7 +52,7 @@ bool IniReader::build() {
   // Only the low 16 bits: a file of 65536 bytes gives 0. Deliberate.
   const uint32_t bufferSize = fileSize & 0xFFFF;
   if (trace.isOn())
-    trace.log(LogText("Size of the file=") + LogText(bufferSize, 10));
+    trace.log(LogText("Size of the file=") + decimal(bufferSize));
 
   bool result = buildSections(bufferSize);
   if (result && !sections_.empty())

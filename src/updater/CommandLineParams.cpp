@@ -29,9 +29,7 @@ bool CommandLineParams::containsUacParams() const {
   toUpperCase(line);
   toUpperCase(marker);
   const bool found = line.find(marker, 0) != std::string::npos;
-  if (trace.isOn())
-    trace.setRc(LogText(found));
-  return found;
+  return trace.returning(found);
 }
 
 CriticalSection& CommandLineParams::lock() {

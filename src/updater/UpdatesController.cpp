@@ -27,17 +27,6 @@ const int kShowNormal = 1;
 
 UpdatesController::ShellExecuteFunction g_shellExecute = &ShellExecuteA;
 
-LogText decimal(uint32_t value) {
-  return LogText(value, 10);
-}
-
-// Sets the trace's result text and returns the result.
-bool finish(FunctionTrace& trace, bool result) {
-  if (trace.isOn())
-    trace.setRc(LogText(result));
-  return result;
-}
-
 }  // namespace
 
 void UpdatesController::setShellExecuteFunction(ShellExecuteFunction function) {
@@ -132,20 +121,20 @@ bool UpdatesController::isInternetStateOk() {
   if (!webUpdater_.isInternetAvailable()) {
     if (trace.isOn())
       trace.log("Internet connection is not available, halting the update process");
-    return finish(trace, false);
+    return trace.returning(false);
   }
   // A dial-up line is reported as halting, yet the run goes on; deliberate.
   if (webUpdater_.isDialUpConnection() && trace.isOn())
     trace.log(
         "The user is connected to the internet over a dial up connection, halting the update "
         "process.");
-  return finish(trace, true);
+  return trace.returning(true);
 }
 
 bool UpdatesController::isProcessRunningWithAdminPrivileges() {
   FunctionTrace trace =
       FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessRunningWithAdminPrivileges() ");
-  return finish(trace, spooler_.canWeOpenPrintersInAdminMode());
+  return trace.returning(spooler_.canWeOpenPrintersInAdminMode());
 }
 
 bool UpdatesController::isProcessElevated() {
@@ -155,7 +144,7 @@ bool UpdatesController::isProcessElevated() {
     if (CommandLineParams::instance() == nullptr)
       CommandLineParams::createInstance("");
   }
-  return finish(trace, CommandLineParams::instance()->containsUacParams());
+  return trace.returning(CommandLineParams::instance()->containsUacParams());
 }
 
 bool UpdatesController::launchElevatedProcess() {
@@ -170,17 +159,17 @@ bool UpdatesController::launchElevatedProcess() {
     if (value <= 32) {
       if (trace.isOn())
         trace.log(LogText("The new process FAILED to launch. Casted HINSTANCE value = ") +
-                  LogText(static_cast<int32_t>(value), 10));
-      return finish(trace, false);
+                  decimal(static_cast<int32_t>(value)));
+      return trace.returning(false);
     }
     if (trace.isOn())
       trace.log("The new process was launched successfully");
-    return finish(trace, true);
+    return trace.returning(true);
   } catch (const Exception& e) {
     BasicLogger::getInstance().write(
         kLogQnv, LOG_ALWAYS,
         "ERROR: The Orrery Updater executable FAILED to Launch! " + e.toString());
-    return finish(trace, false);
+    return trace.returning(false);
   }
 }
 
@@ -206,11 +195,11 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
     case UPDATE_CHECK_FAILED:
       log("Unable to determine if Orrery Software Update is available.");
       log("Terminating the update process.");
-      return finish(trace, false);
+      return trace.returning(false);
     case UPDATE_NO_PRIVILEGE:
       log("Software Update is available, user does not have priveleges to install.");
       log("Terminating the update process.");
-      return finish(trace, false);
+      return trace.returning(false);
     default:
       break;  // Any other answer goes on to the data check silently.
   }
@@ -224,10 +213,10 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
   } else {
     log("Data Update is NOT available.");
     if (type == 0)
-      return finish(trace, false);
+      return trace.returning(false);
   }
   log("Atleast one update is available");
-  return finish(trace, true);
+  return trace.returning(true);
 }
 
 bool UpdatesController::downloadAndInstallUpdates(typeOfUpdateAvailable type) {
@@ -236,20 +225,20 @@ bool UpdatesController::downloadAndInstallUpdates(typeOfUpdateAvailable type) {
   if (type == 0) {
     if (trace.isOn())
       trace.log("There are no updates to download and install.");
-    return finish(trace, false);
+    return trace.returning(false);
   }
   std::string softwarePath;
   std::string dataPath;
   if (!downloadUpdates(type, softwarePath, dataPath)) {
     if (trace.isOn())
       trace.log("Updates failed to download.");
-    return finish(trace, false);
+    return trace.returning(false);
   }
   const bool installed = installUpdates(softwarePath, dataPath);
   if (trace.isOn())
     trace.log(installed ? "Updates were downloaded and installed successfully"
                         : "Updates installation failed, halting the update process.");
-  return finish(trace, installed);
+  return trace.returning(installed);
 }
 
 bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type,
@@ -266,20 +255,20 @@ bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type,
   switch (type) {
     case 1:
       log("Only Data update is available, so downloading only the data update.");
-      return finish(trace, downloadUpdate(false, dataPath));
+      return trace.returning(downloadUpdate(false, dataPath));
     case 2:
       log("Only Software update is available, so downloading only the software update.");
-      return finish(trace, downloadUpdate(true, softwarePath));
+      return trace.returning(downloadUpdate(true, softwarePath));
     case 3:
       log("Both the software and data updates are available, so downloading both updates.");
       if (!downloadUpdate(true, softwarePath)) {
         softwarePath.clear();
         log("The software update failed to download, so we not downloading the data update");
-        return finish(trace, false);
+        return trace.returning(false);
       }
       if (downloadUpdate(false, dataPath)) {
         log("Both updates were downloaded successfully.");
-        return finish(trace, true);
+        return trace.returning(true);
       }
       log("The data update failed to download, so we are deleting the downloaded software "
           "update");
@@ -287,10 +276,10 @@ bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type,
         log("Failed to delete '" + softwarePath + "'");
       softwarePath.clear();
       dataPath.clear();
-      return finish(trace, false);
+      return trace.returning(false);
     default:
       log("NO updates are available to download!");
-      return finish(trace, false);
+      return trace.returning(false);
   }
 }
 
@@ -305,7 +294,7 @@ bool UpdatesController::downloadUpdate(bool isSoftwareUpdate, std::string& path)
   if (trace.isOn())
     trace.log(downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
                          : std::string("The update FAILED to download!"));
-  return finish(trace, downloaded);
+  return trace.returning(downloaded);
 }
 
 bool UpdatesController::installUpdates(const std::string& softwarePath,
@@ -319,13 +308,13 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   log("dataUpdateFileName=" + dataPath);
   if (softwarePath.empty() && dataPath.empty()) {
     log(kNoUpdatesToInstall);
-    return finish(trace, false);
+    return trace.returning(false);
   }
   if (!spooler_.pausePrinters(pausedPrinters_)) {
     log("FAILED to pause all printers installed with our driver!");
     performPostUpdateCleanUp(softwarePath, dataPath);
     pausedPrinters_.clear();
-    return finish(trace, false);
+    return trace.returning(false);
   }
   log("All Printer were paused successfully, now applying updates");
 
@@ -378,7 +367,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   }
   performPostUpdateCleanUp(softwarePath, dataPath);
   pausedPrinters_.clear();
-  return finish(trace, result);
+  return trace.returning(result);
 }
 
 bool UpdatesController::installDataUpdate(const std::string& dataPath) {
@@ -386,13 +375,13 @@ bool UpdatesController::installDataUpdate(const std::string& dataPath) {
   if (dataPath.empty()) {
     if (trace.isOn())
       trace.log(kNoUpdatesToInstall);
-    return finish(trace, false);
+    return trace.returning(false);
   }
   const std::string directory = getDataUpdatesDirectory();
   if (directory.empty()) {
     if (trace.isOn())
       trace.log("Failed to retrieve the directory into which we need to install the updates");
-    return finish(trace, false);
+    return trace.returning(false);
   }
   if (!CurrentProcess::fileExists(directory)) {
     if (trace.isOn())
@@ -400,15 +389,14 @@ bool UpdatesController::installDataUpdate(const std::string& dataPath) {
     const int error = SHCreateDirectoryExA(nullptr, directory.c_str(), nullptr);
     if (error != ERROR_SUCCESS) {
       if (trace.isOn())
-        trace.log(LogText("SHCreateDirectory() failed. ErrorCode=") +
-                  LogText(static_cast<int32_t>(error), 10));
-      return finish(trace, false);
+        trace.log(LogText("SHCreateDirectory() failed. ErrorCode=") + decimal(error));
+      return trace.returning(false);
     }
   }
   const bool applied = webUpdater_.installUpdateUsingCurrentProcess(dataPath, directory);
   if (trace.isOn())
     trace.log(applied ? "The data updates were applied successfully." : "The data updates FAILED.");
-  return finish(trace, applied);
+  return trace.returning(applied);
 }
 
 std::string UpdatesController::getDataUpdatesDirectory() {

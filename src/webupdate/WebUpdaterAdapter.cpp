@@ -25,14 +25,6 @@ Function lookup(HMODULE module, const char* name) {
 }
 #define LOOKUP_EXPORT(module, name) lookup<decltype(&name)>(module, #name)
 
-LogText decimal(uint32_t value) {
-  return LogText(value, 10);
-}
-
-LogText decimal(int value) {
-  return LogText(static_cast<int32_t>(value), 10);
-}
-
 const char* checkCodeName(int code) {
   switch (static_cast<uint32_t>(code)) {
     case UPD_UPDATES_INET_CONN_NOT_AVAILABLE:
@@ -113,15 +105,14 @@ void WebUpdaterAdapter::initialize() {
     BasicLogger::getInstance().write(
         kLogUpdater, LOG_ALWAYS,
         LogText("WebUpdaterAdapter::initialize : LoadLibrary Failed. ::GetLastError()=") +
-            decimal(static_cast<uint32_t>(error)));
+            decimal(error));
     return;
   }
   auto initializeLibrary = LOOKUP_EXPORT(module_, UpdInitializeA);
   if (initializeLibrary == nullptr) {
     const DWORD error = GetLastError();
     if (trace.isOn())
-      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") +
-                decimal(static_cast<uint32_t>(error)));
+      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") + decimal(error));
     return;
   }
   initializeLibrary(&WebUpdaterAdapter::AllocMemory, nullptr, nullptr, nullptr, 0, nullptr,
@@ -141,8 +132,7 @@ void WebUpdaterAdapter::uninitialize() {
   } else {
     const DWORD error = GetLastError();
     if (trace.isOn())
-      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") +
-                decimal(static_cast<uint32_t>(error)));
+      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") + decimal(error));
   }
   FreeLibrary(module_);
 }
@@ -162,7 +152,7 @@ bool WebUpdaterAdapter::isDialUpConnection() {
     const DWORD error = GetLastError();
     if (trace.isOn())
       trace.log(LogText("Call into InternetGetConnectedState() failed, GetLastError()=") +
-                decimal(static_cast<uint32_t>(error)));
+                decimal(error));
   } else if (flags & INTERNET_CONNECTION_MODEM) {
     if (trace.isOn())
       trace.log("CONNECTED to the internet on a DIAL UP connection");
@@ -170,9 +160,7 @@ bool WebUpdaterAdapter::isDialUpConnection() {
   } else if (trace.isOn()) {
     trace.log("NOT connected to the internet on a dial up connection");
   }
-  if (trace.isOn())
-    trace.setRc(LogText(result));
-  return result;
+  return trace.returning(result);
 }
 
 bool WebUpdaterAdapter::isInternetAvailable() {
@@ -191,12 +179,9 @@ bool WebUpdaterAdapter::isInternetAvailable() {
   } else {
     const DWORD error = GetLastError();
     if (trace.isOn())
-      trace.log(LogText("::GetProcAddress failed. ::GetLastError()=") +
-                decimal(static_cast<uint32_t>(error)));
+      trace.log(LogText("::GetProcAddress failed. ::GetLastError()=") + decimal(error));
   }
-  if (trace.isOn())
-    trace.setRc(LogText(result));
-  return result;
+  return trace.returning(result);
 }
 
 UpdateCheckResult WebUpdaterAdapter::isUpdateAvailable(const std::string& url,
@@ -219,8 +204,7 @@ UpdateCheckResult WebUpdaterAdapter::isUpdateAvailable(const std::string& url,
   if (checkForUpdate == nullptr) {
     const DWORD error = GetLastError();
     if (trace.isOn())
-      trace.log(LogText("::GetProcAddress failed. ::GetLastError()=") +
-                decimal(static_cast<uint32_t>(error)));
+      trace.log(LogText("::GetProcAddress failed. ::GetLastError()=") + decimal(error));
     return finish(UPDATE_NOT_AVAILABLE);
   }
   const unsigned long timeOut = readDword(SettingsKeys::kCheckForUpdateTimeOut, 5);
@@ -259,8 +243,7 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
   if (download == nullptr) {
     const DWORD error = GetLastError();
     if (trace.isOn())
-      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") +
-                decimal(static_cast<uint32_t>(error)));
+      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") + decimal(error));
     return false;
   }
 
@@ -292,9 +275,7 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
       trace.log("Update successfully downloaded '" + downloadedFile + "'");
   }
   ::operator delete(path);
-  if (trace.isOn())
-    trace.setRc(LogText(result));
-  return result;
+  return trace.returning(result);
 }
 
 bool WebUpdaterAdapter::installUpdateUsingCurrentProcess(const std::string& installationFileName,
@@ -315,8 +296,7 @@ bool WebUpdaterAdapter::installUpdateUsingCurrentProcess(const std::string& inst
   if (apply == nullptr) {
     const DWORD error = GetLastError();
     if (trace.isOn()) {
-      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") +
-                decimal(static_cast<uint32_t>(error)));
+      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") + decimal(error));
       trace.setRc(0);
     }
     return false;
