@@ -6,8 +6,8 @@
 //      both CloseHandle, done by hand;
 //   2. a traced call with logging off (FunctionTrace::open with the store present and
 //      "startLog" = 0) against one RegOpenKeyExA + RegCloseKey of the store root;
-//   3. lines per second of 16 processes writing at once against one process alone; for
-//      reference, the same for lines written by hand.
+//   3. lines per second of 16 processes writing at once against one process alone, beside the
+//      same scaling for lines written by hand, which is what the machine itself allows.
 //
 // The two sides alternate round by round and their medians are compared, so that drift of the
 // machine hits both alike.
@@ -243,11 +243,17 @@ void benchProcesses() {
       }
     }
   }
-  const double ratio = median(many) / median(one);
-  report("3. Lines per second, 16 processes at once against one", "16 processes", median(many),
-         "1 process", median(one), "lines/s", ratio, ">= 0.80", ratio >= 0.8);
-  printf("  for reference, lines written by hand: %.0f against %.0f lines/s, ratio %.3f\n\n",
-         median(manyByHand), median(oneByHand), median(manyByHand) / median(oneByHand));
+  // The machine's own scaling (the same lines by hand) sits beside the logger's, so that a
+  // machine with few cores is not taken for a slow logger.
+  const double scaling = median(many) / median(one);
+  const double machineScaling = median(manyByHand) / median(oneByHand);
+  printf("3. Lines per second, 16 processes at once against one\n");
+  printf("  %-22s %10.0f lines/s with 16, %10.0f with 1: scaling %.3f\n", "BasicLogger::write()",
+         median(many), median(one), scaling);
+  printf("  %-22s %10.0f lines/s with 16, %10.0f with 1: scaling %.3f\n", "by hand (the machine)",
+         median(manyByHand), median(oneByHand), machineScaling);
+  printf("  logger's scaling %.3f (target >= 0.80) %s; against the machine's %.3f\n\n", scaling,
+         scaling >= 0.8 ? "met" : "MISSED", scaling / machineScaling);
 }
 
 // A child of measurement 3: writes `count` lines to the program's log, through the Logger or

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """The main job: a complete update run of cvupdater.exe under Wine against a local update service.
 
-Installs the program into a scratch Wine prefix with its sample settings, serves a newer software
+Installs the program from the release ZIP into a scratch Wine prefix, installs the ZIP's sample
+settings with the ZIP's settings installer, serves a newer software
 package and a newer catalog data package on 127.0.0.1, runs the program once (it relaunches
 itself elevated with "-UAC" and the child installs), prints a summary, then runs it again to show
 that nothing is left to update. With --check the summary's facts are asserted (the end-to-end
@@ -9,11 +10,14 @@ test).
 """
 
 import argparse
+import glob
 import os
 import re
+import struct
 import subprocess
 import sys
 import time
+import zipfile
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from update_service import UpdateService, version_file  # noqa: E402
@@ -37,6 +41,18 @@ class StepFailed(Exception):
     pass
 
 
+def section_names(path):
+    """The section names of a PE file; a long name (a debug section's) reads as "/<offset>"."""
+    with open(path, "rb") as f:
+        data = f.read()
+    pe = struct.unpack_from("<I", data, 0x3C)[0]
+    count, = struct.unpack_from("<H", data, pe + 6)
+    optional_size, = struct.unpack_from("<H", data, pe + 20)
+    table = pe + 24 + optional_size
+    return [data[table + 40 * i:table + 40 * i + 8].rstrip(b"\0").decode("latin-1")
+            for i in range(count)]
+
+
 def package_version(text):
     match = re.search(r"<PackageVersion>(.*?)</PackageVersion>", text or "", re.S)
     return match.group(1) if match else "(none)"
@@ -58,13 +74,37 @@ class Demo:
     def prepare(self):
         self.prefix.create_from(self.template)
 
+    def unpack_release(self):
+        """Unpacks the release ZIP into the program's folder, as a deployer does."""
+        zips = sorted(glob.glob(os.path.join(self.args.build_dir, "orrery-updater-*-win64.zip")),
+                      key=os.path.getmtime)
+        if not zips:
+            raise StepFailed("no release ZIP in %s; build it with: cmake --build %s --target "
+                             "package" % (self.args.build_dir, self.args.build_dir))
+        target = self.prefix.unix(INSTALL_DIR)
+        os.makedirs(target, exist_ok=True)
+        with zipfile.ZipFile(zips[-1]) as release:
+            names = []
+            for member in release.infolist():
+                name = member.filename.split("/", 1)[-1]
+                if name and not member.is_dir():
+                    with open(os.path.join(target, name), "wb") as f:
+                        f.write(release.read(member))
+                    names.append(name)
+        unstripped = [n for n in names if n.endswith(".exe") and any(
+            s.startswith("/") or s.startswith(".debug") for s in section_names(
+                os.path.join(target, n)))]
+        self.facts.update(release=os.path.basename(zips[-1]), release_files=sorted(names),
+                          unstripped=unstripped)
+        print("  %s: %s" % (self.facts["release"], ", ".join(self.facts["release_files"])))
+
     def install(self):
         p = self.prefix
-        for name in ("cvupdater.exe", "cvupsettings.exe", "winspool.drv", "wupdstandin.dll"):
+        for name in ("winspool.drv", "wupdstandin.dll"):
             if not os.path.isfile(os.path.join(self.bin, name)):
                 raise StepFailed("missing build output " + os.path.join(self.bin, name))
-        for name in ("cvupdater.exe", "cvupsettings.exe", "winspool.drv"):
-            p.copy_in(os.path.join(self.bin, name), INSTALL_DIR)
+        self.unpack_release()
+        p.copy_in(os.path.join(self.bin, "winspool.drv"), INSTALL_DIR)
         # The vendor's library is installed with the printer driver, where the program looks
         # for it when "WebUpdaterDllPath" is not set.
         p.copy_in(os.path.join(self.bin, "wupdstandin.dll"), LIBRARY_DIR, LOCAL_ID + "wupd.DLL")
@@ -77,11 +117,10 @@ class Demo:
                 "[Spooler]\r\nGeneration=1\r\nPrinters=1\r\nJournal=C:\\demo\\spooler-journal.txt"
                 "\r\n[Printer0]\r\nName=" + PRINTER + "\r\nDriver=" + DRIVER_NAME +
                 "\r\nPort=USB001\r\nJobs=2\r\nDrainAfterPolls=2\r\n")
-        # The sample settings, pointed at this run's service.
-        with open(os.path.join(self.args.source_dir, "config", LOCAL_ID + "qnv.loc"),
-                  encoding="ascii") as f:
-            settings = f.read().replace("127.0.0.1:8765", "127.0.0.1:%d" % self.service.port)
-        p.write(INSTALL_DIR + "\\" + LOCAL_ID + "qnv.loc", settings)
+        # The release's sample settings, pointed at this run's service.
+        settings_file = INSTALL_DIR + "\\" + LOCAL_ID + "qnv.loc"
+        p.write(settings_file, p.read(settings_file).replace("127.0.0.1:8765",
+                                                             "127.0.0.1:%d" % self.service.port))
         p.write(INSTALL_DIR + "\\" + LOCAL_ID + "Prog.ver", version_file(OLD_SOFTWARE))
         p.write(DATA_DIR + "\\orData.ver", version_file(OLD_CATALOG))
         # Wine loads the stand-in spooler beside the program instead of its own.
@@ -190,6 +229,10 @@ class Demo:
             if not condition:
                 problems.append(text)
 
+        expect(self.facts["release_files"] == sorted(
+            ["DEPLOYING.md", "cvupdater.exe", "cvupqnv.loc", "cvupsettings.exe"]),
+            "files of the release %s" % self.facts["release_files"])
+        expect(not self.facts["unstripped"], "not stripped: %s" % self.facts["unstripped"])
         packages = [r.get("package") for r in first["requests"]]
         expect(packages == ["ORRERY-VERSION", "CATALOG-VERSION"] * 2 +
                ["ORRERY-PACKAGE", "CATALOG-PACKAGE"],
@@ -223,7 +266,7 @@ class Demo:
     def main(self):
         steps = [
             ("Preparing a scratch Windows environment (Wine prefix)", self.prepare),
-            ("Installing the program, the stand-ins and the sample settings", self.install),
+            ("Installing the release ZIP, the stand-ins and the sample settings", self.install),
             ("First update run", lambda: self.summarize_first_run(self.run_program("first"))),
             ("Second update run", lambda: self.summarize_second_run(self.run_program("second"))),
         ]
@@ -251,7 +294,6 @@ class Demo:
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
     parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--source-dir", default=os.path.dirname(here))
     parser.add_argument("--build-dir", default=os.path.join(os.path.dirname(here), "build"))
     parser.add_argument("--port", type=int, default=8765,
                         help="port of the local update service (0: any free port)")

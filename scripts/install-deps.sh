@@ -13,6 +13,7 @@ if [ ${#missing[@]} -gt 0 ]; then
   sudo_cmd=()
   [ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
   "${sudo_cmd[@]}" apt-get update -qq
+  # Another install on the machine holds the lock for a while: wait for it rather than fail.
   DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends \
-    "${missing[@]}" >/dev/null
+    -o DPkg::Lock::Timeout=600 "${missing[@]}" >/dev/null
 fi
