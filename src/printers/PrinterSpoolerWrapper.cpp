@@ -105,6 +105,9 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
   bool result = !handles.empty();
   if (trace.isOn())
     trace.log(LogText("Total number of printers to pause = ") + decimal(handles.size()));
+  // Recorded before the first pause, so that a run that dies from here on leaves a note for the
+  // next run to resume them.
+  pauseRecord_.hold(names);
   for (HANDLE printer : handles) {
     if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_PAUSE)) {
       if (trace.isOn())
@@ -168,6 +171,55 @@ bool PrinterSpoolerWrapper::resumePrinters(std::list<HANDLE> handles) {
     if (trace.isOn())
       trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_RESUME) failed.") +
                 " GetLastError()=" + decimal(error));
+  }
+  pauseRecord_.release();
+  return trace.returning(result);
+}
+
+bool PrinterSpoolerWrapper::resumePausedPrinters(const std::list<std::string>& names) {
+  FunctionTrace trace =
+      FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::resumePausedPrinters() ");
+  bool result = true;
+  for (const std::string& name : names) {
+    PRINTER_DEFAULTSA defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
+    HANDLE printer = nullptr;
+    if (!OpenPrinterA(const_cast<char*>(name.c_str()), &printer, &defaults)) {
+      const DWORD error = GetLastError();
+      if (error == ERROR_INVALID_PRINTER_NAME) {
+        if (trace.isOn())
+          trace.log("Printer '" + name + "' no longer exists");
+        continue;
+      }
+      result = false;
+      if (trace.isOn())
+        trace.log(LogText("OpenPrinter failed to open printer '") + name +
+                  "' with ADMIN permissions. GetLastError()=" + decimal(error));
+      continue;
+    }
+    DWORD needed = 0;
+    GetPrinterA(printer, 2, nullptr, 0, &needed);
+    std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[needed > 0 ? needed : 1]);
+    if (!buffer || !GetPrinterA(printer, 2, buffer.get(), needed, &needed)) {
+      const DWORD error = GetLastError();
+      result = false;
+      if (trace.isOn())
+        trace.log(LogText("GetPrinter failed for printer '") + name +
+                  "', GetLastError()=" + decimal(error));
+    } else if ((reinterpret_cast<const PRINTER_INFO_2A*>(buffer.get())->Status &
+                PRINTER_STATUS_PAUSED) == 0) {
+      if (trace.isOn())
+        trace.log("Printer '" + name + "' is not paused");
+    } else if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_RESUME)) {
+      if (trace.isOn())
+        trace.log("Printer '" + name + "' was RESUMED successfully");
+    } else {
+      const DWORD error = GetLastError();
+      result = false;
+      if (trace.isOn())
+        trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_RESUME) failed for '") +
+                  name + "'. GetLastError()=" + decimal(error));
+    }
+    ClosePrinter(printer);
   }
   return trace.returning(result);
 }

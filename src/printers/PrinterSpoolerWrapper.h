@@ -5,11 +5,14 @@
 #include <list>
 #include <string>
 
+#include "printers/PauseRecord.h"
+
 class FunctionTrace;
 
 // Brings the printers of interest (DeviceEnumerator) to a quiet state and pauses them before an
-// update, and resumes them afterwards, through the Windows spooler. Holds no state: the caller
-// owns the list of printer handles that pausePrinters() fills and resumePrinters() takes.
+// update, and resumes them afterwards, through the Windows spooler. The caller owns the list of
+// printer handles that pausePrinters() fills and resumePrinters() takes; the wrapper keeps only
+// the PauseRecord of the printers it paused, from just before the pause until the resume.
 //
 // Invariant: once pausePrinters() has paused anything, the printers are released again on every
 // way out. A failed pause of one printer resumes the whole list before pausePrinters() returns
@@ -32,9 +35,16 @@ class PrinterSpoolerWrapper {
   bool ClosePrinters(const std::list<HANDLE>& handles);
   // Opens the printers of interest, waits until none is busy, and pauses them all.
   bool pausePrinters(std::list<HANDLE>& handles);
-  // Resumes every printer of the list; goes on after a failure and then reports false.
+  // Resumes every printer of the list; goes on after a failure and then reports false. Ends the
+  // pause record of pausePrinters().
   bool resumePrinters(std::list<HANDLE> handles);
+  // Opens each named printer and resumes it when it is paused: the recovery of printers that a
+  // run which died left paused. A printer that no longer exists counts as done; false when a
+  // paused printer could not be resumed (or asked).
+  bool resumePausedPrinters(const std::list<std::string>& names);
 
  private:
   void waitUntilQuiet(const std::list<HANDLE>& handles, DWORD interval, FunctionTrace& trace);
+
+  PauseRecord pauseRecord_;
 };

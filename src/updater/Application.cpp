@@ -4,6 +4,9 @@
 
 #include "logging/Logger.h"
 #include "printers/DeviceEnumerator.h"
+#include "printers/PauseRecord.h"
+#include "printers/PrinterSpoolerWrapper.h"
+#include "system/DllSearch.h"
 #include "updater/CommandLineParams.h"
 #include "updater/CurrentProcess.h"
 #include "updater/Localize.h"
@@ -22,9 +25,14 @@ bool initialize(const std::string& commandLine) {
 }
 
 int runApplication(const char* commandLine) {
+  hardenDllSearch();
   if (!initialize(commandLine != nullptr ? commandLine : ""))
     return 0;
   try {
+    // Printers that an earlier run paused and could not resume (it was killed, or the vendor
+    // library crashed or hung) are resumed first, before the library is even loaded.
+    PrinterSpoolerWrapper spooler;
+    PauseRecord::recoverAbandonedPause(spooler);
     std::unique_ptr<UpdatesController> controller(new UpdatesController());
     controller->performUpdates();
   } catch (...) {

@@ -318,56 +318,69 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   }
   log("All Printer were paused successfully, now applying updates");
 
-  // From here on every path resumes the printers below.
-  bool result = false;
-  if (!softwarePath.empty()) {
-    log("Software updates are available to install");
-    bool applied = false;
-    try {
-      applied = webUpdater_.installUpdateUsingCurrentProcess(
-          softwarePath, CurrentProcess::getInstance()->getDirectory());
-    } catch (const Exception& e) {
-      BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS, e.toString());
-    }
-    if (!applied) {
-      log("The software updates FAILED! exiting update process");
+  // From here on every way out resumes the printers and handles the downloads, an exception of
+  // any type included.
+  const auto resumeAndCleanUp = [&](bool result) {
+    if (!spooler_.resumePrinters(pausedPrinters_)) {
+      log("FAILED to resume all printers installed with our driver!");
+      result = false;
     } else {
-      log("The software updates were applied successfully");
-      if (dataPath.empty()) {
-        // Misleading line and no flag for a software-only update: both deliberate.
-        log("software update FAILED");
-        result = true;
+      log("All Printer were resumed successfully");
+    }
+    performPostUpdateCleanUp(softwarePath, dataPath);
+    pausedPrinters_.clear();
+    return result;
+  };
+  bool result = false;
+  try {
+    if (!softwarePath.empty()) {
+      log("Software updates are available to install");
+      bool applied = false;
+      try {
+        applied = webUpdater_.installUpdateUsingCurrentProcess(
+            softwarePath, CurrentProcess::getInstance()->getDirectory());
+      } catch (const Exception& e) {
+        BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS, e.toString());
+      }
+      if (!applied) {
+        log("The software updates FAILED! exiting update process");
       } else {
-        log("Data update also required.");
-        if (!installDataUpdate(dataPath)) {
-          log("Data files update FAILED");
-        } else {
-          log("Data update was also successful. Setting the flag to indicate total update.");
-          CurrentProcess::setCompleteSoftwareUpdatedFlag();
+        log("The software updates were applied successfully");
+        if (dataPath.empty()) {
+          // Misleading line and no flag for a software-only update: both deliberate.
+          log("software update FAILED");
           result = true;
+        } else {
+          log("Data update also required.");
+          if (!installDataUpdate(dataPath)) {
+            log("Data files update FAILED");
+          } else {
+            log("Data update was also successful. Setting the flag to indicate total update.");
+            CurrentProcess::setCompleteSoftwareUpdatedFlag();
+            result = true;
+          }
         }
       }
-    }
-  } else {
-    log("Only data updates are available to install");
-    if (!installDataUpdate(dataPath)) {
-      log("Data update FAILED");
     } else {
-      log("Data update was successful. Setting the flag to indicate it.");
-      CurrentProcess::setDataUpdatedFlag();
-      result = true;
+      log("Only data updates are available to install");
+      if (!installDataUpdate(dataPath)) {
+        log("Data update FAILED");
+      } else {
+        log("Data update was successful. Setting the flag to indicate it.");
+        CurrentProcess::setDataUpdatedFlag();
+        result = true;
+      }
     }
-  }
-
-  if (!spooler_.resumePrinters(pausedPrinters_)) {
-    log("FAILED to resume all printers installed with our driver!");
+  } catch (...) {
+    // Not the program's own Exception (the applies catch those), for example a C++ exception of
+    // the vendor's library. It ends here, while the library that may own the exception object is
+    // still loaded; the installation has failed, and the printers are resumed all the same.
+    BasicLogger::getInstance().write(
+        kLogUpdater, LOG_ALWAYS,
+        "UpdatesController::installUpdates() An unexpected exception ended the installation.");
     result = false;
-  } else {
-    log("All Printer were resumed successfully");
   }
-  performPostUpdateCleanUp(softwarePath, dataPath);
-  pausedPrinters_.clear();
-  return trace.returning(result);
+  return trace.returning(resumeAndCleanUp(result));
 }
 
 bool UpdatesController::installDataUpdate(const std::string& dataPath) {

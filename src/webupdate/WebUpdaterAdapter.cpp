@@ -8,6 +8,7 @@
 #include "settings/PathHelpers.h"
 #include "settings/Settings.h"
 #include "settings/SettingsKeys.h"
+#include "system/DllSearch.h"
 #include "updater/Localize.h"
 #include "updater/OsVersion.h"
 #include "webupdate/WebUpdaterLibrary.h"
@@ -99,6 +100,9 @@ void WebUpdaterAdapter::initialize() {
   const std::string path = joinPath(directory, fileName);
   if (trace.isOn())
     trace.log("About to load web updater dll. Dll Name:" + path);
+  // The library's own imports are found beside it; the process searches nowhere else but the
+  // system and application directories.
+  allowDllDirectory(directory);
   module_ = LoadLibraryA(path.c_str());
   if (module_ == nullptr) {
     const DWORD error = GetLastError();
@@ -138,9 +142,15 @@ void WebUpdaterAdapter::uninitialize() {
 }
 
 void* WebUpdaterAdapter::AllocMemory(unsigned long long size) {
-  FunctionTrace trace = FunctionTrace::open(
-      kLogUpdater, "WebUpdaterAdapter::AllocMemory(" + std::to_string(size) + ")");
-  return ::operator new(static_cast<size_t>(size));
+  // The library's C code calls this: nothing may unwind through it, so every failure, the log
+  // writer's included, is a null block.
+  try {
+    FunctionTrace trace = FunctionTrace::open(
+        kLogUpdater, "WebUpdaterAdapter::AllocMemory(" + std::to_string(size) + ")");
+    return ::operator new(static_cast<size_t>(size), std::nothrow);
+  } catch (...) {
+    return nullptr;
+  }
 }
 
 bool WebUpdaterAdapter::isDialUpConnection() {

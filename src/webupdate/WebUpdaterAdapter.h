@@ -35,7 +35,8 @@ class WebUpdaterAdapter {
   // Must be the last call on the adapter: the handle is left as it was.
   void uninitialize();
 
-  // The allocation callback handed to the library: `size` bytes from operator new.
+  // The allocation callback handed to the library: `size` bytes from operator new. Never throws
+  // (the library is C code): null when the block or its trace line could not be had.
   static void* AllocMemory(unsigned long long size);
 
   bool isDialUpConnection();

@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <stdexcept>
 #include <type_traits>
 
 namespace {
@@ -159,6 +160,17 @@ int UpdDownloadUpdateExA(const char* url,
 
 int UpdApplyUpdateA(const char* packageFile, const char* destinationDir, void*, void*, void*) {
   Call call;
+  // Scripted faults of a real library: [Apply] <rule>=hang never returns, =throw throws a C++
+  // exception that is not the program's own. Both are journaled first.
+  const std::string fault = call.scenario.rule("Apply", text(packageFile)).value_or("");
+  if (fault == "hang" || fault == "throw") {
+    call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) +
+                        " | dir=" + text(destinationDir) + " | result=" + fault);
+    if (fault == "throw")
+      throw std::runtime_error("stand-in library: apply failed");
+    for (;;)
+      Sleep(INFINITE);
+  }
   int result = call.mode->apply(text(packageFile), text(destinationDir));
   call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) +
                       " | dir=" + text(destinationDir) + " | result=" + std::to_string(result));

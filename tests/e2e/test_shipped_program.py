@@ -10,7 +10,9 @@ otherwise go on forever).
 
 import argparse
 import os
+import subprocess
 import sys
+import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "demo"))
@@ -55,23 +57,46 @@ class ShippedProgram(unittest.TestCase):
                 "winspool.drv": "native"},
         })
 
-    def library(self, connection=1, software="2", data="2"):
+    def library(self, connection=1, software="2", data="2", apply="1"):
         self.prefix.write(INSTALL + r"\cvupwupd.DLL.ini",
                           "[Library]\r\nJournal=C:\\e2e\\library.txt\r\nConnection=%d\r\n"
                           "[Check]\r\nSWVER=%s\r\nDATAVER=%s\r\n"
                           "[Download]\r\nSWPKG=0,alloc,C:\\e2e\\sw.pkg\r\n"
-                          "DATAPKG=0,buffer,C:\\e2e\\data.pkg\r\n[Apply]\r\n*=1\r\n" % (
-                              connection, software, data))
+                          "DATAPKG=0,buffer,C:\\e2e\\data.pkg\r\n[Apply]\r\n*=%s\r\n" % (
+                              connection, software, data, apply))
+
+    def printers(self, *printers):
+        """The spooler's printers of the driver: (name, status) pairs; status 1 is paused."""
+        text = "[Spooler]\r\nPrinters=%d\r\nJournal=C:\\e2e\\spooler.txt\r\n" % len(printers)
+        for number, (name, status) in enumerate(printers):
+            text += "[Printer%d]\r\nName=%s\r\nDriver=%s\r\nStatus=%d\r\n" % (
+                number, name, DRIVER, status)
+        self.prefix.write(INSTALL + r"\spooler-scenario.ini", text)
+
+    def printer_commands(self):
+        """The pause (1) and resume (2) commands that reached the spooler, as "name command"."""
+        return [c.split("name=", 1)[1].split(" result=")[0].replace(" command=", " ")
+                for c in self.journal("spooler.txt") if " SetPrinterA " in c]
+
+    def pause_record(self):
+        out = self.prefix.wine(["reg", "query", STORE + r"\Settings\Updater", "/v",
+                                "PausedPrinters"]).stdout
+        line = [l for l in out.splitlines() if "PausedPrinters" in l]
+        return line[0].split("REG_MULTI_SZ", 1)[1].strip() if line else None
+
+    def recovery_lines(self):
+        return [l for l in self.log_texts() if "PauseRecord::recoverAbandonedPause()" in l]
 
     def windows_version(self, version):
         self.prefix.import_registry({
             r"HKEY_CURRENT_USER\Software\Wine\AppDefaults\cvupdater.exe": {"Version": version}})
 
-    def run_program(self, *args):
+    def run_program(self, *args, wait_idle=True):
         result = self.prefix.wine([self.prefix.unix(INSTALL + r"\cvupdater.exe")] + list(args),
                                   timeout=RUN_LIMIT, cwd=self.prefix.unix(INSTALL))
         self.assertEqual(0, result.returncode)
-        self.assertTrue(self.prefix.wait_idle(RUN_LIMIT), "the run did not end in time")
+        if wait_idle:
+            self.assertTrue(self.prefix.wait_idle(RUN_LIMIT), "the run did not end in time")
 
     def log_texts(self):
         return [line for line in (self.prefix.read(LOG) or "").splitlines()]
@@ -116,6 +141,61 @@ class ShippedProgram(unittest.TestCase):
         applies = [c.split(" | ", 1)[1] for c in self.journal("library.txt") if "UpdApplyUpdateA" in c]
         self.assertEqual(2, len(applies))
         self.assertIn("dir=" + INSTALL + "\\ |", applies[0])
+
+    def test_a_killed_install_leaves_no_printer_paused(self):
+        self.windows_version("winxp64")
+        self.printers(("Office Inkjet", 0), ("Back Office", 0))
+        self.library(software="3,1.1.0.0", data="3,2026.2", apply="hang")
+        installer = subprocess.Popen(["wine", self.prefix.unix(INSTALL + r"\cvupdater.exe")],
+                                     env=self.prefix.env, cwd=self.prefix.unix(INSTALL),
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(installer.wait)
+        self.addCleanup(self.prefix.kill)
+        deadline = time.time() + RUN_LIMIT
+        hung = []
+        while not hung and time.time() < deadline:
+            time.sleep(0.05)
+            hung = [c for c in self.journal("library.txt") if "result=hang" in c]
+        self.assertTrue(hung, "the install never reached the library's apply")
+        self.assertEqual(["Office Inkjet 1", "Back Office 1"], self.printer_commands())
+
+        # While the installer lives, a new run leaves its printers alone.
+        self.library(software="2", data="2")
+        self.run_program(wait_idle=False)
+        self.assertEqual([], self.recovery_lines())
+        self.assertEqual(2, len(self.printer_commands()))
+
+        # Killed the way a crash ends it: both printers stay paused, and the record says so.
+        self.prefix.wine(["taskkill", "/F", "/PID", hung[0].split(" | ")[0]])
+        installer.wait(timeout=RUN_LIMIT)
+        self.assertEqual("Office Inkjet\\0Back Office", self.pause_record())
+
+        # The next run resumes exactly those two (the stand-in spooler keeps its printers' state
+        # per process, so the scenario now shows them as the killed run left them), not a printer
+        # someone else paused, clears the record, and goes on with its update check.
+        self.printers(("Office Inkjet", 1), ("Back Office", 1), ("Front Desk", 1))
+        self.run_program()
+        self.assertEqual(["Office Inkjet 2", "Back Office 2"], self.printer_commands()[2:])
+        self.assertIsNone(self.pause_record())
+        self.assertTrue(self.recovery_lines())
+        self.assertTrue(any("Checking for updates failed or there are no updates available!" in l
+                            for l in self.log_texts()[-30:]))
+
+        # Nothing is left to recover.
+        recovered = len(self.recovery_lines())
+        self.run_program()
+        self.assertEqual(recovered, len(self.recovery_lines()))
+
+    def test_an_apply_that_throws_still_resumes_the_printers(self):
+        self.windows_version("winxp64")
+        self.printers(("Office Inkjet", 0), ("Back Office", 0))
+        self.library(software="3,1.1.0.0", data="3,2026.2", apply="throw")
+        self.run_program()
+        self.assertEqual(["Office Inkjet 1", "Back Office 1", "Office Inkjet 2", "Back Office 2"],
+                         self.printer_commands())
+        self.assertIsNone(self.pause_record())
+        self.assertFalse(self.prefix.exists(r"C:\e2e\sw.pkg"))
+        self.assertFalse(self.prefix.exists(r"C:\e2e\data.pkg"))
 
     def test_windows_2003_installs_a_catalog_update_in_place(self):
         self.windows_version("winxp64")

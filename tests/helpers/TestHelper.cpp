@@ -9,6 +9,9 @@
 //   test_helper mutex-try NAME MS            print "acquired" or "busy" after waiting up to MS
 //   test_helper admin-probe                  print "admin=" and canWeOpenPrintersInAdminMode()
 //   test_helper codes                        print the language, country and OS codes
+//   test_helper load-from DIR NAME [harden]  in DIR as current directory, print "loaded=" and
+//                                            whether LoadLibraryA(NAME) found it, after the
+//                                            program's start-up DLL search hardening with harden
 #include <windows.h>
 
 #include <cstdio>
@@ -19,6 +22,7 @@
 #include "printers/DeviceEnumerator.h"
 #include "printers/PrinterSpoolerWrapper.h"
 #include "settings/Settings.h"
+#include "system/DllSearch.h"
 #include "system/Mutex.h"
 #include "updater/CurrentProcess.h"
 #include "updater/Localize.h"
@@ -104,6 +108,14 @@ int codes() {
   return 0;
 }
 
+int loadFrom(const std::string& directory, const std::string& name, bool harden) {
+  SetCurrentDirectoryA(directory.c_str());
+  if (harden)
+    hardenDllSearch();
+  printf("loaded=%d\n", LoadLibraryA(name.c_str()) != nullptr ? 1 : 0);
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -118,6 +130,8 @@ int main(int argc, char** argv) {
     return mutexHold(argv[2], strtoul(argv[3], nullptr, 10), argv[4]);
   if (command == "mutex-try" && argc > 3)
     return mutexTry(argv[2], strtoul(argv[3], nullptr, 10));
+  if (command == "load-from" && argc > 3)
+    return loadFrom(argv[2], argv[3], argc > 4 && std::string(argv[4]) == "harden");
   fprintf(stderr, "usage: test_helper probe | mutex-hold NAME MS MODE | mutex-try NAME MS\n");
   return 2;
 }
