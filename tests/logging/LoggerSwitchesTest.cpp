@@ -134,26 +134,39 @@ TEST(LoggerSwitches, HeaderSwitchesAddClockProcessAndThreadIds) {
   }
 }
 
-// The one real wait of the suite: switches are cached for five seconds. A switch read in the
-// current tick is read again, so the change comes only once the tick has moved on.
-TEST(LoggerSwitches, ChangedSwitchIsSeenOnlyWhenTheCacheExpires) {
-  ScopedStore store;
-  testsupport::restartLogger();
-  const DWORD firstRead = GetTickCount();
-  ASSERT_FALSE(isTraceOn(kLogUpdater, LOG_TRACE));  // Caches "startLog" = 0.
-  const DWORD readDone = GetTickCount();
-  while (GetTickCount() == readDone)
-    Sleep(1);
-  store.setDword("Logger", "startLog", 1);
-  EXPECT_FALSE(isTraceOn(kLogUpdater, LOG_TRACE));
+// A logger whose every switch read returns the number of reads so far.
+class CountingLogger : public BasicLogger {
+ public:
+  explicit CountingLogger(const std::string& path) : BasicLogger(path, 15) {}
+  uint32_t reads = 0;
 
-  Sleep(4800 - std::min<DWORD>(GetTickCount() - firstRead, 4800));
-  const bool early = isTraceOn(kLogUpdater, LOG_TRACE);
-  if (GetTickCount() - firstRead < 4950) {  // Unless the machine stalled past the expiry.
-    EXPECT_FALSE(early);
-  }
-  Sleep(5050 - std::min<DWORD>(GetTickCount() - firstRead, 5050));
-  EXPECT_TRUE(isTraceOn(kLogUpdater, LOG_TRACE));
+ protected:
+  void readSetting(const std::string&, uint32_t& value, uint32_t) override { value = ++reads; }
+};
+
+void waitForNextTick() {
+  const DWORD tick = GetTickCount();
+  while (GetTickCount() == tick)
+    Sleep(1);
+}
+
+// Switches are cached per name for a given age: five seconds in the program, 200 ms here.
+TEST(LoggerSwitches, ASwitchIsReadAgainOnlyOnceItsCacheEntryIsOld) {
+  testsupport::TempDir directory;
+  CountingLogger logger(directory.file("cache.log"));
+  uint32_t value = 0;
+  logger.getCachedSetting("startLog", value, 0, 200);
+  const uint32_t first = value;
+  waitForNextTick();  // A switch read in the current tick is read again.
+  logger.getCachedSetting("startLog", value, 0, 200);
+  EXPECT_EQ(first, value) << "fresh: from the cache";
+  logger.getCachedSetting("All", value, 0, 200);
+  EXPECT_EQ(first + 1, value) << "each name has its own entry";
+  const DWORD cached = GetTickCount();
+  while (GetTickCount() - cached < 250)
+    Sleep(20);
+  logger.getCachedSetting("startLog", value, 0, 200);
+  EXPECT_EQ(first + 2, value) << "old: read again";
 }
 
 }  // namespace

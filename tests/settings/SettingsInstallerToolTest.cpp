@@ -3,9 +3,6 @@
 #include <string>
 
 #include "logging/Logger.h"
-#include "settings/IniReader.h"
-#include "settings/Settings.h"
-#include "settings/SettingsKeys.h"
 #include "support/TestSupport.h"
 
 using testsupport::ScopedStore;
@@ -13,6 +10,7 @@ using testsupport::ScopedStore;
 namespace {
 
 // The sample settings file, as the build puts it beside the programs, and the program's store.
+// (The main job installs the sample itself through the tool and runs on it.)
 const char kSample[] = "cvupqnv.loc";
 const char kProgramRoot[] = "Software\\CorvaneInkjet\\QNV\\Local\\cvup\\";
 
@@ -67,67 +65,6 @@ class FileBeside {
 };
 
 }  // namespace
-
-TEST(SettingsSample, LiesInTheProgramsStoreAndGivesEveryUpdateRunSettingItsType) {
-  {
-    IniReader reader(besideTests(kSample));
-    ASSERT_TRUE(reader.isBuilt());
-    for (const std::string& section : reader.getSections())
-      EXPECT_EQ(0u, section.find(kProgramRoot)) << section;
-  }
-  // Installed as this executable's own settings file, and read back as the program reads it.
-  ScopedStore store;
-  FileBeside marker(Settings::getMarkerFilePath());
-  ASSERT_TRUE(marker.write(sampleFor(testsupport::storeRoot())));
-  ASSERT_EQ(0u, Settings().installDefaultSettings());
-
-  using namespace SettingsKeys;
-  const char* const dwords[][2] = {
-      {kUpdaterSection, kPrinterPollInterval},
-      {kUpdaterSection, kDoNotDeleteDownloadedFiles},
-      {kUpdaterSection, kCheckForUpdateTimeOut},
-      {kUpdaterSection, kCheckForUpdateRetryCount},
-      {kUpdaterSection, kDownloadUpdateTimeOut},
-      {kUpdaterSection, kDownloadUpdateRetryCount},
-      {kUpdaterSection, kDataUpdated},
-      {kUpdaterSection, kCompleteSoftwareUpdated},
-      {kSettingsSection, kDeleteStoreOnUninstall},
-      {kLoggerSection, kStartLog},
-      {kLoggerSection, kProcIdInHeader},
-  };
-  const char* const strings[][2] = {
-      {kUpdaterSection, kWebServerUrl},
-      {kUpdaterSection, kTandemOrreryVersionPackageCode},
-      {kUpdaterSection, kTandemCatalogVersionPackageCode},
-      {kUpdaterSection, kTandemOrreryDownloadPackageCode},
-      {kUpdaterSection, kTandemCatalogDownloadPackageCode},
-      {kUpdaterSection, kDataUpdatesDirectoryName},
-      {kSettingsSection, kOrreryVersionInfoFileName},
-      {kSettingsSection, kCatalogVersionInfoFileName},
-      {kSettingsSection, kDllPath},
-      {kSettingsSection, kDataPath},
-      {kSettingsSection, kDriverName},
-  };
-  Settings settings;
-  unsigned long number = 0;
-  for (const auto& key : dwords)
-    EXPECT_TRUE(settings.getDwordValue(key[0], key[1], number, 0)) << key[1];
-  std::string text;
-  for (const auto& key : strings)
-    EXPECT_TRUE(settings.getStringValue(key[0], key[1], text, 0)) << key[1];
-
-  ASSERT_TRUE(settings.getDwordValue(kUpdaterSection, kPrinterPollInterval, number, 0));
-  EXPECT_EQ(2000u, number);
-  ASSERT_TRUE(settings.getStringValue(kUpdaterSection, kWebServerUrl, text, 0));
-  EXPECT_EQ(0u, text.find("http://127.0.0.1:8765/")) << text;
-  for (const char* placeholder :
-       {"[package_code]", "[language_code]", "[country_code]", "[os_code]"})
-    EXPECT_NE(std::string::npos, text.find(placeholder)) << placeholder;
-  ASSERT_TRUE(settings.getStringValue(kSettingsSection, kDriverName, text, 0));
-  EXPECT_EQ("Corvane Inkjet Driver", text);
-  // Left for the program to fill in on its first run.
-  EXPECT_FALSE(settings.getStringValue(kUpdaterSection, kWebUpdaterDllPath, text, 0));
-}
 
 class SettingsInstallerTool : public testing::Test {
  protected:

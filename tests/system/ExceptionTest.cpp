@@ -40,24 +40,21 @@ TEST(ExceptionText, PlainExceptionWritesTheCodeInSignedDecimal) {
   EXPECT_EQ("Win32(-1", Win32Exception("m", 0xFFFFFFFF, "", 0).getCodeText().substr(0, 8));
 }
 
-TEST(SystemMessage, LineBreaksAreRemovedEverywhere) {
+// The system's text without its line breaks, whatever the system's wording.
+TEST(SystemMessage, IsTheSystemTextWithoutLineBreaks) {
   int withBreaks = 0;
-  for (DWORD code = 1; code < 1500; ++code) {
+  for (DWORD code : {ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_INVALID_PARAMETER}) {
     char raw[256] = {};
-    if (FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
-                       MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), raw, sizeof(raw),
-                       nullptr) == 0)
-      continue;
+    ASSERT_NE(0u, FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                 nullptr, code, MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), raw,
+                                 sizeof(raw), nullptr));
     std::string expected;
     for (const char* p = raw; *p != '\0'; ++p) {
       if (*p != '\r' && *p != '\n')
         expected += *p;
     }
-    if (expected.size() != strlen(raw))
-      ++withBreaks;
-    const std::string message = getSystemMessage(code);
-    EXPECT_EQ(expected, message) << "code " << code;
-    EXPECT_EQ(std::string::npos, message.find_first_of("\r\n")) << "code " << code;
+    withBreaks += expected.size() != strlen(raw) ? 1 : 0;
+    EXPECT_EQ(expected, getSystemMessage(code)) << "code " << code;
   }
   EXPECT_GT(withBreaks, 0) << "no system text with a line break was seen";
 }

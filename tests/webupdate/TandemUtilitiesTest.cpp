@@ -1,55 +1,34 @@
 #include <gtest/gtest.h>
 
-#include <map>
+#include <utility>
 
 #include "support/TestSupport.h"
 #include "webupdate/TandemUtilities.h"
 
-namespace {
-
-// The service's language numbers, LANGID by LANGID.
-const std::map<uint16_t, uint32_t>& languageTable() {
-  static const std::map<uint16_t, uint32_t> table = [] {
-    std::map<uint16_t, uint32_t> t = {
-        {1025, 47}, {1026, 40}, {1027, 39}, {1028, 14}, {1029, 15}, {1030, 5},  {1031, 2},
-        {1032, 16}, {1033, 0},  {1034, 4},  {1035, 9},  {1036, 1},  {1037, 46}, {1038, 17},
-        {1039, 18}, {1040, 3},  {1041, 12}, {1042, 19}, {1043, 7},  {1044, 6},  {1045, 20},
-        {1046, 21}, {1048, 32}, {1049, 22}, {1050, 38}, {1051, 23}, {1052, 43}, {1053, 8},
-        {1054, 27}, {1055, 24}, {1057, 35}, {1058, 26}, {1059, 41}, {1060, 29}, {1061, 37},
-        {1062, 34}, {1063, 33}, {1066, 25}, {1069, 42}, {1071, 48}, {1078, 44}, {1080, 36},
-        {1086, 49}, {2052, 13}, {2064, 3},  {2066, 19}, {2067, 7},  {2068, 45}, {2070, 10},
-        {2074, 30}, {2077, 8},  {3076, 14}, {3082, 28}, {3098, 31}, {4100, 13}, {5124, 14}};
-    for (uint16_t id : {2049, 3073, 4097, 5121, 6145, 7169, 8193, 9217, 10241, 11265, 12289, 13313,
-                        14337, 15361, 16385})
-      t[id] = 47;  // Arabic
-    for (uint16_t id : {2058, 4106, 5130, 6154, 7178, 8202, 9226, 10250, 11274, 12298, 13322, 14346,
-                        15370, 16394, 17418, 18442, 19466, 20490})
-      t[id] = 4;  // Spanish
-    for (uint16_t id : {2055, 3079, 4103, 5127})
-      t[id] = 2;  // German
-    for (uint16_t id : {2060, 3084, 4108, 5132})
-      t[id] = 1;  // French
-    return t;
-  }();
-  return table;
-}
-
-}  // namespace
-
-// Every identifier: the listed ones map as listed; every other one, including the regional
-// neighbours that are not listed (French Monaco 6156, Spanish 21514, ...), gives 0.
-TEST(LanguageCode, EveryLangIdMapsByTheTable) {
-  int listed = 0;
-  for (uint32_t id = 0; id <= 0xFFFF; ++id) {
-    const auto entry = languageTable().find(static_cast<uint16_t>(id));
-    const uint32_t expected = entry == languageTable().end() ? 0 : entry->second;
-    listed += entry == languageTable().end() ? 0 : 1;
-    ASSERT_EQ(expected, TandemUtilities::languageNumber(static_cast<uint16_t>(id))) << id;
-  }
-  EXPECT_EQ(97, listed);
-  EXPECT_EQ(0u, TandemUtilities::languageNumber(6156));
-  EXPECT_EQ(28u, TandemUtilities::languageNumber(3082));
-  EXPECT_EQ(4u, TandemUtilities::languageNumber(1034));
+// One row per kind of table entry: a primary language, a regional variant listed on its own,
+// the regional groups filled in by language, and identifiers the table leaves out.
+TEST(LanguageCode, MapsLangIdsByTheServicesTable) {
+  const std::pair<uint16_t, uint32_t> rows[] = {
+      {1033, 0},    // English (US)
+      {2057, 0},    // English (UK): not listed
+      {1036, 1},    // French
+      {3084, 1},    // French (Canada), by the French group
+      {6156, 0},    // French (Monaco): outside the group
+      {1031, 2},    // German
+      {5127, 2},    // German (Liechtenstein)
+      {1034, 4},    // Spanish (traditional sort)
+      {3082, 28},   // Spanish (modern sort), listed on its own
+      {20490, 4},   // Spanish (Puerto Rico), last of the Spanish group
+      {21514, 0},   // Spanish (US): outside the group
+      {1025, 47},   // Arabic
+      {16385, 47},  // Arabic (Qatar)
+      {2052, 13},   // Chinese (PRC)
+      {4100, 13},   // Chinese (Singapore)
+      {1086, 49},   // Malay, the highest number
+      {0, 0},      {0xFFFF, 0},
+  };
+  for (const auto& [langId, number] : rows)
+    EXPECT_EQ(number, TandemUtilities::languageNumber(langId)) << langId;
 }
 
 TEST(CountryCode, IsTheSystemLangIdInEightUpperCaseHexDigits) {

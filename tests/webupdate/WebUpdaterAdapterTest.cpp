@@ -46,12 +46,6 @@ TEST_P(CheckCodeMapping, MapsTheLibrarysCodeAndLogsItsName) {
   EXPECT_TRUE(log.contains(std::string("WebUpdaterAdapter::isUpdateAvailable()  WebUpdaterDll "
                                        "Check for updates call returned : ") +
                            GetParam().name));
-  EXPECT_TRUE(log.contains("WebUpdaterAdapter::isUpdateAvailable()  New version number=9.9.9.9"));
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::isUpdateAvailable() url=http://service/v, "
-                   "currentVerionsNumber=1.0.0.0"));
-  EXPECT_TRUE(log.contains("-WebUpdaterAdapter::isUpdateAvailable()  rc=" +
-                           std::to_string(GetParam().result)));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -158,16 +152,6 @@ TEST_F(WebUpdaterAdapterTest, AMissingLibrarySendsEveryOperationDownItsNotLoaded
     EXPECT_FALSE(adapter.installUpdateUsingCurrentProcess("p", "d"));
   }
   EXPECT_EQ("", downloaded);
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::isInternetAvailable() WebUpdater DLL is not loaded."));
-  EXPECT_TRUE(log.contains("WebUpdaterAdapter::isUpdateAvailable() WebUpdater DLL is not loaded."));
-  EXPECT_TRUE(log.contains("WebUpdaterAdapter::downloadUpdate()  WebUpdater DLL is not loaded."));
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::installUpdateUsingCurrentProcess()  Updater DLL is "
-                   "not loaded."));
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::uninitialize()  WebUpdaterAdapter DLL is not "
-                   "loaded, so not doing anything"));
   EXPECT_TRUE(library_.calls().empty());
 }
 
@@ -185,31 +169,13 @@ TEST_F(WebUpdaterAdapterTest, MissingExportsAreLoggedAndGiveTheFailureValues) {
     EXPECT_FALSE(adapter.downloadUpdate("u", downloaded));
     EXPECT_FALSE(adapter.installUpdateUsingCurrentProcess("p", "d"));
   }
-  const std::string code = std::to_string(ERROR_PROC_NOT_FOUND);
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::initialize()  ::GetProcAddress failed. "
-                   "::GetLastError()=" +
-                   code));
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::isInternetAvailable() ::GetProcAddress failed. "
-                   "::GetLastError()=" +
-                   code));
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::isUpdateAvailable() ::GetProcAddress failed. "
-                   "::GetLastError()=" +
-                   code));
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::downloadUpdate()  ::GetProcAddress failed. "
-                   "::GetLastError()=" +
-                   code));
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::installUpdateUsingCurrentProcess()  "
-                   "::GetProcAddress failed. ::GetLastError()=" +
-                   code));
-  EXPECT_TRUE(
-      log.contains("WebUpdaterAdapter::uninitialize()  ::GetProcAddress failed. "
-                   "::GetLastError()=" +
-                   code));
+  // Each of the six operations logs its failed lookup with the error code.
+  const std::string failed =
+      "::GetProcAddress failed. ::GetLastError()=" + std::to_string(ERROR_PROC_NOT_FOUND);
+  size_t count = 0;
+  for (const std::string& line : log.texts())
+    count += line.find(failed) != std::string::npos ? 1 : 0;
+  EXPECT_EQ(6u, count);
 }
 
 TEST_F(WebUpdaterAdapterTest, TimeOutsAndRetriesAreCreatedWithDefaultsAndPassedUnchanged) {
@@ -273,27 +239,6 @@ TEST_F(WebUpdaterAdapterTest, DownloadsGiveThePathOnlyForCodeZeroAndFreeEveryBlo
     EXPECT_EQ(c.path ? file : "", downloaded) << c.rule;
     EXPECT_TRUE(live.empty()) << c.rule << ": " << live.size() << " block(s) not freed";
   }
-}
-
-TEST_F(WebUpdaterAdapterTest, DownloadLogsTheCodeAndThePath) {
-  testsupport::TempDir files;
-  library_.download("*", "0,alloc," + files.file("sw.pkg")).write();
-  LogCapture log;
-  std::string downloaded;
-  EXPECT_TRUE(WebUpdaterAdapter().downloadUpdate("http://d/ORRERY", downloaded));
-  const std::string name = "WebUpdaterAdapter::downloadUpdate() ";
-  EXPECT_TRUE(log.contains(name + " url=http://d/ORRERY"));
-  EXPECT_TRUE(log.contains(name + "About to download update file."));
-  EXPECT_TRUE(log.contains(name + " WebUpdaterDll Download updates call returned : 0"));
-  EXPECT_TRUE(log.contains(name + "Download update file = '" + files.file("sw.pkg") + "'"));
-  EXPECT_TRUE(log.contains(name + "Update successfully downloaded '" + files.file("sw.pkg") + "'"));
-  EXPECT_TRUE(log.contains("-" + name + " rc=true"));
-
-  library_.clear().download("*", "0,null,").write();
-  LogCapture nullPath;
-  EXPECT_FALSE(WebUpdaterAdapter().downloadUpdate("http://d", downloaded));
-  EXPECT_TRUE(nullPath.contains(name + "ERROR - Download update file = ''"));
-  EXPECT_TRUE(nullPath.contains(name + "Download update file = ''"));
 }
 
 TEST_F(WebUpdaterAdapterTest, InstallSucceedsOnlyForCodeOneWhateverThePackage) {
