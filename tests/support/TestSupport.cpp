@@ -224,55 +224,14 @@ std::vector<std::string> readLines(const std::string& path) {
 
 ProcessResult runProcess(const std::string& commandLine, DWORD timeoutMs) {
   ProcessResult result;
-  SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-  HANDLE readPipe = nullptr;
-  HANDLE writePipe = nullptr;
-  if (!CreatePipe(&readPipe, &writePipe, &inherit, 0))
+  BackgroundProcess process(commandLine);
+  result.started = process.started();
+  if (!result.started)
     return result;
-  SetHandleInformation(readPipe, HANDLE_FLAG_INHERIT, 0);
-  STARTUPINFOA startup = {};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = writePipe;
-  startup.hStdError = writePipe;
-  startup.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
-  PROCESS_INFORMATION process = {};
-  std::string line = commandLine;
-  result.started = CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                                  &startup, &process) != FALSE;
-  CloseHandle(writePipe);
-  if (!result.started) {
-    CloseHandle(readPipe);
-    return result;
-  }
-  // Read on a helper thread so that a chatty child cannot block on a full pipe.
-  struct Reader {
-    HANDLE pipe;
-    std::string output;
-  } reader = {readPipe, std::string()};
-  HANDLE thread = CreateThread(
-      nullptr, 0,
-      [](void* parameter) -> DWORD {
-        auto* self = static_cast<Reader*>(parameter);
-        char buffer[4096];
-        DWORD read = 0;
-        while (ReadFile(self->pipe, buffer, sizeof(buffer), &read, nullptr) && read > 0)
-          self->output.append(buffer, read);
-        return 0;
-      },
-      &reader, 0, nullptr);
-  if (WaitForSingleObject(process.hProcess, timeoutMs) == WAIT_TIMEOUT) {
-    result.timedOut = true;
-    TerminateProcess(process.hProcess, 1);
-    WaitForSingleObject(process.hProcess, INFINITE);
-  }
-  GetExitCodeProcess(process.hProcess, &result.exitCode);
-  WaitForSingleObject(thread, 5000);
-  CloseHandle(thread);
-  CloseHandle(readPipe);
-  CloseHandle(process.hThread);
-  CloseHandle(process.hProcess);
-  result.output = reader.output;
+  result.timedOut = !process.wait(timeoutMs);
+  process.stop();
+  result.exitCode = process.exitCode();
+  result.output = process.output();
   return result;
 }
 
@@ -299,7 +258,7 @@ BackgroundProcess::BackgroundProcess(const std::string& commandLine) {
   CloseHandle(writePipe);
 }
 
-BackgroundProcess::~BackgroundProcess() {
+void BackgroundProcess::stop() {
   if (process_ != nullptr && WaitForSingleObject(process_, 0) == WAIT_TIMEOUT) {
     TerminateProcess(process_, 1);
     WaitForSingleObject(process_, 5000);
@@ -307,7 +266,12 @@ BackgroundProcess::~BackgroundProcess() {
   if (reader_ != nullptr) {
     WaitForSingleObject(reader_, 5000);
     CloseHandle(reader_);
+    reader_ = nullptr;
   }
+}
+
+BackgroundProcess::~BackgroundProcess() {
+  stop();
   if (pipe_ != nullptr)
     CloseHandle(pipe_);
   if (process_ != nullptr)

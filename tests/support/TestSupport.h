@@ -109,6 +109,8 @@ class BackgroundProcess {
   bool waitForOutput(const std::string& text, DWORD timeoutMs);
   // Waits for the exit; false on time-out.
   bool wait(DWORD timeoutMs);
+  // Ends the process if it still runs and waits until its whole output has been read.
+  void stop();
   DWORD exitCode() const;
   std::string output() const;
 
