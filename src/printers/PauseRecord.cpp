@@ -55,7 +55,7 @@ bool PauseRecord::hold(const std::list<std::string>& names) {
     logFailure(e.toString());
   }
   if (!held_) {
-    logFailure("the pause is not recorded: the mutex '" + mutexName() + "' is busy");
+    logFailure("the pause is not recorded: the mutex '" + mutexName() + "' could not be taken");
     return false;
   }
   return writeRecord(names);

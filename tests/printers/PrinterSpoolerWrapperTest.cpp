@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
+#include <winspool.h>
+
 #include <map>
 
 #include "printers/DeviceEnumerator.h"
+#include "printers/PauseRecord.h"
 #include "printers/PrinterSpoolerWrapper.h"
 #include "support/StandIns.h"
 
@@ -249,4 +254,43 @@ TEST_F(PrinterSpoolerWrapperTest, TheAdminProbeBeforeVistaDoesNotTouchTheSpooler
     EXPECT_EQ(xp ? 0u : 1u, opened.size()) << version;
     spooler_.clearJournal();
   }
+}
+
+// The pause record: written just before the pause, gone after the resume.
+TEST_F(PrinterSpoolerWrapperTest, PausedPrintersAreRecordedUntilTheResume) {
+  spooler_.add(printer("Office Inkjet")).add(printer("Back Office")).write();
+  std::list<HANDLE> handles;
+  ASSERT_TRUE(wrapper_.pausePrinters(handles));
+  EXPECT_EQ((std::list<std::string>{"Office Inkjet", "Back Office"}),
+            PauseRecord::recordedPrinters());
+  EXPECT_TRUE(wrapper_.resumePrinters(handles));
+  EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
+  wrapper_.ClosePrinters(handles);
+}
+
+// A record whose owner is gone: only its printers that are still paused are resumed, a printer
+// that no longer exists is skipped, and the record goes. A live owner keeps its record.
+TEST_F(PrinterSpoolerWrapperTest, RecoveryResumesOnlyRecordedPrintersStillPausedOfADeadOwner) {
+  StagedPrinter paused = printer("Office Inkjet");
+  paused.status = PRINTER_STATUS_PAUSED;
+  StagedPrinter pausedByAPerson = printer("Front Desk");
+  pausedByAPerson.status = PRINTER_STATUS_PAUSED;
+  spooler_.add(paused).add(printer("Back Office")).add(pausedByAPerson).write();
+  {
+    // Held and dropped without release(), as a run that dies leaves it.
+    PauseRecord record;
+    ASSERT_TRUE(record.hold({"Office Inkjet", "Back Office", "Gone"}));
+  }
+  {
+    testsupport::BackgroundProcess owner("\"" + testsupport::executableDirectory() +
+                                         "test_helper.exe\" mutex-hold cvprPausedPrinters 5000 "
+                                         "release");
+    ASSERT_TRUE(owner.waitForOutput("held", 20000));
+    EXPECT_FALSE(PauseRecord::recoverAbandonedPause(wrapper_));
+    EXPECT_EQ(3u, PauseRecord::recordedPrinters().size());
+  }
+  EXPECT_TRUE(PauseRecord::recoverAbandonedPause(wrapper_));
+  EXPECT_EQ(Names{"Office Inkjet"}, resumed());
+  EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
+  EXPECT_FALSE(PauseRecord::recoverAbandonedPause(wrapper_));
 }
