@@ -111,6 +111,7 @@ TEST_F(RegistryKeyTest, WrongTypesThrowWithTheTypeSuffix) {
   const DWORD number = 5;
   setRaw(path("types"), "Number", REG_DWORD, &number, sizeof(number));
   setRaw(path("types"), "Text", REG_SZ, "a longer text", 14);
+  setRaw(path("types"), "Four", REG_BINARY, "abc", 4);  // Fits a DWORD, yet is none.
   RegistryKey key(path("types"), false, HKEY_LOCAL_MACHINE);
 
   unsigned long dword = 0;
@@ -118,6 +119,8 @@ TEST_F(RegistryKeyTest, WrongTypesThrowWithTheTypeSuffix) {
   std::vector<unsigned char> bytes;
   EXPECT_EQ("RegistryKey::getValue(ulong)Text : incorrect value type",
             thrownMessage([&] { key.getValue("Text", dword); }));
+  EXPECT_EQ("RegistryKey::getValue(ulong)Four : incorrect value type",
+            thrownMessage([&] { key.getValue("Four", dword); }));
   EXPECT_EQ("RegistryKey::getValue(string) Number : incorrect value type",
             thrownMessage([&] { key.getValue("Number", text); }));
   EXPECT_EQ("RegistryKey::getValue(binary)Text : incorrect value type",
