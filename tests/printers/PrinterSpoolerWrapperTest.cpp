@@ -215,6 +215,8 @@ TEST_F(PrinterSpoolerWrapperTest, TheAdminProbeOpensOnlyTheFirstPrinter) {
   EXPECT_TRUE(wrapper_.canWeOpenPrintersInAdminMode());
   EXPECT_EQ(Names{"First"}, namesOf("OpenPrinterA"));
   EXPECT_EQ(Names{"First"}, namesOf("ClosePrinter"));
+  // The test is for full rights: PRINTER_ALL_ACCESS.
+  EXPECT_NE(std::string::npos, spooler_.calls("OpenPrinterA")[0].find(" access=0xf000c "));
 
   spooler_.clear();
   StagedPrinter first = printer("First");
