@@ -74,8 +74,8 @@ class SettingsInstallerTool : public testing::Test {
     DeleteFileA((Logger::getAllUsersProfileDir() + "cvszQNV.log").c_str());
   }
 
-  testsupport::ProcessResult run() {
-    return testsupport::runProcess("\"" + besideTests(kToolCopy) + "\"", 30000);
+  testsupport::ProcessResult run(const std::string& arguments = "") {
+    return testsupport::runProcess("\"" + besideTests(kToolCopy) + "\"" + arguments, 30000);
   }
 
   ScopedStore store_;
@@ -102,6 +102,16 @@ TEST_F(SettingsInstallerTool, FailsWithoutTheFileAndInstallsNothing) {
   ASSERT_TRUE(result.started);
   EXPECT_EQ(2u, result.exitCode);
   EXPECT_EQ("Settings file not found: " + settingsFile_.path(), firstLine(result.output));
+  HKEY key = nullptr;
+  EXPECT_NE(ERROR_SUCCESS, RegOpenKeyExA(HKEY_LOCAL_MACHINE, kToolRoot, 0, KEY_READ, &key));
+}
+
+TEST_F(SettingsInstallerTool, RefusesArgumentsAndInstallsNothing) {
+  ASSERT_TRUE(settingsFile_.write(sampleFor(kToolRoot)));
+  const testsupport::ProcessResult result = run(" /quiet");
+  ASSERT_TRUE(result.started);
+  EXPECT_EQ(2u, result.exitCode);
+  EXPECT_EQ(0u, result.output.find("Usage: ")) << result.output;
   HKEY key = nullptr;
   EXPECT_NE(ERROR_SUCCESS, RegOpenKeyExA(HKEY_LOCAL_MACHINE, kToolRoot, 0, KEY_READ, &key));
 }
