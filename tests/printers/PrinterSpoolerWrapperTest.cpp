@@ -296,3 +296,17 @@ TEST_F(PrinterSpoolerWrapperTest, RecoveryResumesOnlyRecordedPrintersStillPaused
   EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
   EXPECT_FALSE(PauseRecord::recoverAbandonedPause(wrapper_));
 }
+
+// Without the setting, the poll interval is created with its default of 30 seconds.
+TEST_F(PrinterSpoolerWrapperTest, AMissingPollIntervalIsCreatedWithItsDefault) {
+  RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + "Settings\\Updater").c_str(),
+                     "PrinterPollInterval");
+  spooler_.add(printer("Office Inkjet")).write();
+  std::list<HANDLE> handles;
+  ASSERT_TRUE(wrapper_.pausePrinters(handles));
+  wrapper_.resumePrinters(handles);
+  wrapper_.ClosePrinters(handles);
+  DWORD interval = 0;
+  ASSERT_TRUE(store_.getDword("Settings\\Updater", "PrinterPollInterval", interval));
+  EXPECT_EQ(30000u, interval);
+}
