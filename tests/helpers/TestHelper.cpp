@@ -1,23 +1,25 @@
-// A small console program that tests start as a separate process, to observe the program's
-// classes from outside: under another file name (product family), another Windows version, or
-// holding a named mutex while the test process waits for it.
+// A console program that tests start as a separate process, to observe the program's classes
+// from outside: under another file name (product family), another Windows version or locale,
+// holding a named mutex, or writing to the log beside the test process. Prints key=value lines.
 //
-//   test_helper probe                        print the facts of Localize, OsVersion, CurrentProcess
-//   test_helper mutex-hold NAME MS MODE      take the mutex, print "held", sleep MS, then
-//                                            MODE = release | abandon (exit while holding) |
-//                                            recursive (take it twice, one release())
-//   test_helper mutex-try NAME MS            print "acquired" or "busy" after waiting up to MS
-//   test_helper admin-probe                  print "admin=" and canWeOpenPrintersInAdminMode()
-//   test_helper codes                        print the language, country and OS codes
-//   test_helper load-from DIR NAME [harden]  in DIR as current directory, print "loaded=" and
-//                                            whether LoadLibraryA(NAME) found it, after the
-//                                            program's start-up DLL search hardening with harden
+//   probe                        the facts of Localize, OsVersion and CurrentProcess
+//   codes                        the language, country and OS codes
+//   admin-probe                  "admin=" and canWeOpenPrintersInAdminMode()
+//   mutex-hold NAME MS MODE      take the mutex, print "held", sleep MS, then MODE = release |
+//                                abandon (exit holding it)
+//   mutex-try NAME MS            print "acquired" or "busy" after waiting up to MS
+//   load-from DIR NAME [harden]  "loaded=" and whether LoadLibraryA(NAME) finds NAME with DIR as
+//                                current directory, after the start-up DLL search hardening
+//   write TAG COUNT GATE         print "ready", wait for the named event GATE, then write COUNT
+//                                traced operations of three lines each (run as cvlo_writer.exe)
+//   hold                         stop inside a log line while holding the log mutex; print "held"
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
+#include "logging/FunctionTrace.h"
 #include "logging/Logger.h"
 #include "printers/DeviceEnumerator.h"
 #include "printers/PrinterSpoolerWrapper.h"
@@ -31,107 +33,123 @@
 
 namespace {
 
-int probe() {
-  Localize::createInstance(nullptr);
-  const Localize& localize = *Localize::getInstance();
-  const OsVersion& os = OsVersion::getInstance();
-  printf("localId=%s\n", localize.getLocalId().c_str());
-  printf("familyPath=%s\n", localize.getProductFamilyRegistryPath().c_str());
-  printf("qnvPath=%s\n", localize.getQnvRegistryPath().c_str());
-  printf("localPath=%s\n", localize.getRegistryPath(0).c_str());
-  printf("sharedPath=%s\n", localize.getRegistryPath(1).c_str());
-  printf("tempPath=%s\n", localize.getRegistryPath(7).c_str());
-  printf("laser=%d\n", localize.isLaserProductFamily() ? 1 : 0);
-  printf("knownFamily=%d\n", Settings().isKnownProductFamily() ? 1 : 0);
-  printf("windowsVersion=%u\n", os.getWindowsVersion());
-  printf("major=%lu\nminor=%lu\n", os.getVersionInfo().dwMajorVersion,
-         os.getVersionInfo().dwMinorVersion);
-  printf("infoSize=%lu\n", os.getVersionInfo().dwOSVersionInfoSize);
-  printf("nt=%d\n", os.isNt() ? 1 : 0);
-  printf("vistaOrLater=%d\n", os.isVistaOrLater() ? 1 : 0);
-  printf("wow64=%d\n", os.isWow64() ? 1 : 0);
-  printf("driverDirectory=%s\n", os.getPrinterDriverDirectory().c_str());
-  printf("path=%s\n", CurrentProcess::getInstance()->getPath().c_str());
-  printf("directory=%s\n", CurrentProcess::getInstance()->getDirectory().c_str());
-  CurrentProcess::destroyInstance();
-  Localize::destroyInstance();
-  return 0;
+// The program's start-up and teardown around one command.
+struct ProgramScope {
+  ProgramScope() {
+    Localize::createInstance(nullptr);
+    Logger::createInstance();
+  }
+  ~ProgramScope() {
+    CurrentProcess::destroyInstance();
+    DeviceEnumerator::destroy();
+    Logger::destroyInstance();
+    Localize::destroyInstance();
+  }
+};
+
+void print(const char* key, const std::string& value) {
+  printf("%s=%s\n", key, value.c_str());
+  fflush(stdout);
 }
 
-int mutexHold(const std::string& name, DWORD ms, const std::string& mode) {
+void probe() {
+  ProgramScope scope;
+  const Localize& localize = *Localize::getInstance();
+  const OsVersion& os = OsVersion::getInstance();
+  print("localId", localize.getLocalId());
+  print("familyPath", localize.getProductFamilyRegistryPath());
+  print("localPath", localize.getRegistryPath(0));
+  print("sharedPath", localize.getRegistryPath(1));
+  print("laser", std::to_string(localize.isLaserProductFamily()));
+  print("windowsVersion", std::to_string(os.getWindowsVersion()));
+  print("infoSize", std::to_string(os.getVersionInfo().dwOSVersionInfoSize));
+  print("vistaOrLater", std::to_string(os.isVistaOrLater()));
+  print("wow64", std::to_string(os.isWow64()));
+  print("driverDirectory", os.getPrinterDriverDirectory());
+  print("directory", CurrentProcess::getInstance()->getDirectory());
+}
+
+void codes() {
+  ProgramScope scope;
+  print("language", TandemUtilities::getLanguageCode());
+  print("country", TandemUtilities::getCountryCode());
+  print("os", TandemUtilities::getOsCode());
+}
+
+void mutexHold(const std::string& name, DWORD ms, const std::string& mode) {
   Mutex mutex(false, name, true);
-  if (!mutex.acquire(INFINITE))
-    return 2;
-  if (mode == "recursive" && !mutex.acquire(INFINITE))
-    return 2;
-  printf("held\n");
-  fflush(stdout);
+  mutex.acquire(INFINITE);
+  print("held", "1");
   Sleep(ms);
   if (mode == "abandon")
     ExitProcess(0);  // Leaves the mutex abandoned for the next waiter.
-  mutex.release();   // One release() gives up every recursive hold.
-  printf("released\n");
-  fflush(stdout);
-  Sleep(mode == "recursive" ? ms : 0);
-  return 0;
+  mutex.release();
 }
 
-int mutexTry(const std::string& name, DWORD ms) {
-  Mutex mutex(false, name, true);
-  const bool acquired = mutex.acquire(ms);
-  printf(acquired ? "acquired\n" : "busy\n");
-  if (acquired)
-    mutex.release();
-  return 0;
+// Writes `count` traced operations once the event `gate` is set; the detail text is long enough
+// that a torn or overlapped line shows.
+void writeLines(const std::string& tag, int count, const std::string& gate) {
+  HANDLE event = OpenEventA(SYNCHRONIZE, FALSE, gate.c_str());
+  ProgramScope scope;
+  print("ready", "1");
+  WaitForSingleObject(event, 60000);
+  CloseHandle(event);
+  for (int n = 0; n < count; ++n) {
+    FunctionTrace trace = FunctionTrace::open(kLogUpdater, "Writer::writeLine() ");
+    std::string text = " tag=" + tag + " n=" + std::to_string(n) + " ";
+    for (int i = 0; i < 64; ++i)
+      text += static_cast<char>('a' + (n + i) % 26);
+    trace.log(text);
+    trace.setRc(n);
+  }
+  print("done", "1");
 }
 
-int adminProbe() {
-  Localize::createInstance(nullptr);
-  Logger::createInstance();
-  const bool admin = PrinterSpoolerWrapper().canWeOpenPrintersInAdminMode();
-  printf("admin=%d\n", admin ? 1 : 0);
-  DeviceEnumerator::destroy();
-  Logger::destroyInstance();
-  Localize::destroyInstance();
-  return 0;
-}
+// Stops inside write(), after the log mutex is taken and before the line reaches the file.
+class StuckLogger : public BasicLogger {
+ public:
+  StuckLogger() : BasicLogger(Logger::getLogFilePath(), 15) {}
 
-int codes() {
-  Localize::createInstance(nullptr);
-  Logger::createInstance();
-  printf("language=%s\n", TandemUtilities::getLanguageCode().c_str());
-  printf("country=%s\n", TandemUtilities::getCountryCode().c_str());
-  printf("os=%s\n", TandemUtilities::getOsCode().c_str());
-  CurrentProcess::destroyInstance();
-  Logger::destroyInstance();
-  Localize::destroyInstance();
-  return 0;
-}
-
-int loadFrom(const std::string& directory, const std::string& name, bool harden) {
-  SetCurrentDirectoryA(directory.c_str());
-  if (harden)
-    hardenDllSearch();
-  printf("loaded=%d\n", LoadLibraryA(name.c_str()) != nullptr ? 1 : 0);
-  return 0;
-}
+ protected:
+  std::string getLinePrefix(const LoggerComponent&, uint32_t, const char*) override {
+    print("held", "1");
+    Sleep(INFINITE);
+    return std::string();
+  }
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
   const std::string command = argc > 1 ? argv[1] : "";
-  if (command == "probe")
-    return probe();
-  if (command == "codes")
-    return codes();
-  if (command == "admin-probe")
-    return adminProbe();
-  if (command == "mutex-hold" && argc > 4)
-    return mutexHold(argv[2], strtoul(argv[3], nullptr, 10), argv[4]);
-  if (command == "mutex-try" && argc > 3)
-    return mutexTry(argv[2], strtoul(argv[3], nullptr, 10));
-  if (command == "load-from" && argc > 3)
-    return loadFrom(argv[2], argv[3], argc > 4 && std::string(argv[4]) == "harden");
-  fprintf(stderr, "usage: test_helper probe | mutex-hold NAME MS MODE | mutex-try NAME MS\n");
-  return 2;
+  const auto number = [argv](int i) { return static_cast<DWORD>(strtoul(argv[i], nullptr, 10)); };
+  if (command == "probe") {
+    probe();
+  } else if (command == "codes") {
+    codes();
+  } else if (command == "admin-probe") {
+    ProgramScope scope;
+    print("admin", std::to_string(PrinterSpoolerWrapper().canWeOpenPrintersInAdminMode()));
+  } else if (command == "mutex-hold" && argc > 4) {
+    mutexHold(argv[2], number(3), argv[4]);
+  } else if (command == "mutex-try" && argc > 3) {
+    Mutex mutex(false, argv[2], true);
+    const bool acquired = mutex.acquire(number(3));
+    print(acquired ? "acquired" : "busy", "1");
+    mutex.release();
+  } else if (command == "load-from" && argc > 3) {
+    SetCurrentDirectoryA(argv[2]);
+    if (argc > 4)
+      hardenDllSearch();
+    print("loaded", std::to_string(LoadLibraryA(argv[3]) != nullptr));
+  } else if (command == "write" && argc > 4) {
+    writeLines(argv[2], static_cast<int>(number(3)), argv[4]);
+  } else if (command == "hold") {
+    Localize::createInstance(nullptr);
+    StuckLogger().write(kLogUpdater, LOG_ALWAYS, "never written");
+  } else {
+    fprintf(stderr, "test_helper: unknown command '%s'\n", command.c_str());
+    return 2;
+  }
+  return 0;
 }

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
 #include "printers/DeviceEnumerator.h"
-#include "support/StandIns.h"
+#include "support/TestSupport.h"
 
-using testsupport::LogCapture;
-using testsupport::ScopedStore;
 using testsupport::SpoolerScenario;
-using testsupport::StagedPrinter;
+using Names = std::list<std::string>;
 
 namespace {
 
@@ -14,86 +12,62 @@ const char kDriver[] = "Corvane Inkjet Driver";
 
 class DeviceEnumeratorTest : public testing::Test {
  protected:
-  void SetUp() override { store_.setString("Settings\\", "DriverName", kDriver); }
+  void SetUp() override { store_.set("Settings\\", "DriverName", kDriver); }
   void TearDown() override { DeviceEnumerator::destroy(); }
 
-  std::list<std::string> printers() {
-    std::list<std::string> names = {"stale"};
+  static Names printers() {
+    Names names = {"stale"};
     DeviceEnumerator::instance()->getPrinters(names);
     return names;
   }
 
-  ScopedStore store_;
+  testsupport::ScopedStore store_;
   SpoolerScenario spooler_;
 };
 
-StagedPrinter printer(const std::string& name, const std::string& driver) {
-  StagedPrinter p;
-  p.name = name;
-  p.driver = driver;
-  return p;
-}
-
 }  // namespace
 
-TEST_F(DeviceEnumeratorTest, DriverNamesMatchByteForByteInSpoolerOrder) {
-  spooler_.add(printer("Office", kDriver))
-      .add(printer("Lower", "corvane inkjet driver"))
-      .add(printer("Trailing", "Corvane Inkjet Driver "))
-      .add(printer("Other", "Generic Text"))
-      .add(printer("\\\\server\\Shared", kDriver))
+// Local printers and connections whose driver name matches byte for byte, in spooler order.
+TEST_F(DeviceEnumeratorTest, ListsThePrintersOfTheDriverByteForByte) {
+  spooler_.add(SpoolerScenario::printer("Office", kDriver))
+      .add(SpoolerScenario::printer("Lower", "corvane inkjet driver"))
+      .add(SpoolerScenario::printer("Trailing", "Corvane Inkjet Driver "))
+      .add(SpoolerScenario::printer("Other", "Generic Text"))
+      .add(SpoolerScenario::printer("\\\\server\\Shared", kDriver))
       .write();
-  EXPECT_EQ((std::list<std::string>{"Office", "\\\\server\\Shared"}), printers());
-  // Local printers and connections are both asked for.
-  ASSERT_EQ(2u, spooler_.calls("EnumPrintersA").size());
-  EXPECT_EQ("EnumPrintersA flags=6 level=2 buffer=1 result=1", spooler_.calls("EnumPrintersA")[1]);
+  EXPECT_EQ((Names{"Office", "\\\\server\\Shared"}), printers());
+  EXPECT_EQ("EnumPrintersA flags=6 level=2 buffer=1 result=1",
+            spooler_.calls("EnumPrintersA").at(1));
 }
 
-TEST_F(DeviceEnumeratorTest, AnEmptyResultIsAskedForAgainOnEveryCall) {
-  spooler_.add(printer("Other", "Generic Text")).write();
+// An empty result is asked for again on every call; a found list is kept for the rest of the run,
+// and a new instance reads the driver name again.
+TEST_F(DeviceEnumeratorTest, KeepsAFoundListUntilItIsDestroyed) {
+  spooler_.add(SpoolerScenario::printer("Lab", "Lab Driver")).write();
   EXPECT_TRUE(printers().empty());
   EXPECT_TRUE(printers().empty());
   EXPECT_EQ(4u, spooler_.calls("EnumPrintersA").size());
-}
-
-TEST_F(DeviceEnumeratorTest, AFoundListIsKeptForTheRestOfTheRun) {
-  spooler_.add(printer("Office", kDriver)).write();
-  EXPECT_EQ(std::list<std::string>{"Office"}, printers());
-  spooler_.add(printer("Added later", kDriver)).write();
-  EXPECT_EQ(std::list<std::string>{"Office"}, printers());
-  EXPECT_EQ(2u, spooler_.calls("EnumPrintersA").size());
-}
-
-TEST_F(DeviceEnumeratorTest, DestroyWithoutInstanceDoesNothingAndANewInstanceReadsTheDriverAgain) {
+  spooler_.add(SpoolerScenario::printer("Office", kDriver)).write();
+  EXPECT_EQ(Names{"Office"}, printers());
+  spooler_.add(SpoolerScenario::printer("Added later", kDriver)).write();
+  EXPECT_EQ(Names{"Office"}, printers());
+  EXPECT_EQ(6u, spooler_.calls("EnumPrintersA").size());
   DeviceEnumerator::destroy();
-  DeviceEnumerator::destroy();
-  spooler_.add(printer("Office", kDriver)).add(printer("Lab", "Lab Driver")).write();
-  EXPECT_EQ(std::list<std::string>{"Office"}, printers());
-  DeviceEnumerator::destroy();
-  store_.setString("Settings\\", "DriverName", "Lab Driver");
-  EXPECT_EQ(std::list<std::string>{"Lab"}, printers());
+  store_.set("Settings\\", "DriverName", "Lab Driver");
+  EXPECT_EQ(Names{"Lab"}, printers());
 }
 
-TEST_F(DeviceEnumeratorTest, AMissingDriverNameIsLoggedAndMatchesNothing) {
-  HKEY key = nullptr;
-  RegOpenKeyExA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + "Settings").c_str(), 0,
-                KEY_ALL_ACCESS, &key);
-  RegDeleteValueA(key, "DriverName");
-  RegCloseKey(key);
-  spooler_.add(printer("Office", kDriver)).write();
-  LogCapture log;
-  EXPECT_TRUE(printers().empty());
-  EXPECT_TRUE(
-      log.contains("DeviceEnumerator::DeviceEnumerator: Error - "
-                   "settings.getStringValue(keyName=Settings\\, valueName=DriverName, "
-                   "rc=false."));
-  EXPECT_TRUE(log.contains("DeviceEnumerator::instance: creating DeviceEnumerator."));
-}
-
-TEST_F(DeviceEnumeratorTest, ASpoolerFailureIsLoggedWithItsCode) {
-  spooler_.add(printer("Office", kDriver)).failEnumeration(ERROR_ACCESS_DENIED).write();
-  LogCapture log;
+// No driver name or a failing spooler: nothing matches, and the failure is logged.
+TEST_F(DeviceEnumeratorTest, FailuresLeaveTheListEmpty) {
+  spooler_.add(SpoolerScenario::printer("Office", kDriver))
+      .failEnumeration(ERROR_ACCESS_DENIED)
+      .write();
+  testsupport::LogCapture log;
   EXPECT_TRUE(printers().empty());
   EXPECT_TRUE(log.contains(
       "DeviceEnumerator::enumPrinters():Printer enumeration failed with win32 error code =5"));
+  DeviceEnumerator::destroy();
+  store_.remove("Settings\\", "DriverName");
+  spooler_.failEnumeration(0).write();
+  EXPECT_TRUE(printers().empty());
 }

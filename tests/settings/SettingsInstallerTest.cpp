@@ -1,222 +1,118 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <string>
-#include <vector>
-
-#include "logging/Logger.h"
 #include "settings/Settings.h"
 #include "settings/SettingsInstaller.h"
 #include "support/TestSupport.h"
-#include "updater/Localize.h"
-
-using testsupport::ScopedStore;
-using testsupport::TempDir;
 
 namespace {
 
-const char kTestRoot[] = "Software\\CorvaneTestIni";
-const char kKey[] = "Software\\CorvaneTestIni\\Installer";
+const std::string kKey = "Software\\CorvaneTestIni\\Installer";
 
-struct RegistryValue {
-  bool found = false;
-  DWORD type = REG_NONE;
-  std::string data;  // the bytes as stored, data.size() is the stored size
-};
-
-RegistryValue readValue(const std::string& keyPath, const std::string& name) {
-  RegistryValue value;
-  HKEY key = nullptr;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
-    return value;
-  DWORD size = 0;
-  if (RegQueryValueExA(key, name.c_str(), nullptr, &value.type, nullptr, &size) == ERROR_SUCCESS) {
-    value.data.resize(size + 1);
-    value.found = RegQueryValueExA(key, name.c_str(), nullptr, &value.type,
-                                   reinterpret_cast<BYTE*>(&value.data[0]), &size) == ERROR_SUCCESS;
-    value.data.resize(size);
-  }
-  RegCloseKey(key);
-  return value;
+// A value below kKey as "<type>:<stored bytes>", or "none".
+std::string stored(const std::string& name) {
+  DWORD type = 0;
+  char data[256] = {};
+  DWORD size = sizeof(data);
+  if (RegGetValueA(HKEY_LOCAL_MACHINE, kKey.c_str(), name.c_str(), RRF_RT_ANY | RRF_NOEXPAND, &type,
+                   data, &size) != ERROR_SUCCESS)
+    return "none";
+  // Wine reads a non-empty REG_SZ back with a terminating zero, written or not; only the empty
+  // string shows the size written.
+  if (type == REG_SZ && size > 1 && data[size - 1] == '\0')
+    --size;
+  return std::to_string(type) + ":" + std::string(data, size);
 }
 
-std::string dwordBytes(DWORD number) {
-  return std::string(reinterpret_cast<const char*>(&number), sizeof(number));
+std::string dword(DWORD number) {
+  return "4:" + std::string(reinterpret_cast<const char*>(&number), sizeof(number));
 }
 
-// Every test owns the store of this executable and the private key tree below kTestRoot.
 class SettingsInstallerTest : public testing::Test {
  protected:
-  ~SettingsInstallerTest() override { testsupport::deleteKeyTree(kTestRoot); }
+  ~SettingsInstallerTest() override { testsupport::deleteKeyTree("Software\\CorvaneTestIni"); }
 
-  std::string write(const std::string& content) {
+  bool install(const std::string& content) {
+    testsupport::deleteKeyTree("Software\\CorvaneTestIni");
     const std::string path = dir_.file("settings" + std::to_string(++files_) + ".loc");
     EXPECT_TRUE(testsupport::writeFile(path, content));
-    return path;
+    return SettingsInstaller(path).installSettings();
   }
 
-  ScopedStore store_;
-  TempDir dir_;
+  testsupport::ScopedStore store_;
+  testsupport::TempDir dir_;
   int files_ = 0;
-};
-
-// The settings file beside this executable (cvseqnv.loc), removed at the end of the scope.
-class MarkerFile {
- public:
-  MarkerFile() : path_(testsupport::executableDirectory() + Settings::getMarkerFilePath()) {
-    DeleteFileA(path_.c_str());
-  }
-  ~MarkerFile() { DeleteFileA(path_.c_str()); }
-  MarkerFile(const MarkerFile&) = delete;
-  MarkerFile& operator=(const MarkerFile&) = delete;
-  // Also flushes the private-profile functions' cached copy of the file (all three names null),
-  // so that the next read sees the new content.
-  bool write(const std::string& content) const {
-    const bool written = testsupport::writeFile(path_, content);
-    WritePrivateProfileStringA(nullptr, nullptr, nullptr, path_.c_str());
-    return written;
-  }
-  void remove() const { DeleteFileA(path_.c_str()); }
-
- private:
-  std::string path_;
 };
 
 }  // namespace
 
-TEST_F(SettingsInstallerTest, WritesEachValueWithTheTypeAndDataItsTypeWordGives) {
-  struct Case {
-    const char* name;
-    const char* fileValue;
-    DWORD type;  // REG_NONE: not written
-    std::string data;
+// "dword:" takes the decimal number at the start of the data; "string:" the text, stored without
+// its terminating zero. Any other type word, compared exactly, is skipped and fails the file.
+TEST_F(SettingsInstallerTest, WritesEachValueAsItsTypeWordSays) {
+  const std::pair<const char*, std::string> rows[] = {
+      {"dword:30", dword(30)},
+      {"dword: -5", dword(static_cast<DWORD>(-5))},
+      {"dword:12abc", dword(12)},
+      {"dword:0x10", dword(0)},
+      {"dword:", dword(0)},
+      {"string:abc", "1:abc"},
+      {"string:", "1:"},
+      {"string:http://127.0.0.1:8765/[os_code]", "1:http://127.0.0.1:8765/[os_code]"},
+      {"DWORD:5", "none"},
+      {"String:x", "none"},
+      {"abc", "none"},
+      {":abc", "none"},
+      {"binary:01", "none"},
   };
-  const Case cases[] = {
-      {"Dword", "dword:30", REG_DWORD, dwordBytes(30)},
-      {"Negative", "dword: -5", REG_DWORD, dwordBytes(static_cast<DWORD>(-5))},
-      {"TrailingText", "dword:12abc", REG_DWORD, dwordBytes(12)},
-      {"Hex", "dword:0x10", REG_DWORD, dwordBytes(0)},
-      {"NoNumber", "dword:", REG_DWORD, dwordBytes(0)},
-      // Strings are written without their terminating zero.
-      {"String", "string:abc", REG_SZ, "abc"},
-      {"NoText", "string:", REG_SZ, ""},
-      {"Url", "string:http://127.0.0.1:8765/[os_code]", REG_SZ, "http://127.0.0.1:8765/[os_code]"},
-      {"UpperDword", "DWORD:5", REG_NONE, ""},
-      {"UpperString", "String:x", REG_NONE, ""},
-      {"NoColon", "abc", REG_NONE, ""},
-      {"ColonFirst", ":abc", REG_NONE, ""},
-      {"OtherType", "binary:01", REG_NONE, ""},
-  };
-  std::string content = std::string("[") + kKey + "\\Values]\r\n";
-  for (const Case& c : cases)
-    content += std::string(c.name) + "=" + c.fileValue + "\r\n";
-  const std::string path = write(content);
-  testsupport::LogCapture log;
-
-  EXPECT_FALSE(SettingsInstaller(path).installSettings());
-  const std::string written = log.next();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const RegistryValue value = readValue(std::string(kKey) + "\\Values", c.name);
-    EXPECT_EQ(c.type != REG_NONE, value.found);
-    if (c.type == REG_NONE) {
-      EXPECT_NE(std::string::npos,
-                written.find(std::string("Could not retrieve the type information for value='") +
-                             c.fileValue + "' skipping....\r\n"));
-    } else {
-      EXPECT_EQ(c.type, value.type);
-      // Wine reads any non-empty REG_SZ back with a terminating zero, written or not; only the
-      // empty string shows the size written (0, where a written zero would read as 1).
-      std::string data = value.data;
-      if (value.type == REG_SZ && data.size() > 1 && data.back() == '\0')
-        data.pop_back();
-      EXPECT_EQ(c.data, data);
-    }
-  }
-  EXPECT_NE(std::string::npos,
-            written.find(std::string("Return Code for writing sectionName='") + kKey +
-                         "\\Values',key='Negative',value='4294967291' is = 0"));
+  std::string content = "[" + kKey + "]\r\n";
+  for (size_t i = 0; i < std::size(rows); ++i)
+    content += "v" + std::to_string(i) + "=" + rows[i].first + "\r\n";
+  EXPECT_FALSE(install(content));
+  for (size_t i = 0; i < std::size(rows); ++i)
+    EXPECT_EQ(rows[i].second, stored("v" + std::to_string(i))) << rows[i].first;
 }
 
-TEST_F(SettingsInstallerTest, LogsEveryProblemAndGoesOnWithTheRestOfTheFile) {
-  struct Case {
-    const char* name;
-    std::string content;  // empty: no file
+// Every problem fails the file, but the rest of it is still installed; a key without a value is
+// dropped by the reader and a failed registry write only logged.
+TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
+  const std::string good = "[" + kKey + "]\r\na=dword:1\r\n";
+  const struct {
+    std::string content;
     bool result;
-    std::string logLine;
-    std::string written;  // a value name in kKey\Good that must be there afterwards
+  } rows[] = {
+      {good + "[" + kKey + "\\Deep\\er]\r\nb=string:x\r\n", true},
+      {"[" + kKey + "\\Empty]\r\n" + good, false},
+      {good + "=string:2\r\nb=dword:3\r\n", false},
+      {good + "b=\r\n", true},
+      {"[\\" + kKey + "\\Bad]\r\nc=dword:1\r\n" + good, true},
   };
-  const std::string good = std::string("[") + kKey + "\\Good]\r\n";
-  const std::string key = kKey;
-  const Case cases[] = {
-      {"complete file", good + "a=dword:1\r\n[" + key + "\\Deep\\er]\r\nb=string:x\r\n", true,
-       "',key='b',value='x' is = 0", "a"},
-      {"missing file", "", false, "Settings file could not be parsed properly.", ""},
-      {"exactly 64 KiB", good + "a=string:" + std::string(65536 - good.size() - 11, 'x') + "\r\n",
-       false, "Settings file could not be parsed properly.", ""},
-      {"keys before any section", "a=dword:1\r\n", false,
-       "Settings file could not be parsed properly.", ""},
-      {"section without keys", "[" + key + "\\Empty]\r\n" + good + "a=dword:1\r\n", false,
-       "Empty Section found. Skipping..", "a"},
-      {"larger than 64 KiB, section name cut",
-       good + "a=string:" + std::string(65536 + 20 - good.size() - 11, 'x') + "\r\n", false,
-       "Empty Section found. Skipping..", ""},
-      {"empty key name", good + "a=dword:1\r\n=string:2\r\nb=dword:3\r\n", false,
-       "Empty KeyValue pair found in Section='" + key +
-           "\\Good' where key='' and value='string:2'):",
-       "b"},
-      // The reader skips a key without a value with its own message; the file still counts as
-      // installed.
-      {"key without value", good + "a=\r\nb=dword:1\r\n", true,
-       "Could not retrieve value for key='a' under section='" + key + "\\Good'", "b"},
-      // A failed write is logged with its status only.
-      {"unusable key path", "[\\" + key + "\\Bad]\r\nc=dword:1\r\n" + good + "a=dword:1\r\n", true,
-       "',key='c',value='1' is = 161", "a"},
-  };
-  testsupport::LogCapture log;
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    testsupport::deleteKeyTree(kTestRoot);
-    const std::string path = c.content.empty() ? dir_.file("absent.loc") : write(c.content);
-    log.next();
-    EXPECT_EQ(c.result, SettingsInstaller(path).installSettings());
-    const std::string written = log.next();
-    EXPECT_NE(std::string::npos, written.find(c.logLine)) << c.logLine;
-    if (!c.written.empty()) {
-      EXPECT_TRUE(readValue(key + "\\Good", c.written).found);
-    }
-    if (!c.result) {
-      EXPECT_NE(std::string::npos, written.find("-SettingsInstaller::installSettings(): rc=0"));
-    }
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.result, install(row.content)) << row.content;
+    EXPECT_EQ(dword(1), stored("a")) << row.content;
   }
+  EXPECT_FALSE(install("a=dword:1\r\n"));
+  EXPECT_FALSE(SettingsInstaller(dir_.file("absent.loc")).installSettings());
 }
 
-TEST_F(SettingsInstallerTest, InstallDefaultSettingsReportsAndRecordsWhetherTheFileWentInWhole) {
-  const std::string section = testsupport::storeRoot() + "Settings\\Updater";
-  MarkerFile marker;
-  // Without a store: the install creates it.
-  testsupport::deleteKeyTree(Localize::getInstance()->getProductFamilyRegistryPath());
+// The settings file beside the executable (local id + "qnv.loc"): the store is created for it,
+// and the store counts as valid only while the whole file went in.
+TEST_F(SettingsInstallerTest, DefaultSettingsComeFromTheFileBesideTheExecutable) {
+  const std::string file = testsupport::executableDirectory() + Settings::getMarkerFilePath();
+  const std::string section = "[" + testsupport::storeRoot() + "Settings\\Updater]\r\n";
+  testsupport::deleteKeyTree(testsupport::storeRoot());
   Settings settings;
-  EXPECT_FALSE(settings.isValid());
-  ASSERT_TRUE(marker.write("[" + section + "]\r\nPrinterPollInterval=dword:2000\r\n"));
-  EXPECT_EQ(0u, settings.installDefaultSettings());
-  EXPECT_TRUE(settings.isValid());
-  unsigned long interval = 0;
-  EXPECT_TRUE(Settings().getDwordValue("Settings\\Updater", "PrinterPollInterval", interval, 0));
+  const std::pair<std::string, uint32_t> rows[] = {
+      {section + "PrinterPollInterval=dword:2000\r\n", Settings::kInstalled},
+      {section + "DataUpdated=dword:1\r\nWebServerUrl=http:x\r\n", Settings::kInstallFailed},
+      {section + "DataUpdated=dword:0\r\n", Settings::kInstalled},
+  };
+  for (const auto& [content, status] : rows) {
+    ASSERT_TRUE(testsupport::writeFile(file, content));
+    EXPECT_EQ(status, settings.installDefaultSettings()) << content;
+    EXPECT_EQ(status == Settings::kInstalled, settings.isValid()) << content;
+  }
+  DeleteFileA(file.c_str());
+  EXPECT_EQ(Settings::kInstallFailed, settings.installDefaultSettings());
+  DWORD interval = 0;
+  EXPECT_TRUE(store_.get("Settings\\Updater", "PrinterPollInterval", interval));
   EXPECT_EQ(2000u, interval);
-
-  ASSERT_TRUE(marker.write("[" + section + "]\r\nDataUpdated=dword:1\r\nWebServerUrl=http:x\r\n"));
-  EXPECT_EQ(1359u, settings.installDefaultSettings());
-  EXPECT_FALSE(settings.isValid());
-  unsigned long flag = 0;
-  EXPECT_TRUE(Settings().getDwordValue("Settings\\Updater", "DataUpdated", flag, 0));
-  EXPECT_EQ(1u, flag);
-
-  ASSERT_TRUE(marker.write("[" + section + "]\r\nDataUpdated=dword:0\r\n"));
-  EXPECT_EQ(0u, settings.installDefaultSettings());
-  EXPECT_TRUE(settings.isValid());
-
-  marker.remove();
-  EXPECT_EQ(1359u, settings.installDefaultSettings());
-  EXPECT_FALSE(settings.isValid());
 }

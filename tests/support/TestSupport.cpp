@@ -2,28 +2,23 @@
 
 #include <shellapi.h>
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
 #include "logging/Logger.h"
-#include "settings/RegistryKey.h"
 #include "updater/Localize.h"
 
 namespace testsupport {
 
 namespace {
 
-const size_t kComponentColumn = 16;  // 15 characters and a blank.
-
-HKEY openOrCreate(const std::string& path) {
-  HKEY key = nullptr;
-  RegCreateKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
-                  nullptr);
-  return key;
+void setDword(const std::string& path, const std::string& name, DWORD value) {
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), REG_DWORD, &value, sizeof(value));
 }
 
-std::string keyPath(const std::string& section) {
-  return storeRoot() + section;
+std::string familyPath() {
+  return Localize::getInstance()->getProductFamilyRegistryPath();
 }
 
 }  // namespace
@@ -32,56 +27,61 @@ std::string storeRoot() {
   return Localize::getInstance()->getRegistryPath(0);
 }
 
+bool keyExists(const std::string& path) {
+  HKEY key = nullptr;
+  const bool exists =
+      RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS;
+  RegCloseKey(key);
+  return exists;
+}
+
 void deleteKeyTree(const std::string& path) {
   RegDeleteTreeA(HKEY_LOCAL_MACHINE, path.c_str());
   RegDeleteKeyA(HKEY_LOCAL_MACHINE, path.c_str());
 }
 
 ScopedStore::ScopedStore() {
-  deleteKeyTree(Localize::getInstance()->getProductFamilyRegistryPath());
-  RegCloseKey(openOrCreate(storeRoot()));
+  deleteKeyTree(familyPath());
+  HKEY key = nullptr;
+  RegCreateKeyExA(HKEY_LOCAL_MACHINE, storeRoot().c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                  &key, nullptr);
+  RegCloseKey(key);
 }
 
 ScopedStore::~ScopedStore() {
-  deleteKeyTree(Localize::getInstance()->getProductFamilyRegistryPath());
+  deleteKeyTree(familyPath());
 }
 
-void ScopedStore::setDword(const std::string& section, const std::string& name, DWORD value) {
-  HKEY key = openOrCreate(keyPath(section));
-  RegSetValueExA(key, name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
-                 sizeof(value));
-  RegCloseKey(key);
+void ScopedStore::set(const std::string& section, const std::string& name, DWORD value) {
+  setDword(storeRoot() + section, name, value);
 }
 
-void ScopedStore::setString(const std::string& section,
-                            const std::string& name,
-                            const std::string& value) {
-  HKEY key = openOrCreate(keyPath(section));
-  RegSetValueExA(key, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                 static_cast<DWORD>(value.size() + 1));
-  RegCloseKey(key);
+void ScopedStore::set(const std::string& section,
+                      const std::string& name,
+                      const std::string& value) {
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str(), REG_SZ,
+                  value.c_str(), static_cast<DWORD>(value.size() + 1));
 }
 
-bool ScopedStore::getDword(const std::string& section, const std::string& name, DWORD& value) {
+void ScopedStore::remove(const std::string& section, const std::string& name) {
+  RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str());
+}
+
+bool ScopedStore::get(const std::string& section, const std::string& name, DWORD& value) {
   DWORD size = sizeof(value);
-  DWORD type = 0;
-  return RegGetValueA(HKEY_LOCAL_MACHINE, keyPath(section).c_str(), name.c_str(), RRF_RT_ANY, &type,
-                      &value, &size) == ERROR_SUCCESS &&
-         type == REG_DWORD;
+  return RegGetValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str(),
+                      RRF_RT_REG_DWORD, nullptr, &value, &size) == ERROR_SUCCESS;
 }
 
-bool ScopedStore::getString(const std::string& section,
-                            const std::string& name,
-                            std::string& value) {
+bool ScopedStore::get(const std::string& section, const std::string& name, std::string& value) {
   char buffer[4096] = {};
   DWORD size = sizeof(buffer) - 1;
-  DWORD type = 0;
-  if (RegGetValueA(HKEY_LOCAL_MACHINE, keyPath(section).c_str(), name.c_str(),
-                   RRF_RT_ANY | RRF_NOEXPAND, &type, buffer, &size) != ERROR_SUCCESS ||
-      (type != REG_SZ && type != REG_EXPAND_SZ))
-    return false;
-  value = buffer;
-  return true;
+  const bool found =
+      RegGetValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str(),
+                   RRF_RT_REG_SZ | RRF_NOEXPAND, nullptr, buffer, &size) == ERROR_SUCCESS;
+  if (found)
+    value = buffer;
+  return found;
 }
 
 void restartLogger() {
@@ -90,43 +90,15 @@ void restartLogger() {
 }
 
 LogCapture::LogCapture(DWORD allMask, bool headers) : path_(Logger::getLogFilePath()) {
-  HKEY key = openOrCreate(storeRoot() + "Logger");
-  const auto set = [key](const char* name, DWORD value) {
-    RegSetValueExA(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof(value));
-  };
-  set("startLog", 1);
-  set("All", allMask);
-  set("Updater", 0);
-  set("RulesEng", 0);
-  set("QNV", 0);
-  set("Catalog", 0);
-  set("Clocktime_In_Header", headers ? 1 : 0);
-  set("Proc_Id_In_Header", headers ? 1 : 0);
-  set("Thread_Id_In_Header", headers ? 1 : 0);
-  RegCloseKey(key);
+  const std::string logger = storeRoot() + "Logger";
+  setDword(logger, "startLog", 1);
+  setDword(logger, "All", allMask);
+  for (const char* component : {"Updater", "RulesEng", "QNV", "Catalog"})
+    setDword(logger, component, 0);
+  for (const char* header : {"Clocktime_In_Header", "Proc_Id_In_Header", "Thread_Id_In_Header"})
+    setDword(logger, header, headers ? 1 : 0);
   restartLogger();
-  WIN32_FILE_ATTRIBUTE_DATA data;
-  if (GetFileAttributesExA(path_.c_str(), GetFileExInfoStandard, &data))
-    start_ = (static_cast<uint64_t>(data.nFileSizeHigh) << 32) | data.nFileSizeLow;
-  next_ = start_;
-}
-
-std::string LogCapture::readFrom(uint64_t offset) const {
-  std::ifstream file(path_.c_str(), std::ios::binary);
-  file.seekg(0, std::ios::end);
-  const std::streamoff end = file.tellg();
-  if (end <= static_cast<std::streamoff>(offset))
-    return std::string();
-  std::string text(static_cast<size_t>(end - static_cast<std::streamoff>(offset)), '\0');
-  file.seekg(static_cast<std::streamoff>(offset));
-  file.read(&text[0], static_cast<std::streamsize>(text.size()));
-  return text;
-}
-
-std::string LogCapture::next() {
-  std::string text = readFrom(next_);
-  next_ += text.size();
-  return text;
+  start_ = readFile(path_).size();
 }
 
 LogCapture::~LogCapture() {
@@ -135,47 +107,41 @@ LogCapture::~LogCapture() {
 }
 
 std::vector<std::string> LogCapture::lines() const {
-  std::vector<std::string> result;
-  const std::string content = readFrom(start_);
-  std::string::size_type position = 0;
-  while (position < content.size()) {
-    const std::string::size_type end = content.find("\r\n", position);
-    if (end == std::string::npos) {
-      result.push_back(content.substr(position));
-      break;
-    }
-    result.push_back(content.substr(position, end - position));
-    position = end + 2;
-  }
-  return result;
+  const std::string content = readFile(path_);
+  return splitLines(start_ < content.size() ? content.substr(static_cast<size_t>(start_)) : "");
 }
 
 std::vector<std::string> LogCapture::texts() const {
-  std::vector<std::string> result;
-  for (const std::string& line : lines())
-    result.push_back(line.size() > kComponentColumn ? line.substr(kComponentColumn) : "");
-  return result;
+  std::vector<std::string> texts;
+  for (const std::string& line : lines()) {
+    const std::string::size_type start = line.find_first_not_of(' ', 16);  // After the component.
+    texts.push_back(start == std::string::npos ? std::string() : line.substr(start));
+  }
+  return texts;
 }
 
 bool LogCapture::contains(const std::string& text) const {
-  for (const std::string& line : texts()) {
-    const std::string::size_type start = line.find_first_not_of(' ');
-    if (start != std::string::npos && line.compare(start, std::string::npos, text) == 0)
-      return true;
+  const std::vector<std::string> all = texts();
+  return std::find(all.begin(), all.end(), text) != all.end();
+}
+
+std::vector<std::string> LogCapture::details(const std::string& functionName) const {
+  std::vector<std::string> details;
+  for (const std::string& text : texts()) {
+    if (text.compare(0, functionName.size(), functionName) == 0)
+      details.push_back(text.substr(functionName.size()));
   }
-  return false;
+  return details;
 }
 
 TempDir::TempDir() {
   char base[MAX_PATH] = {};
   GetTempPathA(MAX_PATH, base);
   static unsigned counter = 0;
-  for (;;) {
+  do {
     path_ = std::string(base) + "cvtest_" + std::to_string(GetCurrentProcessId()) + "_" +
             std::to_string(++counter);
-    if (CreateDirectoryA(path_.c_str(), nullptr))
-      break;
-  }
+  } while (!CreateDirectoryA(path_.c_str(), nullptr));
 }
 
 TempDir::~TempDir() {
@@ -183,9 +149,7 @@ TempDir::~TempDir() {
 }
 
 void removeTree(const std::string& path) {
-  // SHFileOperation needs a double-null-terminated list.
-  std::string from = path;
-  from.push_back('\0');
+  const std::string from = path + '\0';  // A double-null-terminated list.
   SHFILEOPSTRUCTA operation = {};
   operation.wFunc = FO_DELETE;
   operation.pFrom = from.c_str();
@@ -196,6 +160,8 @@ void removeTree(const std::string& path) {
 bool writeFile(const std::string& path, const std::string& content) {
   std::ofstream file(path.c_str(), std::ios::binary | std::ios::trunc);
   file << content;
+  file.close();
+  WritePrivateProfileStringA(nullptr, nullptr, nullptr, path.c_str());
   return static_cast<bool>(file);
 }
 
@@ -210,144 +176,92 @@ bool fileExists(const std::string& path) {
   return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-std::vector<std::string> readLines(const std::string& path) {
+std::vector<std::string> splitLines(const std::string& text) {
   std::vector<std::string> lines;
-  std::ifstream file(path.c_str(), std::ios::binary);
-  std::string line;
-  while (std::getline(file, line)) {
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line); lines.push_back(line)) {
     if (!line.empty() && line.back() == '\r')
       line.pop_back();
-    lines.push_back(line);
   }
   return lines;
 }
 
-ProcessResult runProcess(const std::string& commandLine, DWORD timeoutMs) {
-  ProcessResult result;
-  BackgroundProcess process(commandLine);
-  result.started = process.started();
-  if (!result.started)
-    return result;
-  result.timedOut = !process.wait(timeoutMs);
-  process.stop();
-  result.exitCode = process.exitCode();
-  result.output = process.output();
-  return result;
-}
-
-BackgroundProcess::BackgroundProcess(const std::string& commandLine) {
-  InitializeCriticalSection(&lock_);
+Process::Process(const std::string& commandLine) {
   SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-  HANDLE writePipe = nullptr;
-  if (!CreatePipe(&pipe_, &writePipe, &inherit, 0))
-    return;
-  SetHandleInformation(pipe_, HANDLE_FLAG_INHERIT, 0);
+  HANDLE output = CreateFileA(output_.file("output.txt").c_str(), FILE_APPEND_DATA,
+                              FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, CREATE_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
   STARTUPINFOA startup = {};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = writePipe;
-  startup.hStdError = writePipe;
+  startup.hStdOutput = startup.hStdError = output;
   PROCESS_INFORMATION process = {};
   std::string line = commandLine;
   if (CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                      &process)) {
     process_ = process.hProcess;
     CloseHandle(process.hThread);
-    reader_ = CreateThread(nullptr, 0, &BackgroundProcess::readOutput, this, 0, nullptr);
   }
-  CloseHandle(writePipe);
+  CloseHandle(output);
 }
 
-void BackgroundProcess::stop() {
-  if (process_ != nullptr && WaitForSingleObject(process_, 0) == WAIT_TIMEOUT) {
+Process::~Process() {
+  if (process_ != nullptr && !wait(0)) {
     TerminateProcess(process_, 1);
-    WaitForSingleObject(process_, 5000);
+    wait(5000);
   }
-  if (reader_ != nullptr) {
-    WaitForSingleObject(reader_, 5000);
-    CloseHandle(reader_);
-    reader_ = nullptr;
-  }
+  CloseHandle(process_);
 }
 
-BackgroundProcess::~BackgroundProcess() {
-  stop();
-  if (pipe_ != nullptr)
-    CloseHandle(pipe_);
-  if (process_ != nullptr)
-    CloseHandle(process_);
-  DeleteCriticalSection(&lock_);
-}
-
-DWORD WINAPI BackgroundProcess::readOutput(void* parameter) {
-  auto* self = static_cast<BackgroundProcess*>(parameter);
-  char buffer[4096];
-  DWORD read = 0;
-  while (ReadFile(self->pipe_, buffer, sizeof(buffer), &read, nullptr) && read > 0) {
-    EnterCriticalSection(&self->lock_);
-    self->output_.append(buffer, read);
-    LeaveCriticalSection(&self->lock_);
-  }
-  return 0;
-}
-
-bool BackgroundProcess::waitForOutput(const std::string& text, DWORD timeoutMs) {
-  const DWORD start = GetTickCount();
-  while (output().find(text) == std::string::npos) {
+bool Process::waitForOutput(const std::string& text, DWORD timeoutMs) const {
+  for (const DWORD start = GetTickCount(); output().find(text) == std::string::npos; Sleep(10)) {
     if (GetTickCount() - start > timeoutMs)
       return false;
-    Sleep(10);
   }
   return true;
 }
 
-bool BackgroundProcess::wait(DWORD timeoutMs) {
+bool Process::wait(DWORD timeoutMs) const {
   return process_ != nullptr && WaitForSingleObject(process_, timeoutMs) == WAIT_OBJECT_0;
 }
 
-DWORD BackgroundProcess::exitCode() const {
+DWORD Process::exitCode() const {
   DWORD code = 0;
   GetExitCodeProcess(process_, &code);
   return code;
 }
 
-std::string BackgroundProcess::output() const {
-  EnterCriticalSection(&lock_);
-  std::string copy = output_;
-  LeaveCriticalSection(&lock_);
-  return copy;
+ProcessResult runProcess(const std::string& commandLine, DWORD timeoutMs) {
+  Process process(commandLine);
+  ProcessResult result;
+  result.timedOut = !process.wait(timeoutMs);
+  result.exitCode = process.exitCode();
+  result.output = process.output();
+  return result;
 }
 
 std::string executableDirectory() {
   char buffer[MAX_PATH] = {};
   GetModuleFileNameA(nullptr, buffer, MAX_PATH);
-  std::string path = buffer;
+  const std::string path = buffer;
   return path.substr(0, path.rfind('\\') + 1);
 }
 
-bool copyBeside(const std::string& source, const std::string& target) {
-  const std::string directory = executableDirectory();
-  return CopyFileA((directory + source).c_str(), (directory + target).c_str(), FALSE) != FALSE;
+std::string besideTests(const std::string& name, const std::string& arguments) {
+  return "\"" + executableDirectory() + name + "\" " + arguments;
 }
 
 std::map<std::string, std::string> runHelperCopy(const std::string& exeName,
                                                  const std::string& arguments,
                                                  const std::string& wineVersion) {
+  const std::string copy = executableDirectory() + exeName;
+  CopyFileA((executableDirectory() + "test_helper.exe").c_str(), copy.c_str(), FALSE);
+  setWineVersion(exeName, wineVersion);
+  const ProcessResult result = runProcess(besideTests(exeName, arguments));
+  setWineVersion(exeName, "");
+  DeleteFileA(copy.c_str());
   std::map<std::string, std::string> facts;
-  if (!copyBeside("test_helper.exe", exeName))
-    return facts;
-  if (!wineVersion.empty())
-    setWineVersion(exeName, wineVersion);
-  const ProcessResult result =
-      runProcess("\"" + executableDirectory() + exeName + "\" " + arguments);
-  if (!wineVersion.empty())
-    setWineVersion(exeName, "");
-  DeleteFileA((executableDirectory() + exeName).c_str());
-  std::istringstream lines(result.output);
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (!line.empty() && line.back() == '\r')
-      line.pop_back();
+  for (const std::string& line : splitLines(result.output)) {
     const std::string::size_type equals = line.find('=');
     if (equals != std::string::npos)
       facts[line.substr(0, equals)] = line.substr(equals + 1);
@@ -357,16 +271,120 @@ std::map<std::string, std::string> runHelperCopy(const std::string& exeName,
 
 void setWineVersion(const std::string& exeName, const std::string& version) {
   const std::string path = "Software\\Wine\\AppDefaults\\" + exeName;
-  if (version.empty()) {
+  if (version.empty())
     RegDeleteKeyA(HKEY_CURRENT_USER, path.c_str());
-    return;
+  else
+    RegSetKeyValueA(HKEY_CURRENT_USER, path.c_str(), "Version", REG_SZ, version.c_str(),
+                    static_cast<DWORD>(version.size() + 1));
+}
+
+StandInScenario::StandInScenario(const char* variable, const char* separator)
+    : variable_(variable), separator_(separator) {
+  SetEnvironmentVariableA(variable_, directory_.file("scenario.ini").c_str());
+}
+
+StandInScenario::~StandInScenario() {
+  SetEnvironmentVariableA(variable_, nullptr);
+}
+
+std::vector<std::string> StandInScenario::calls(const std::string& function) const {
+  const std::string prefix = std::to_string(GetCurrentProcessId()) + separator_ + function;
+  std::vector<std::string> calls;
+  for (const std::string& line : journal()) {
+    if (line.compare(0, prefix.size(), prefix) == 0 &&
+        (function.empty() || line.size() == prefix.size() || line[prefix.size()] == ' '))
+      calls.push_back(line.substr(prefix.size() - function.size()));
   }
-  HKEY key = nullptr;
-  RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key,
-                  nullptr);
-  RegSetValueExA(key, "Version", 0, REG_SZ, reinterpret_cast<const BYTE*>(version.c_str()),
-                 static_cast<DWORD>(version.size() + 1));
-  RegCloseKey(key);
+  return calls;
+}
+
+PrinterScenario SpoolerScenario::printer(const std::string& name, const std::string& driver) {
+  PrinterScenario printer;
+  printer.name = name;
+  printer.driver = driver;
+  return printer;
+}
+
+SpoolerScenario& SpoolerScenario::add(const PrinterScenario& printer) {
+  printers_.push_back(printer);
+  return *this;
+}
+
+SpoolerScenario& SpoolerScenario::clear() {
+  printers_.clear();
+  failEnum_ = 0;
+  clearJournal();
+  return *this;
+}
+
+SpoolerScenario& SpoolerScenario::failEnumeration(DWORD error) {
+  failEnum_ = error;
+  return *this;
+}
+
+void SpoolerScenario::write() {
+  std::ostringstream text;
+  text << "[Spooler]\r\nGeneration=" << ++generation_ << "\r\nPrinters=" << printers_.size()
+       << "\r\nJournal=" << journal_ << "\r\nFailEnum=" << failEnum_ << "\r\n";
+  for (size_t i = 0; i < printers_.size(); ++i) {
+    const PrinterScenario& p = printers_[i];
+    // Quoted, so that blanks at either end survive the private-profile reader.
+    text << "[Printer" << i << "]\r\nName=\"" << p.name << "\"\r\nDriver=\"" << p.driver
+         << "\"\r\nAttributes=" << p.attributes << "\r\nStatus=" << p.status
+         << "\r\nJobs=" << p.jobs << "\r\nDrainAfterPolls=" << p.drainAfterPolls
+         << "\r\nFailOpen=" << p.failOpen << "\r\nFailGetPrinter=" << p.failGetPrinter
+         << "\r\nFailPause=" << p.failPause << "\r\nFailResume=" << p.failResume
+         << "\r\nFailClose=" << p.failClose << "\r\n";
+  }
+  writeScenario(text.str());
+}
+
+std::vector<std::string> SpoolerScenario::names(const std::string& function,
+                                                const std::string& filter) const {
+  std::vector<std::string> names;
+  for (const std::string& call : calls(function)) {
+    if (call.find(filter) == std::string::npos)
+      continue;
+    const std::string::size_type start = call.find("name=") + 5;
+    std::string::size_type end = call.find(" result=", start);
+    for (const char* next : {" level=", " command=", " access="})
+      end = std::min(end, call.find(next, start));
+    names.push_back(call.substr(start, end - start));
+  }
+  return names;
+}
+
+WebUpdaterScenario& WebUpdaterScenario::clear() {
+  connection_ = 1;
+  for (auto& rules : rules_)
+    rules.clear();
+  clearJournal();
+  return *this;
+}
+
+WebUpdaterScenario& WebUpdaterScenario::connection(int result) {
+  connection_ = result;
+  return *this;
+}
+
+WebUpdaterScenario& WebUpdaterScenario::rule(int section,
+                                             const std::string& key,
+                                             const std::string& value) {
+  rules_[section].emplace_back(key, value);
+  return *this;
+}
+
+void WebUpdaterScenario::write() {
+  std::ostringstream text;
+  text << "[Library]\r\nMode=scripted\r\nJournal=" << journal_ << "\r\nConnection=" << connection_
+       << "\r\n";
+  const char* sections[] = {"Check", "Download", "Apply"};
+  for (int i = 0; i < 3; ++i) {
+    text << "[" << sections[i] << "]\r\n";
+    for (const auto& [key, value] : rules_[i])
+      text << key << "=" << value << "\r\n";
+  }
+  writeScenario(text.str());
 }
 
 }  // namespace testsupport

@@ -5,17 +5,23 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
-// Helpers shared by the test executables. All of them work on the real Wine registry, files and
-// processes of the test prefix.
+#include "spooler/Scenario.h"
+
+// Helpers shared by the test executables. They work on the real Wine registry, files, processes
+// and the project's stand-in DLLs, in the test prefix.
 namespace testsupport {
 
 // The store root of this executable (scope 0), e.g. "Software\CorvaneInkjet\QNV\Local\cvse\".
 std::string storeRoot();
+// Keys below HKEY_LOCAL_MACHINE; deleting a missing tree is no error.
+bool keyExists(const std::string& path);
+void deleteKeyTree(const std::string& path);
 
-// Creates this executable's settings store for the length of a scope and deletes the whole
-// product-family key afterwards, so that every test starts from an empty registry.
+// This executable's settings store for the length of a scope; the whole product-family key is
+// deleted before and after, so that every test starts from an empty registry.
 class ScopedStore {
  public:
   ScopedStore();
@@ -23,17 +29,16 @@ class ScopedStore {
   ScopedStore(const ScopedStore&) = delete;
   ScopedStore& operator=(const ScopedStore&) = delete;
 
-  void setDword(const std::string& section, const std::string& name, DWORD value);
-  void setString(const std::string& section, const std::string& name, const std::string& value);
-  bool getDword(const std::string& section, const std::string& name, DWORD& value);
-  bool getString(const std::string& section, const std::string& name, std::string& value);
+  void set(const std::string& section, const std::string& name, DWORD value);
+  void set(const std::string& section, const std::string& name, const std::string& value);
+  void remove(const std::string& section, const std::string& name);
+  bool get(const std::string& section, const std::string& name, DWORD& value);
+  bool get(const std::string& section, const std::string& name, std::string& value);
 };
 
-// Deletes a key tree below HKEY_LOCAL_MACHINE (no error when missing).
-void deleteKeyTree(const std::string& path);
-
-// Turns the log on with the given masks for the length of a scope (the logger is recreated so
-// that its switch cache starts empty) and reads the lines written meanwhile. Needs a ScopedStore.
+// Turns the log on with the given "All" mask (component masks 0) for the length of a scope and
+// reads back the lines written meanwhile; the logger is recreated at both ends, so that its
+// switch cache starts empty. Needs a ScopedStore.
 class LogCapture {
  public:
   explicit LogCapture(DWORD allMask = 0xFFFFFFFF, bool headers = false);
@@ -41,23 +46,18 @@ class LogCapture {
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
-  // The lines written since construction, without CR LF; without headers, each line is the
-  // 15-column component name, a blank, the indentation and the text.
+  // Without headers, each line is the 15-column component, a blank, the indentation and the text.
   std::vector<std::string> lines() const;
-  // The same lines with the component column removed.
-  std::vector<std::string> texts() const;
-  // Whether some line's text equals `text` after its indentation.
+  // Whether some line's text after the component and the indentation equals `text`.
   bool contains(const std::string& text) const;
-  // The raw text written since the previous call (or construction).
-  std::string next();
+  // The detail lines of one traced operation, in order, each without the operation's name.
+  std::vector<std::string> details(const std::string& functionName) const;
 
  private:
-  // The log's text from `offset` to its end.
-  std::string readFrom(uint64_t offset) const;
+  std::vector<std::string> texts() const;
 
   std::string path_;
   uint64_t start_ = 0;
-  uint64_t next_ = 0;
 };
 
 // Recreates the process's logger, emptying its switch cache.
@@ -77,68 +77,138 @@ class TempDir {
   std::string path_;
 };
 
-// Deletes a directory with everything in it (no error when missing).
 void removeTree(const std::string& path);
-
+// Also drops the private-profile functions' cached copy of the file.
 bool writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
 bool fileExists(const std::string& path);
-std::vector<std::string> readLines(const std::string& path);
+// CR LF or LF lines.
+std::vector<std::string> splitLines(const std::string& text);
 
-struct ProcessResult {
-  bool started = false;
-  bool timedOut = false;
-  DWORD exitCode = 0;
-  std::string output;  // stdout and stderr
-};
-
-// Runs a command line and waits at most `timeoutMs`; a process that overruns is terminated.
-ProcessResult runProcess(const std::string& commandLine, DWORD timeoutMs = 30000);
-
-// A process started in the background with its output captured; terminated (if still running)
-// when the object goes.
-class BackgroundProcess {
+// A process started with its stdout and stderr going to a file; ended (if still running) when
+// the object goes.
+class Process {
  public:
-  explicit BackgroundProcess(const std::string& commandLine);
-  ~BackgroundProcess();
-  BackgroundProcess(const BackgroundProcess&) = delete;
-  BackgroundProcess& operator=(const BackgroundProcess&) = delete;
+  explicit Process(const std::string& commandLine);
+  ~Process();
+  Process(const Process&) = delete;
+  Process& operator=(const Process&) = delete;
 
-  bool started() const { return process_ != nullptr; }
   // Waits until the output holds `text` (true) or `timeoutMs` passes (false).
-  bool waitForOutput(const std::string& text, DWORD timeoutMs);
+  bool waitForOutput(const std::string& text, DWORD timeoutMs) const;
   // Waits for the exit; false on time-out.
-  bool wait(DWORD timeoutMs);
-  // Ends the process if it still runs and waits until its whole output has been read.
-  void stop();
+  bool wait(DWORD timeoutMs) const;
   DWORD exitCode() const;
-  std::string output() const;
+  std::string output() const { return readFile(output_.file("output.txt")); }
 
  private:
-  static DWORD WINAPI readOutput(void* self);
-
+  TempDir output_;
   HANDLE process_ = nullptr;
-  HANDLE pipe_ = nullptr;
-  HANDLE reader_ = nullptr;
-  mutable CRITICAL_SECTION lock_;
-  std::string output_;
 };
+
+struct ProcessResult {
+  bool timedOut = false;
+  DWORD exitCode = 0;
+  std::string output;
+};
+
+// Runs a command line and waits at most `timeoutMs`; a process that overruns is ended.
+ProcessResult runProcess(const std::string& commandLine, DWORD timeoutMs = 30000);
 
 // The directory of this test executable, with a trailing backslash.
 std::string executableDirectory();
-
-// Copies this directory's `source` file to `target` (both in the executable directory).
-bool copyBeside(const std::string& source, const std::string& target);
+// The command line of `name` in that directory with `arguments`.
+std::string besideTests(const std::string& name, const std::string& arguments = "");
 
 // Runs a copy of test_helper.exe named `exeName` (its first four characters are its local id),
-// presented by Wine as `wineVersion` when that is not empty, with `arguments`, and returns the
-// "key=value" lines it printed. The copy is removed afterwards.
+// presented by Wine as `wineVersion` when that is not empty, and returns the "key=value" lines
+// it printed.
 std::map<std::string, std::string> runHelperCopy(const std::string& exeName,
                                                  const std::string& arguments,
                                                  const std::string& wineVersion = "");
 
-// Sets the Windows version that Wine reports to the executable named `exeName` (e.g. "win7",
-// "winxp64"), or removes the setting for an empty version.
+// The Windows version that Wine reports to the executable `exeName` ("win7", "winxp64"); an empty
+// version removes the setting.
 void setWineVersion(const std::string& exeName, const std::string& version);
+
+// A stand-in DLL's scenario file, named by the environment variable `variable` for the length
+// of a scope, and its journal (one line per call served, each led by the caller's process id).
+class StandInScenario {
+ public:
+  StandInScenario(const char* variable, const char* separator);
+  ~StandInScenario();
+  StandInScenario(const StandInScenario&) = delete;
+  StandInScenario& operator=(const StandInScenario&) = delete;
+
+  // This process's calls of `function` (of every function when empty), in order, without the
+  // process id.
+  std::vector<std::string> calls(const std::string& function = "") const;
+  // Every process's journal lines.
+  std::vector<std::string> journal() const { return splitLines(readFile(journal_)); }
+  void clearJournal() { DeleteFileA(journal_.c_str()); }
+
+ protected:
+  void writeScenario(const std::string& text) { writeFile(directory_.file("scenario.ini"), text); }
+
+  TempDir directory_;
+  const std::string journal_ = directory_.file("journal.txt");
+
+ private:
+  const char* variable_;
+  std::string separator_;
+};
+
+// The stand-in winspool.drv's printers.
+class SpoolerScenario : public StandInScenario {
+ public:
+  SpoolerScenario() : StandInScenario("SPOOLER_SCENARIO", " ") { write(); }
+
+  // A printer of `driver` with nothing queued.
+  static PrinterScenario printer(const std::string& name, const std::string& driver);
+  SpoolerScenario& add(const PrinterScenario& printer);
+  // Removes every printer and failure, and empties the journal.
+  SpoolerScenario& clear();
+  SpoolerScenario& failEnumeration(DWORD error);
+  // Writes the scenario; the stand-in's in-memory printer state starts afresh.
+  void write();
+  // The printer names of the calls of `function` that contain `filter` ("command=2 result=1").
+  std::vector<std::string> names(const std::string& function, const std::string& filter = "") const;
+
+ private:
+  std::vector<PrinterScenario> printers_;
+  DWORD failEnum_ = 0;
+  unsigned generation_ = 0;
+};
+
+// The stand-in web-updater library's answers. Rules are matched in order against the URL (check,
+// download) or the package path (apply); the key "*" matches anything. Its calls read
+// "Export | field | field ...".
+class WebUpdaterScenario : public StandInScenario {
+ public:
+  WebUpdaterScenario() : StandInScenario("WUPD_SCENARIO", " | ") { write(); }
+
+  // Removes every rule and empties the journal.
+  WebUpdaterScenario& clear();
+  WebUpdaterScenario& connection(int result);
+  // "<code>[,<new version>]"
+  WebUpdaterScenario& check(const std::string& url, const std::string& value) {
+    return rule(0, url, value);
+  }
+  // "<code>,<buffer|alloc|null>,<file path>"
+  WebUpdaterScenario& download(const std::string& url, const std::string& value) {
+    return rule(1, url, value);
+  }
+  // A code, "hang" or "throw".
+  WebUpdaterScenario& apply(const std::string& package, const std::string& value) {
+    return rule(2, package, value);
+  }
+  void write();
+
+ private:
+  WebUpdaterScenario& rule(int section, const std::string& key, const std::string& value);
+
+  int connection_ = 1;
+  std::vector<std::pair<std::string, std::string>> rules_[3];
+};
 
 }  // namespace testsupport

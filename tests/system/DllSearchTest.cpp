@@ -8,8 +8,11 @@ TEST(DllSearch, StartUpHardeningTakesTheCurrentDirectoryOutOfTheSearch) {
   testsupport::TempDir planted;
   ASSERT_TRUE(CopyFileA((testsupport::executableDirectory() + "wupdstandin.dll").c_str(),
                         planted.file("cvplanted.dll").c_str(), FALSE));
-  const std::string helper = "\"" + testsupport::executableDirectory() + "test_helper.exe\" " +
-                             "load-from \"" + planted.path() + "\" cvplanted.dll";
-  EXPECT_EQ("loaded=1", testsupport::runProcess(helper).output.substr(0, 8));
-  EXPECT_EQ("loaded=0", testsupport::runProcess(helper + " harden").output.substr(0, 8));
+  const std::string load = "load-from \"" + planted.path() + "\" cvplanted.dll";
+  const auto run = [](const std::string& arguments) {
+    return testsupport::runProcess(testsupport::besideTests("test_helper.exe", arguments))
+        .output.substr(0, 8);
+  };
+  EXPECT_EQ("loaded=1", run(load));
+  EXPECT_EQ("loaded=0", run(load + " harden"));
 }

@@ -1,67 +1,23 @@
 #include <gtest/gtest.h>
 
-#include <map>
-
 #include "support/TestSupport.h"
-#include "updater/Localize.h"
 
-namespace {
-
-struct FamilyCase {
-  const char* exeName;
-  const char* localId;
-  const char* familyPath;
-  const char* laser;
-};
-
-}  // namespace
-
-class ProductFamily : public testing::TestWithParam<FamilyCase> {};
-
-TEST_P(ProductFamily, FollowsTheExecutableName) {
-  const FamilyCase& c = GetParam();
-  std::map<std::string, std::string> facts = testsupport::runHelperCopy(c.exeName, "probe");
-  ASSERT_FALSE(facts.empty()) << "the probe did not run as " << c.exeName;
-  EXPECT_EQ(c.localId, facts["localId"]);
-  EXPECT_EQ(c.familyPath, facts["familyPath"]);
-  EXPECT_EQ(std::string(c.familyPath) + "\\QNV\\", facts["qnvPath"]);
-  EXPECT_EQ(std::string(c.familyPath) + "\\QNV\\Local\\" + c.localId + "\\", facts["localPath"]);
-  EXPECT_EQ(std::string(c.familyPath) + "\\QNV\\Shared\\", facts["sharedPath"]);
-  EXPECT_EQ("Software\\CorvaneTemp\\temp", facts["tempPath"]);
-  EXPECT_EQ(c.laser, facts["laser"]);
-  EXPECT_EQ(c.laser, facts["knownFamily"]);
-}
-
-// Rows that share a prefix ("gn", "kk") resolve to the first row for paths.
-INSTANTIATE_TEST_SUITE_P(
-    ExecutableNames,
-    ProductFamily,
-    testing::Values(FamilyCase{"CVxyz.exe", "cvxy", "Software\\CorvaneInkjet", "0"},
-                    FamilyCase{"gnabc.exe", "gnab", "Software\\QvsLaser", "1"},
-                    FamilyCase{"kkfoo.exe", "kkfo", "Software\\KetterLaser", "1"},
-                    FamilyCase{"HKtool.exe", "hkto", "Software\\HalvikInkJet", "0"},
-                    FamilyCase{"hxtool.exe", "hxto", "Software\\HalvikLaser", "1"},
-                    FamilyCase{"nnnet.exe", "nnne", "Software\\N-NetInkjet", "0"},
-                    FamilyCase{"zzzz.exe", "zzzz", "Software\\Corvane Tools", "0"},
-                    FamilyCase{"ab.exe", "ab.e", "Software\\Corvane Tools", "0"}));
-
-TEST(LocalizeSingleton, GetInstanceBeforeCreateInstanceThrowsPlainText) {
-  Localize::destroyInstance();
-  bool thrown = false;
-  try {
-    Localize::getInstance();
-  } catch (const char* text) {
-    thrown = true;
-    EXPECT_STREQ("You must call Localize::createInstance() before calling getInstance()", text);
+// The first four characters of the executable's name, lower-cased, are the local id; its first
+// two pick the product family (the first row of a shared prefix), else "Corvane Tools".
+TEST(Localize, TheExecutablesNameGivesTheLocalIdAndTheProductFamily) {
+  const char* rows[][4] = {{"CVxyz.exe", "cvxy", "Software\\CorvaneInkjet", "0"},
+                           {"gnabc.exe", "gnab", "Software\\QvsLaser", "1"},
+                           {"kkfoo.exe", "kkfo", "Software\\KetterLaser", "1"},
+                           {"HKtool.exe", "hkto", "Software\\HalvikInkJet", "0"},
+                           {"nnnet.exe", "nnne", "Software\\N-NetInkjet", "0"},
+                           {"zzzz.exe", "zzzz", "Software\\Corvane Tools", "0"},
+                           {"ab.exe", "ab.e", "Software\\Corvane Tools", "0"}};
+  for (const auto& [exe, localId, family, laser] : rows) {
+    std::map<std::string, std::string> facts = testsupport::runHelperCopy(exe, "probe");
+    EXPECT_EQ(localId, facts["localId"]) << exe;
+    EXPECT_EQ(family, facts["familyPath"]) << exe;
+    EXPECT_EQ(std::string(family) + "\\QNV\\Local\\" + localId + "\\", facts["localPath"]) << exe;
+    EXPECT_EQ(std::string(family) + "\\QNV\\Shared\\", facts["sharedPath"]) << exe;
+    EXPECT_EQ(laser, facts["laser"]) << exe;
   }
-  Localize::createInstance(nullptr);
-  EXPECT_TRUE(thrown);
-  EXPECT_EQ("cvct", Localize::getInstance()->getLocalId());
-}
-
-TEST(LocalizeSingleton, ASecondCreateInstanceKeepsTheFirst) {
-  Localize* first = Localize::getInstance();
-  Localize::createInstance(GetModuleHandleA("kernel32.dll"));
-  EXPECT_EQ(first, Localize::getInstance());
-  EXPECT_EQ("cvct", Localize::getInstance()->getLocalId());
 }

@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <regex>
+
+#include "logging/FunctionTrace.h"
+#include "logging/Logger.h"
+#include "support/TestSupport.h"
+
+using testsupport::LogCapture;
+using testsupport::ScopedStore;
+
+namespace {
+
+// One traced operation with one detail line and result 0, written as the program's are: only
+// while the trace is on.
+void tracedOperation(const LoggerComponent& component, const char* name) {
+  FunctionTrace trace = FunctionTrace::open(component, name);
+  if (trace.isOn()) {
+    trace.log(" detail");
+    trace.setRc(0);
+  }
+}
+
+// The "Logger" switches that exist, as " name=value" in a fixed order.
+std::string switches(ScopedStore& store) {
+  std::string text;
+  for (const char* name : {"startLog", "All", "Updater", "RulesEng", "Clocktime_In_Header",
+                           "Proc_Id_In_Header", "Thread_Id_In_Header"}) {
+    DWORD value = 0;
+    if (store.get("Logger", name, value))
+      text += std::string(" ") + name + "=" + std::to_string(value);
+  }
+  return text;
+}
+
+// A logger whose every switch read returns the number of reads so far.
+class CountingLogger : public BasicLogger {
+ public:
+  explicit CountingLogger(const std::string& path) : BasicLogger(path, 15) {}
+  uint32_t reads = 0;
+
+ protected:
+  void readSetting(const std::string&, uint32_t& value, uint32_t) override { value = ++reads; }
+};
+
+}  // namespace
+
+// "startLog" is created off on the first trace, which writes nothing and leaves the depth alone;
+// once it is on, the masks and header switches follow with their defaults.
+TEST(Logger, CreatesItsSwitchesWithTheirDefaultsOnFirstUse) {
+  EXPECT_EQ("C:\\ProgramData\\cvloQNV.log", Logger::getLogFilePath());
+  ScopedStore store;
+  testsupport::restartLogger();
+  const std::string before = testsupport::readFile(Logger::getLogFilePath());
+  {
+    FunctionTrace trace = FunctionTrace::open(kLogUpdater, "Switches::off() ");
+    EXPECT_FALSE(trace.isOn());
+    EXPECT_EQ(0, BasicLogger::getInstance().getDepth(GetCurrentThreadId()));
+  }
+  EXPECT_EQ(before, testsupport::readFile(Logger::getLogFilePath()));
+  EXPECT_EQ(" startLog=0", switches(store));
+  store.set("Logger", "startLog", 1);
+  testsupport::restartLogger();
+  tracedOperation(kLogUpdater, "Switches::on() ");
+  const std::string after = testsupport::readFile(Logger::getLogFilePath());
+  EXPECT_EQ(3u, testsupport::splitLines(after.substr(before.size())).size());
+  EXPECT_EQ(
+      " startLog=1 All=4294967295 Updater=4294967295 Clocktime_In_Header=1 Proc_Id_In_Header=0 "
+      "Thread_Id_In_Header=0",
+      switches(store));
+}
+
+// A line is written when its level is in the "All" mask or in its component's own; detail lines
+// need the trace bit too.
+TEST(Logger, TheGlobalAndTheComponentMasksTogetherChooseTheLines) {
+  const std::string u[] = {"Updater         +U::run() ", "Updater          U::run()  detail",
+                           "Updater         -U::run()  rc=0"};
+  const std::string r[] = {"RulesEng        +R::run() ", "RulesEng         R::run()  detail",
+                           "RulesEng        -R::run()  rc=0"};
+  const struct {
+    DWORD all, updater, rulesEng;
+    std::vector<std::string> expected;
+  } rows[] = {
+      {0, 0, 0, {}},
+      {0, 2, 0, {u[0], u[2]}},
+      {0, 8, 0, {}},
+      {0, 10, 0, {u[0], u[1], u[2]}},
+      {0, 0, 0xFFFFFFFF, {r[0], r[1], r[2]}},
+      {2, 0, 0, {u[0], u[2], r[0], r[2]}},
+      {8, 2, 2, {u[0], u[1], u[2], r[0], r[1], r[2]}},
+  };
+  for (const auto& row : rows) {
+    ScopedStore store;
+    LogCapture capture(row.all);
+    store.set("Logger", "Updater", row.updater);
+    store.set("Logger", "RulesEng", row.rulesEng);
+    testsupport::restartLogger();
+    tracedOperation(kLogUpdater, "U::run() ");
+    tracedOperation(kLogRulesEng, "R::run() ");
+    EXPECT_EQ(row.expected, capture.lines())
+        << "All=" << row.all << " Updater=" << row.updater << " RulesEng=" << row.rulesEng;
+  }
+}
+
+TEST(Logger, HeaderSwitchesAddTheClockAndTheProcessAndThreadIdsInHexadecimal) {
+  char ids[64];
+  snprintf(ids, sizeof(ids), "pid=%04lx tid=%04lx ", GetCurrentProcessId(), GetCurrentThreadId());
+  const std::string pid = std::string(ids).substr(0, std::string(ids).find(" ") + 1);
+  const std::string tid = std::string(ids).substr(pid.size());
+  const std::string clock = R"(\d{4}/\d\d/\d\d-\d\d:\d\d:\d\d\.\d{3} )";
+  const struct {
+    DWORD clock, processId, threadId;
+    std::string pattern;
+  } rows[] = {{0, 0, 0, ""},
+              {1, 0, 0, clock},
+              {0, 7, 0, pid},
+              {0, 0, 1, tid},
+              {1, 1, 1, clock + pid + tid}};
+  for (const auto& row : rows) {
+    ScopedStore store;
+    LogCapture capture;
+    store.set("Logger", "Clocktime_In_Header", row.clock);
+    store.set("Logger", "Proc_Id_In_Header", row.processId);
+    store.set("Logger", "Thread_Id_In_Header", row.threadId);
+    testsupport::restartLogger();
+    BasicLogger::getInstance().write(kLogRulesEng, LOG_TRACE, "text");
+    ASSERT_EQ(1u, capture.lines().size());
+    EXPECT_TRUE(
+        std::regex_match(capture.lines()[0], std::regex(row.pattern + "RulesEng        text")))
+        << capture.lines()[0];
+  }
+}
+
+// Switches are cached per name for a given age: five seconds in the program.
+TEST(Logger, ASwitchIsReadAgainOnlyOnceItsCacheEntryIsOld) {
+  testsupport::TempDir directory;
+  CountingLogger logger(directory.file("cache.log"));
+  uint32_t value = 0;
+  logger.getCachedSetting("startLog", value, 0, 60000);
+  for (const DWORD tick = GetTickCount(); GetTickCount() == tick;)
+    Sleep(1);  // A switch read in the current tick is read again.
+  logger.getCachedSetting("startLog", value, 0, 60000);
+  EXPECT_EQ(1u, value) << "fresh: from the cache";
+  logger.getCachedSetting("All", value, 0, 60000);
+  EXPECT_EQ(2u, value) << "each name has its own entry";
+  logger.getCachedSetting("startLog", value, 0, 0);
+  EXPECT_EQ(3u, value) << "old: read again";
+}
