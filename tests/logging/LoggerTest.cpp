@@ -28,9 +28,8 @@ std::string switches(ScopedStore& store) {
   std::string text;
   for (const char* name : {"startLog", "All", "Updater", "RulesEng", "Clocktime_In_Header",
                            "Proc_Id_In_Header", "Thread_Id_In_Header"}) {
-    DWORD value = 0;
-    if (store.get("Logger", name, value))
-      text += std::string(" ") + name + "=" + std::to_string(value);
+    if (store.get("Logger", name) != "none")
+      text += std::string(" ") + name + "=" + store.get("Logger", name);
   }
   return text;
 }

@@ -4,6 +4,7 @@
 #include "support/TestSupport.h"
 
 using testsupport::SpoolerScenario;
+constexpr auto printer = &SpoolerScenario::printer;
 using Names = std::list<std::string>;
 
 namespace {
@@ -29,12 +30,9 @@ class DeviceEnumeratorTest : public testing::Test {
 
 // Local printers and connections whose driver name matches byte for byte, in spooler order.
 TEST_F(DeviceEnumeratorTest, ListsThePrintersOfTheDriverByteForByte) {
-  spooler_.add(SpoolerScenario::printer("Office", kDriver))
-      .add(SpoolerScenario::printer("Lower", "corvane inkjet driver"))
-      .add(SpoolerScenario::printer("Trailing", "Corvane Inkjet Driver "))
-      .add(SpoolerScenario::printer("Other", "Generic Text"))
-      .add(SpoolerScenario::printer("\\\\server\\Shared", kDriver))
-      .write();
+  spooler_.write({printer("Office", kDriver), printer("Lower", "corvane inkjet driver"),
+                  printer("Trailing", "Corvane Inkjet Driver "), printer("Other", "Generic Text"),
+                  printer("\\\\server\\Shared", kDriver)});
   EXPECT_EQ((Names{"Office", "\\\\server\\Shared"}), printers());
   EXPECT_EQ("EnumPrintersA flags=6 level=2 buffer=1 result=1",
             spooler_.calls("EnumPrintersA").at(1));
@@ -43,13 +41,14 @@ TEST_F(DeviceEnumeratorTest, ListsThePrintersOfTheDriverByteForByte) {
 // An empty result is asked for again on every call; a found list is kept for the rest of the run,
 // and a new instance reads the driver name again.
 TEST_F(DeviceEnumeratorTest, KeepsAFoundListUntilItIsDestroyed) {
-  spooler_.add(SpoolerScenario::printer("Lab", "Lab Driver")).write();
+  spooler_.write({printer("Lab", "Lab Driver")});
   EXPECT_TRUE(printers().empty());
   EXPECT_TRUE(printers().empty());
   EXPECT_EQ(4u, spooler_.calls("EnumPrintersA").size());
-  spooler_.add(SpoolerScenario::printer("Office", kDriver)).write();
+  spooler_.write({printer("Lab", "Lab Driver"), printer("Office", kDriver)});
   EXPECT_EQ(Names{"Office"}, printers());
-  spooler_.add(SpoolerScenario::printer("Added later", kDriver)).write();
+  spooler_.write(
+      {printer("Lab", "Lab Driver"), printer("Office", kDriver), printer("Later", kDriver)});
   EXPECT_EQ(Names{"Office"}, printers());
   EXPECT_EQ(6u, spooler_.calls("EnumPrintersA").size());
   DeviceEnumerator::destroy();
@@ -59,15 +58,13 @@ TEST_F(DeviceEnumeratorTest, KeepsAFoundListUntilItIsDestroyed) {
 
 // No driver name or a failing spooler: nothing matches, and the failure is logged.
 TEST_F(DeviceEnumeratorTest, FailuresLeaveTheListEmpty) {
-  spooler_.add(SpoolerScenario::printer("Office", kDriver))
-      .failEnumeration(ERROR_ACCESS_DENIED)
-      .write();
+  spooler_.write({printer("Office", kDriver)}, ERROR_ACCESS_DENIED);
   testsupport::LogCapture log;
   EXPECT_TRUE(printers().empty());
   EXPECT_TRUE(log.contains(
       "DeviceEnumerator::enumPrinters():Printer enumeration failed with win32 error code =5"));
   DeviceEnumerator::destroy();
   store_.remove("Settings\\", "DriverName");
-  spooler_.failEnumeration(0).write();
+  spooler_.write({printer("Office", kDriver)});
   EXPECT_TRUE(printers().empty());
 }

@@ -67,21 +67,13 @@ void ScopedStore::remove(const std::string& section, const std::string& name) {
   RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str());
 }
 
-bool ScopedStore::get(const std::string& section, const std::string& name, DWORD& value) {
-  DWORD size = sizeof(value);
-  return RegGetValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str(),
-                      RRF_RT_REG_DWORD, nullptr, &value, &size) == ERROR_SUCCESS;
-}
-
-bool ScopedStore::get(const std::string& section, const std::string& name, std::string& value) {
-  char buffer[4096] = {};
-  DWORD size = sizeof(buffer) - 1;
-  const bool found =
-      RegGetValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str(),
-                   RRF_RT_REG_SZ | RRF_NOEXPAND, nullptr, buffer, &size) == ERROR_SUCCESS;
-  if (found)
-    value = buffer;
-  return found;
+std::string ScopedStore::get(const std::string& section, const std::string& name) const {
+  char data[4096] = {};
+  DWORD type = 0, size = sizeof(data) - 1;
+  if (RegGetValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str(),
+                   RRF_RT_REG_DWORD | RRF_RT_REG_SZ, &type, data, &size) != ERROR_SUCCESS)
+    return "none";
+  return type == REG_DWORD ? std::to_string(*reinterpret_cast<DWORD*>(data)) : data;
 }
 
 void restartLogger() {
@@ -305,29 +297,12 @@ PrinterScenario SpoolerScenario::printer(const std::string& name, const std::str
   return printer;
 }
 
-SpoolerScenario& SpoolerScenario::add(const PrinterScenario& printer) {
-  printers_.push_back(printer);
-  return *this;
-}
-
-SpoolerScenario& SpoolerScenario::clear() {
-  printers_.clear();
-  failEnum_ = 0;
-  clearJournal();
-  return *this;
-}
-
-SpoolerScenario& SpoolerScenario::failEnumeration(DWORD error) {
-  failEnum_ = error;
-  return *this;
-}
-
-void SpoolerScenario::write() {
+void SpoolerScenario::write(const std::vector<PrinterScenario>& printers, DWORD failEnum) {
   std::ostringstream text;
-  text << "[Spooler]\r\nGeneration=" << ++generation_ << "\r\nPrinters=" << printers_.size()
-       << "\r\nJournal=" << journal_ << "\r\nFailEnum=" << failEnum_ << "\r\n";
-  for (size_t i = 0; i < printers_.size(); ++i) {
-    const PrinterScenario& p = printers_[i];
+  text << "[Spooler]\r\nGeneration=" << ++generation_ << "\r\nPrinters=" << printers.size()
+       << "\r\nJournal=" << journal_ << "\r\nFailEnum=" << failEnum << "\r\n";
+  for (size_t i = 0; i < printers.size(); ++i) {
+    const PrinterScenario& p = printers[i];
     // Quoted, so that blanks at either end survive the private-profile reader.
     text << "[Printer" << i << "]\r\nName=\"" << p.name << "\"\r\nDriver=\"" << p.driver
          << "\"\r\nAttributes=" << p.attributes << "\r\nStatus=" << p.status

@@ -32,8 +32,8 @@ class ScopedStore {
   void set(const std::string& section, const std::string& name, DWORD value);
   void set(const std::string& section, const std::string& name, const std::string& value);
   void remove(const std::string& section, const std::string& name);
-  bool get(const std::string& section, const std::string& name, DWORD& value);
-  bool get(const std::string& section, const std::string& name, std::string& value);
+  // A DWORD in decimal, a string as it is, or "none".
+  std::string get(const std::string& section, const std::string& name) const;
 };
 
 // Turns the log on with the given "All" mask (component masks 0) for the length of a scope and
@@ -161,22 +161,16 @@ class StandInScenario {
 // The stand-in winspool.drv's printers.
 class SpoolerScenario : public StandInScenario {
  public:
-  SpoolerScenario() : StandInScenario("SPOOLER_SCENARIO", " ") { write(); }
+  SpoolerScenario() : StandInScenario("SPOOLER_SCENARIO", " ") { write({}); }
 
   // A printer of `driver` with nothing queued.
   static PrinterScenario printer(const std::string& name, const std::string& driver);
-  SpoolerScenario& add(const PrinterScenario& printer);
-  // Removes every printer and failure, and empties the journal.
-  SpoolerScenario& clear();
-  SpoolerScenario& failEnumeration(DWORD error);
-  // Writes the scenario; the stand-in's in-memory printer state starts afresh.
-  void write();
+  // Presents these printers and enumeration failure; the stand-in's printer state starts afresh.
+  void write(const std::vector<PrinterScenario>& printers, DWORD failEnum = 0);
   // The printer names of the calls of `function` that contain `filter` ("command=2 result=1").
   std::vector<std::string> names(const std::string& function, const std::string& filter = "") const;
 
  private:
-  std::vector<PrinterScenario> printers_;
-  DWORD failEnum_ = 0;
   unsigned generation_ = 0;
 };
 

@@ -1,85 +1,30 @@
 #include "webupdate/AllocationTracker.h"
 
 #include <cstdlib>
-#include <mutex>
 #include <new>
+#include <utility>
 
-namespace {
-
-bool g_tracking = false;
-std::set<void*>* g_live = nullptr;
-std::mutex g_mutex;
-
-// The set's own nodes must not be tracked.
-thread_local bool g_inside = false;
-
-void remember(void* block) {
-  if (!g_tracking || g_inside || block == nullptr)
-    return;
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_inside = true;
-  g_live->insert(block);
-  g_inside = false;
-}
-
-void forget(void* block) {
-  if (!g_tracking || g_inside || block == nullptr)
-    return;
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_inside = true;
-  g_live->erase(block);
-  g_inside = false;
-}
-
-}  // namespace
+std::set<void*>* g_liveBlocks = nullptr;
 
 void* operator new(std::size_t size) {
   void* block = std::malloc(size != 0 ? size : 1);
   if (block == nullptr)
     throw std::bad_alloc();
-  remember(block);
+  if (std::set<void*>* live = std::exchange(g_liveBlocks, nullptr)) {  // Not the set's own nodes.
+    live->insert(block);
+    g_liveBlocks = live;
+  }
   return block;
 }
 
-void* operator new[](std::size_t size) {
-  return operator new(size);
-}
-
 void operator delete(void* block) noexcept {
-  forget(block);
+  if (std::set<void*>* live = std::exchange(g_liveBlocks, nullptr)) {
+    live->erase(block);
+    g_liveBlocks = live;
+  }
   std::free(block);
-}
-
-void operator delete[](void* block) noexcept {
-  operator delete(block);
 }
 
 void operator delete(void* block, std::size_t) noexcept {
   operator delete(block);
 }
-
-void operator delete[](void* block, std::size_t) noexcept {
-  operator delete(block);
-}
-
-namespace allocations {
-
-void start() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_inside = true;
-  delete g_live;
-  g_live = new std::set<void*>();
-  g_inside = false;
-  g_tracking = true;
-}
-
-std::set<void*> stop() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_tracking = false;
-  g_inside = true;
-  std::set<void*> live = *g_live;
-  g_inside = false;
-  return live;
-}
-
-}  // namespace allocations

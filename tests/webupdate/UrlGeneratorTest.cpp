@@ -60,8 +60,7 @@ TEST_F(UrlGeneratorTest, KeepsThePlaceholderWithoutAPackageCode) {
   UrlGenerator urls;
   EXPECT_EQ("http://svc/[package_code]", urls.generateUrl(ORRERY_DOWNLOAD));
   EXPECT_EQ("http://svc/[package_code]", urls.generateUrl(CATALOG_DOWNLOAD));
-  std::string value;
-  EXPECT_FALSE(store_.get(kUpdater, "TandemCatalogDownloadPackageCode", value));
+  EXPECT_EQ("none", store_.get(kUpdater, "TandemCatalogDownloadPackageCode"));
   store_.remove(kUpdater, "WebServerUrl");
   EXPECT_EQ("", UrlGenerator().generateUrl(ORRERY_VERSION));
 }

@@ -47,15 +47,12 @@ TEST(VersionInfo, InstalledVersionsComeFromTheConfiguredFiles) {
   testsupport::writeFile(program.file("cvweProg.ver"), element("5.0.0.1"));
   testsupport::writeFile(program.file("catalog.ver"), element("2026.3"));
   EXPECT_EQ("0.0.0.0", VersionInfo::GetCatalogVersionNumber());
-  std::string value;
-  EXPECT_TRUE(store.get("Settings\\", "DataPath", value) && value == ".");
-  EXPECT_TRUE(store.get("Settings\\", "CatalogVersionInfoFileName", value) &&
-              value == "orData.ver");
+  EXPECT_EQ(".", store.get("Settings\\", "DataPath"));
+  EXPECT_EQ("orData.ver", store.get("Settings\\", "CatalogVersionInfoFileName"));
   store.set("Settings\\", "DllPath", program.path());
   store.set("Settings\\", "DataPath", program.path() + "\\");
   store.set("Settings\\", "CatalogVersionInfoFileName", "\\catalog.ver");
   EXPECT_EQ("5.0.0.1", VersionInfo::GetOrreryVersionNumber());
   EXPECT_EQ("2026.3", VersionInfo::GetCatalogVersionNumber());
-  EXPECT_TRUE(store.get("Settings\\", "OrreryVersionInfoFileName", value) &&
-              value == "cvweProg.ver");
+  EXPECT_EQ("cvweProg.ver", store.get("Settings\\", "OrreryVersionInfoFileName"));
 }

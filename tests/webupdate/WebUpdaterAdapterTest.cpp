@@ -4,6 +4,8 @@
 
 #include <wininet.h>
 
+#include <set>
+
 #include "support/TestSupport.h"
 #include "webupdate/AllocationTracker.h"
 #include "webupdate/WebUpdaterAdapter.h"
@@ -84,9 +86,8 @@ TEST_F(WebUpdaterAdapterTest, FindsTheLibraryInTheStoredOrElseThePrinterDriverDi
   }
   store_.remove(kUpdater, "WebUpdaterDllPath");
   EXPECT_FALSE(WebUpdaterAdapter().isInternetAvailable());
-  std::string written;
-  ASSERT_TRUE(store_.get(kUpdater, "WebUpdaterDllPath", written));
-  EXPECT_EQ("C:\\windows\\system32\\spool\\drivers\\x64\\3", written);
+  EXPECT_EQ("C:\\windows\\system32\\spool\\drivers\\x64\\3",
+            store_.get(kUpdater, "WebUpdaterDllPath"));
 }
 
 // A missing library or missing exports: every operation gives its failure value, and a failed
@@ -128,8 +129,7 @@ TEST_F(WebUpdaterAdapterTest, TimeOutsAndRetriesAreCreatedWithDefaultsAndPassedU
                                                 {"DownloadUpdateTimeOut", 30},
                                                 {"DownloadUpdateRetryCount", 1}};
   for (const auto& [name, created] : rows) {
-    DWORD value = 0;
-    EXPECT_TRUE(store_.get(kUpdater, name, value) && value == created) << name;
+    EXPECT_EQ(std::to_string(created), store_.get(kUpdater, name)) << name;
     store_.set(kUpdater, name, created == 30 ? 0xFFFFFFFF : created + 4);
   }
   EXPECT_EQ(
@@ -153,9 +153,10 @@ TEST_F(WebUpdaterAdapterTest, ADownloadGivesThePathOnlyForCodeZeroAndFreesEveryB
     library_.clear().download("*", rule + file).write();
     std::string path = "stale";
     adapter.downloadUpdate("http://d", path);  // Warms the switch cache.
-    allocations::start();
+    std::set<void*> live;
+    g_liveBlocks = &live;
     EXPECT_EQ(downloaded, adapter.downloadUpdate("http://d", path)) << rule;
-    std::set<void*> live = allocations::stop();
+    g_liveBlocks = nullptr;
     live.erase(const_cast<char*>(path.data()));
     EXPECT_EQ(downloaded ? file : "", path) << rule;
     EXPECT_TRUE(live.empty()) << rule << ": " << live.size() << " block(s) not freed";
