@@ -2,9 +2,8 @@
 // from outside: under another file name (product family), another Windows version or locale,
 // holding a named mutex, or writing to the log beside the test process. Prints key=value lines.
 //
-//   probe                        the facts of Localize, OsVersion and CurrentProcess
-//   codes                        the language, country and OS codes
-//   admin-probe                  "admin=" and canWeOpenPrintersInAdminMode()
+//   probe                        the facts of Localize, OsVersion and CurrentProcess, the
+//                                language, country and OS codes, and the administrator test
 //   mutex-hold NAME MS MODE      take the mutex, print "held", sleep MS, then MODE = release |
 //                                abandon (exit holding it)
 //   mutex-try NAME MS            print "acquired" or "busy" after waiting up to MS
@@ -62,18 +61,13 @@ void probe() {
   print("sharedPath", localize.getRegistryPath(1));
   print("laser", std::to_string(localize.isLaserProductFamily()));
   print("windowsVersion", std::to_string(os.getWindowsVersion()));
-  print("infoSize", std::to_string(os.getVersionInfo().dwOSVersionInfoSize));
   print("vistaOrLater", std::to_string(os.isVistaOrLater()));
-  print("wow64", std::to_string(os.isWow64()));
   print("driverDirectory", os.getPrinterDriverDirectory());
   print("directory", CurrentProcess::getInstance()->getDirectory());
-}
-
-void codes() {
-  ProgramScope scope;
   print("language", TandemUtilities::getLanguageCode());
   print("country", TandemUtilities::getCountryCode());
   print("os", TandemUtilities::getOsCode());
+  print("admin", std::to_string(PrinterSpoolerWrapper().canWeOpenPrintersInAdminMode()));
 }
 
 void mutexHold(const std::string& name, DWORD ms, const std::string& mode) {
@@ -125,11 +119,6 @@ int main(int argc, char** argv) {
   const auto number = [argv](int i) { return static_cast<DWORD>(strtoul(argv[i], nullptr, 10)); };
   if (command == "probe") {
     probe();
-  } else if (command == "codes") {
-    codes();
-  } else if (command == "admin-probe") {
-    ProgramScope scope;
-    print("admin", std::to_string(PrinterSpoolerWrapper().canWeOpenPrintersInAdminMode()));
   } else if (command == "mutex-hold" && argc > 4) {
     mutexHold(argv[2], number(3), argv[4]);
   } else if (command == "mutex-try" && argc > 3) {

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-#include <thread>
 
 #include "logging/FunctionTrace.h"
 #include "logging/Logger.h"
@@ -47,21 +46,6 @@ TEST(FunctionTrace, FramesNestedOperationsAndTheirResultsEvenWhenTheyThrow) {
                      kColumn + " Outer::run()  caught", kColumn + "-Outer::run()  rc=true"}),
               capture.lines());
   }
-}
-
-TEST(FunctionTrace, EachThreadHasItsOwnDepth) {
-  ScopedStore store;
-  LogCapture capture;
-  const auto worker = [] { FunctionTrace::open(kLogUpdater, "W::run() ").log(" w"); };
-  {
-    FunctionTrace trace = FunctionTrace::open(kLogUpdater, "Main::run() ");
-    std::thread(worker).join();
-    trace.log(" back");
-  }
-  EXPECT_EQ(
-      (Lines{kColumn + "+Main::run() ", kColumn + "+W::run() ", kColumn + " W::run()  w",
-             kColumn + "-W::run() ", kColumn + " Main::run()  back", kColumn + "-Main::run() "}),
-      capture.lines());
 }
 
 TEST(FunctionTrace, WithoutALoggerTracingIsOffAndOpeningThrows) {

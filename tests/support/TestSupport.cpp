@@ -35,6 +35,15 @@ bool keyExists(const std::string& path) {
   return exists;
 }
 
+std::string registryValue(const std::string& path, const std::string& name) {
+  char data[4096] = {};
+  DWORD type = 0, size = sizeof(data) - 1;
+  if (RegGetValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_REG_DWORD | RRF_RT_REG_SZ,
+                   &type, data, &size) != ERROR_SUCCESS)
+    return "none";
+  return type == REG_DWORD ? std::to_string(*reinterpret_cast<DWORD*>(data)) : data;
+}
+
 void deleteKeyTree(const std::string& path) {
   RegDeleteTreeA(HKEY_LOCAL_MACHINE, path.c_str());
   RegDeleteKeyA(HKEY_LOCAL_MACHINE, path.c_str());
@@ -65,15 +74,6 @@ void ScopedStore::set(const std::string& section,
 
 void ScopedStore::remove(const std::string& section, const std::string& name) {
   RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str());
-}
-
-std::string ScopedStore::get(const std::string& section, const std::string& name) const {
-  char data[4096] = {};
-  DWORD type = 0, size = sizeof(data) - 1;
-  if (RegGetValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str(),
-                   RRF_RT_REG_DWORD | RRF_RT_REG_SZ, &type, data, &size) != ERROR_SUCCESS)
-    return "none";
-  return type == REG_DWORD ? std::to_string(*reinterpret_cast<DWORD*>(data)) : data;
 }
 
 void restartLogger() {
@@ -223,13 +223,12 @@ DWORD Process::exitCode() const {
   return code;
 }
 
-ProcessResult runProcess(const std::string& commandLine, DWORD timeoutMs) {
+std::string runProcess(const std::string& commandLine, DWORD* exitCode) {
   Process process(commandLine);
-  ProcessResult result;
-  result.timedOut = !process.wait(timeoutMs);
-  result.exitCode = process.exitCode();
-  result.output = process.output();
-  return result;
+  process.wait(120000);
+  if (exitCode != nullptr)
+    *exitCode = process.exitCode();
+  return process.output();
 }
 
 std::string executableDirectory() {
@@ -243,31 +242,31 @@ std::string besideTests(const std::string& name, const std::string& arguments) {
   return "\"" + executableDirectory() + name + "\" " + arguments;
 }
 
-std::map<std::string, std::string> runHelperCopy(const std::string& exeName,
-                                                 const std::string& arguments,
-                                                 const std::string& wineVersion) {
-  const std::string copy = executableDirectory() + exeName;
-  CopyFileA((executableDirectory() + "test_helper.exe").c_str(), copy.c_str(), FALSE);
-  setWineVersion(exeName, wineVersion);
-  const ProcessResult result = runProcess(besideTests(exeName, arguments));
-  setWineVersion(exeName, "");
-  DeleteFileA(copy.c_str());
+std::string runCopy(const std::string& source,
+                    const std::string& copy,
+                    const std::string& arguments,
+                    const std::string& wineVersion,
+                    DWORD* exitCode) {
+  const std::string path = executableDirectory() + copy;
+  const std::string versionKey = "Software\\Wine\\AppDefaults\\" + copy;
+  CopyFileA((executableDirectory() + source).c_str(), path.c_str(), FALSE);
+  if (!wineVersion.empty())
+    RegSetKeyValueA(HKEY_CURRENT_USER, versionKey.c_str(), "Version", REG_SZ, wineVersion.c_str(),
+                    static_cast<DWORD>(wineVersion.size() + 1));
+  const std::string output = runProcess(besideTests(copy, arguments), exitCode);
+  RegDeleteKeyA(HKEY_CURRENT_USER, versionKey.c_str());
+  DeleteFileA(path.c_str());
+  return output;
+}
+
+std::map<std::string, std::string> facts(const std::string& output) {
   std::map<std::string, std::string> facts;
-  for (const std::string& line : splitLines(result.output)) {
+  for (const std::string& line : splitLines(output)) {
     const std::string::size_type equals = line.find('=');
     if (equals != std::string::npos)
       facts[line.substr(0, equals)] = line.substr(equals + 1);
   }
   return facts;
-}
-
-void setWineVersion(const std::string& exeName, const std::string& version) {
-  const std::string path = "Software\\Wine\\AppDefaults\\" + exeName;
-  if (version.empty())
-    RegDeleteKeyA(HKEY_CURRENT_USER, path.c_str());
-  else
-    RegSetKeyValueA(HKEY_CURRENT_USER, path.c_str(), "Version", REG_SZ, version.c_str(),
-                    static_cast<DWORD>(version.size() + 1));
 }
 
 StandInScenario::StandInScenario(const char* variable, const char* separator)

@@ -18,6 +18,8 @@ namespace testsupport {
 std::string storeRoot();
 // Keys below HKEY_LOCAL_MACHINE; deleting a missing tree is no error.
 bool keyExists(const std::string& path);
+// A DWORD in decimal, a string as it is, or "none".
+std::string registryValue(const std::string& path, const std::string& name);
 void deleteKeyTree(const std::string& path);
 
 // This executable's settings store for the length of a scope; the whole product-family key is
@@ -32,8 +34,9 @@ class ScopedStore {
   void set(const std::string& section, const std::string& name, DWORD value);
   void set(const std::string& section, const std::string& name, const std::string& value);
   void remove(const std::string& section, const std::string& name);
-  // A DWORD in decimal, a string as it is, or "none".
-  std::string get(const std::string& section, const std::string& name) const;
+  std::string get(const std::string& section, const std::string& name) const {
+    return registryValue(storeRoot() + section, name);
+  }
 };
 
 // Turns the log on with the given "All" mask (component masks 0) for the length of a scope and
@@ -106,30 +109,25 @@ class Process {
   HANDLE process_ = nullptr;
 };
 
-struct ProcessResult {
-  bool timedOut = false;
-  DWORD exitCode = 0;
-  std::string output;
-};
-
-// Runs a command line and waits at most `timeoutMs`; a process that overruns is ended.
-ProcessResult runProcess(const std::string& commandLine, DWORD timeoutMs = 30000);
+// Runs a command line for at most two minutes and returns its output; `exitCode` receives its
+// exit code (STILL_ACTIVE when it had to be ended).
+std::string runProcess(const std::string& commandLine, DWORD* exitCode = nullptr);
 
 // The directory of this test executable, with a trailing backslash.
 std::string executableDirectory();
 // The command line of `name` in that directory with `arguments`.
 std::string besideTests(const std::string& name, const std::string& arguments = "");
 
-// Runs a copy of test_helper.exe named `exeName` (its first four characters are its local id),
-// presented by Wine as `wineVersion` when that is not empty, and returns the "key=value" lines
-// it printed.
-std::map<std::string, std::string> runHelperCopy(const std::string& exeName,
-                                                 const std::string& arguments,
-                                                 const std::string& wineVersion = "");
-
-// The Windows version that Wine reports to the executable `exeName` ("win7", "winxp64"); an empty
-// version removes the setting.
-void setWineVersion(const std::string& exeName, const std::string& version);
+// Runs a copy named `copy` of the executable `source` beside the tests (its first four characters
+// are its local id), presented by Wine as `wineVersion` ("winxp", "win7") unless that is empty,
+// as runProcess() does. The copy is removed afterwards.
+std::string runCopy(const std::string& source,
+                    const std::string& copy,
+                    const std::string& arguments,
+                    const std::string& wineVersion = "",
+                    DWORD* exitCode = nullptr);
+// The "key=value" lines of an output.
+std::map<std::string, std::string> facts(const std::string& output);
 
 // A stand-in DLL's scenario file, named by the environment variable `variable` for the length
 // of a scope, and its journal (one line per call served, each led by the caller's process id).

@@ -11,7 +11,7 @@ TEST(DllSearch, StartUpHardeningTakesTheCurrentDirectoryOutOfTheSearch) {
   const std::string load = "load-from \"" + planted.path() + "\" cvplanted.dll";
   const auto run = [](const std::string& arguments) {
     return testsupport::runProcess(testsupport::besideTests("test_helper.exe", arguments))
-        .output.substr(0, 8);
+        .substr(0, 8);
   };
   EXPECT_EQ("loaded=1", run(load));
   EXPECT_EQ("loaded=0", run(load + " harden"));

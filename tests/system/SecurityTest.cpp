@@ -11,7 +11,7 @@
 
 namespace {
 
-// A DACL as "<ACE count> <type> <flags> <mask> <SID>" of its first ACE; "null" for none.
+// A DACL as "<ACE count> <type> <flags> <mask> <SID>" of its first ACE, or "null".
 std::string describe(PACL dacl) {
   void* ace = nullptr;
   if (dacl == nullptr || !GetAce(dacl, 0, &ace))
@@ -27,12 +27,11 @@ std::string describe(PACL dacl) {
 }
 
 // The DACL that the system stored for an object.
-std::string storedDacl(HANDLE object, SE_OBJECT_TYPE type) {
+std::string stored(HANDLE object, SE_OBJECT_TYPE type) {
   PACL dacl = nullptr;
   PSECURITY_DESCRIPTOR descriptor = nullptr;
-  if (GetSecurityInfo(object, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr,
-                      &descriptor) != ERROR_SUCCESS)
-    return "unreadable";
+  GetSecurityInfo(object, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr,
+                  &descriptor);
   const std::string text = describe(dacl);
   LocalFree(descriptor);
   return text;
@@ -41,40 +40,36 @@ std::string storedDacl(HANDLE object, SE_OBJECT_TYPE type) {
 }  // namespace
 
 // One ACE allowing Everyone (S-1-1-0) all rights, inherited by subkeys only when asked for: as
-// built, and as stored once applied to a registry key and to a kernel object.
+// built, and as stored once applied to a registry key and to a kernel object (which maps the
+// generic right to its own).
 TEST(SecurityEveryone, AllowsEveryoneEverythingAsBuiltAndAsApplied) {
   for (const bool inheritable : {true, false}) {
     SecurityEveryone security(inheritable);
     SECURITY_ATTRIBUTES* attributes = security.getSecurityAttributes();
-    EXPECT_EQ(TRUE, attributes->bInheritHandle);
     BOOL present = FALSE, defaulted = TRUE;
     PACL dacl = nullptr;
-    ASSERT_TRUE(
-        GetSecurityDescriptorDacl(attributes->lpSecurityDescriptor, &present, &dacl, &defaulted));
-    EXPECT_TRUE(present && !defaulted);
+    GetSecurityDescriptorDacl(attributes->lpSecurityDescriptor, &present, &dacl, &defaulted);
+    EXPECT_TRUE(attributes->bInheritHandle && present && !defaulted);
     EXPECT_EQ(inheritable ? "1 0 2 0x10000000 S-1-1-0" : "1 0 0 0x10000000 S-1-1-0",
               describe(dacl));
   }
-  const char kKey[] = "Software\\CorvaneTestSecurity";
   HKEY key = nullptr;
-  ASSERT_EQ(ERROR_SUCCESS, RegCreateKeyExA(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_ALL_ACCESS,
-                                           nullptr, &key, nullptr));
+  RegCreateKeyExA(HKEY_LOCAL_MACHINE, "Software\\CorvaneTestSecurity", 0, nullptr, 0,
+                  KEY_ALL_ACCESS, nullptr, &key, nullptr);
   SecurityEveryone(true).doApply(key);
-  EXPECT_EQ("1 0 2 0x10000000 S-1-1-0", storedDacl(key, SE_REGISTRY_KEY));
+  EXPECT_EQ("1 0 2 0x10000000 S-1-1-0", stored(key, SE_REGISTRY_KEY));
   RegCloseKey(key);
-  testsupport::deleteKeyTree(kKey);
+  testsupport::deleteKeyTree("Software\\CorvaneTestSecurity");
   HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
   SecurityEveryone(false).doApply(event);
-  // A kernel object stores the generic right mapped to its own rights.
-  EXPECT_EQ("1 0 0", storedDacl(event, SE_KERNEL_OBJECT).substr(0, 5));
+  EXPECT_EQ("1 0 0", stored(event, SE_KERNEL_OBJECT).substr(0, 5));
   CloseHandle(event);
 }
 
 // The mutexes that processes of every user share (the log's) have a null DACL.
 TEST(SecurityEveryone, MutexesForEveryoneHaveANullDacl) {
-  const std::string name = "cvtest_everyone_" + std::to_string(GetCurrentProcessId());
-  Mutex mutex(false, name, true);
-  HANDLE opened = OpenMutexA(READ_CONTROL, FALSE, name.c_str());
-  EXPECT_EQ("null", storedDacl(opened, SE_KERNEL_OBJECT));
+  Mutex mutex(false, "cvtest_everyone", true);
+  HANDLE opened = OpenMutexA(READ_CONTROL, FALSE, "cvtest_everyone");
+  EXPECT_EQ("null", stored(opened, SE_KERNEL_OBJECT));
   CloseHandle(opened);
 }

@@ -16,9 +16,8 @@ TEST(CommandLineParams, TheMarkerIsACaseInsensitiveSubstring) {
 TEST(CommandLineParams, TheProgramExitsWithZeroWhateverItsCommandLine) {
   for (const std::string& arguments :
        {std::string("-uac"), std::string(3000, 'x') + " \"%$#@!\" /?"}) {
-    const testsupport::ProcessResult result =
-        testsupport::runProcess(testsupport::besideTests("cvupdater.exe", arguments), 60000);
-    EXPECT_FALSE(result.timedOut);
-    EXPECT_EQ(0u, result.exitCode);
+    DWORD exitCode = 1;
+    testsupport::runProcess(testsupport::besideTests("cvupdater.exe", arguments), &exitCode);
+    EXPECT_EQ(0u, exitCode);
   }
 }

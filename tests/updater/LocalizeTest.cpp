@@ -13,7 +13,8 @@ TEST(Localize, TheExecutablesNameGivesTheLocalIdAndTheProductFamily) {
                            {"zzzz.exe", "zzzz", "Software\\Corvane Tools", "0"},
                            {"ab.exe", "ab.e", "Software\\Corvane Tools", "0"}};
   for (const auto& [exe, localId, family, laser] : rows) {
-    std::map<std::string, std::string> facts = testsupport::runHelperCopy(exe, "probe");
+    std::map<std::string, std::string> facts =
+        testsupport::facts(testsupport::runCopy("test_helper.exe", exe, "probe"));
     EXPECT_EQ(localId, facts["localId"]) << exe;
     EXPECT_EQ(family, facts["familyPath"]) << exe;
     EXPECT_EQ(std::string(family) + "\\QNV\\Local\\" + localId + "\\", facts["localPath"]) << exe;

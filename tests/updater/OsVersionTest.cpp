@@ -3,24 +3,33 @@
 #include "support/TestSupport.h"
 #include "updater/CurrentProcess.h"
 
-// Seen from processes that Wine presents as each version. 6.2 has no code of its own (0), so it
-// gets no driver-directory suffix although it counts as Vista or later.
-TEST(OsVersion, GivesTheVersionCodeAndTheDriverDirectory) {
-  const char* rows[][5] = {
-      {"nt40", "4", "0", "\\x64\\2", "148"},  {"win2k", "5", "0", "\\x64\\3", "156"},
-      {"winxp", "6", "0", "\\x64\\3", "156"}, {"winxp64", "7", "0", "\\x64\\3", "156"},
-      {"vista", "8", "1", "\\x64\\3", "156"}, {"win7", "9", "1", "\\x64\\3", "156"},
-      {"win10", "0", "1", "\\x64", "156"}};
-  for (const auto& [version, code, vistaOrLater, suffix, infoSize] : rows) {
-    std::map<std::string, std::string> facts =
-        testsupport::runHelperCopy(std::string("cvver_") + version + ".exe", "probe", version);
+// What the Windows version decides, seen from copies of the helper that Wine presents as each
+// version: its code (6.2 has none, so its driver directory gets no suffix although it counts as
+// Vista or later), the OS code sent to the service (the 64-bit build reports "9" on 5.2 and "11"
+// on 6.0), and whether the administrator test asks the spooler (from Vista on: the first printer
+// of the driver, here one that refuses full rights).
+TEST(OsVersion, DecidesTheCodesTheDriverDirectoryAndTheAdministratorTest) {
+  testsupport::ScopedStore store;
+  store.set("Settings\\", "DriverName", "Corvane Inkjet Driver");
+  testsupport::SpoolerScenario spooler;
+  PrinterScenario locked = testsupport::SpoolerScenario::printer("Locked", "Corvane Inkjet Driver");
+  locked.failOpen = ERROR_ACCESS_DENIED;
+  spooler.write({locked});
+  const char* rows[][6] = {
+      {"nt40", "4", "0", "\\x64\\2", "3", "1"},   {"win2k", "5", "0", "\\x64\\3", "3", "1"},
+      {"winxp", "6", "0", "\\x64\\3", "5", "1"},  {"winxp64", "7", "0", "\\x64\\3", "9", "1"},
+      {"vista", "8", "1", "\\x64\\3", "11", "0"}, {"win7", "9", "1", "\\x64\\3", "3", "0"},
+      {"win10", "0", "1", "\\x64", "3", "0"}};
+  for (const auto& [version, code, vistaOrLater, suffix, os, admin] : rows) {
+    std::map<std::string, std::string> facts = testsupport::facts(testsupport::runCopy(
+        "test_helper.exe", std::string("cvct_") + version + ".exe", "probe", version));
     EXPECT_EQ(code, facts["windowsVersion"]) << version;
     EXPECT_EQ(vistaOrLater, facts["vistaOrLater"]) << version;
-    EXPECT_EQ("0", facts["wow64"]) << version;
-    EXPECT_EQ(infoSize, facts["infoSize"]) << version;
     EXPECT_EQ("C:\\windows\\system32\\spool\\drivers" + std::string(suffix),
               facts["driverDirectory"])
         << version;
+    EXPECT_EQ(os, facts["os"]) << version;
+    EXPECT_EQ(admin, facts["admin"]) << version;
     EXPECT_EQ(testsupport::executableDirectory(), facts["directory"]) << version;
   }
 }

@@ -112,9 +112,16 @@ const char kElevated[] =
     "install updates now.";
 const char kNotElevated[] = "The process has NOT been elevated.";
 const char kFailed[] = "The either the download or the installation has failed.";
-const Lines kElevatedBoth = {kAvailable, kVista, kAdmin, kBoth, kElevated};
-const Lines kElevatedBothFailed = {kAvailable, kVista, kAdmin, kBoth, kElevated, kFailed};
+// The runs' lines by the way they take.
+const Lines kUserRelaunch = {kAvailable, kVista, kUser, kElevating};
+const Lines kUserChild = {kAvailable, kVista, kUser, kStillNotAdmin, kExiting};
+const Lines kAdminRelaunch = {kAvailable, kVista, kAdmin, kBoth, kNotElevated, kElevating};
+const Lines kChild = {kAvailable, kVista, kAdmin, kBoth, kElevated};
+const Lines kChildFailed = {kAvailable, kVista, kAdmin, kBoth, kElevated, kFailed};
 const Lines kCatalog = {kAvailable, kVista, kAdmin, kCatalogOnly};
+const Lines kCatalogFailed = {kAvailable, kVista, kAdmin, kCatalogOnly, kFailed};
+const Lines kXpRun = {kAvailable, kXp};
+const Lines kXpFailed = {kAvailable, kXp, kFailed};
 
 struct Row {
   const char* name;
@@ -143,61 +150,35 @@ const Row kRows[] = {
     {"SoftwareNoPrivilegeNoDataCheck", "sw=4", {kNothing}, "cs", ""},
     {"UnknownSoftwareAnswerIsAFailedCheck", "sw=7", {kNothing}, "cs", ""},
     {"DataCheckNoPrivilegeIsNothing", "sw=2 data=4", {kNothing}, "cs cd", ""},
-    {"UserRelaunches", "user", {kAvailable, kVista, kUser, kElevating}, "cs cd", "relaunch"},
-    {"UserDeclinesTheRelaunch",
-     "user declined",
-     {kAvailable, kVista, kUser, kElevating},
-     "cs cd",
-     "relaunch"},
-    {"UserCatalogOnlyRelaunches",
-     "user sw=2",
-     {kAvailable, kVista, kUser, kElevating},
-     "cs cd",
-     "relaunch"},
-    {"UserChildNeverRelaunchesAgain",
-     "user -UAC",
-     {kAvailable, kVista, kUser, kStillNotAdmin, kExiting},
-     "cs cd",
-     ""},
+    {"UserRelaunches", "user", kUserRelaunch, "cs cd", "relaunch"},
+    {"UserDeclinesTheRelaunch", "user declined", kUserRelaunch, "cs cd", "relaunch"},
+    {"UserCatalogOnlyRelaunches", "user sw=2", kUserRelaunch, "cs cd", "relaunch"},
+    {"UserChildNeverRelaunchesAgain", "user -UAC", kUserChild, "cs cd", ""},
     {"AdminCatalogOnlyInstallsInPlace", "sw=2", kCatalog, "cs cd dd ad", "data=1 paused"},
-    {"AdminSoftwareUpdateRelaunches",
-     "",
-     {kAvailable, kVista, kAdmin, kBoth, kNotElevated, kElevating},
-     "cs cd",
-     "relaunch"},
-    {"ElevatedChildInstallsBoth", "-UAC", kElevatedBoth, "cs cd ds dd as ad", "complete=1 paused"},
-    {"ElevatedChildSoftwareOnlySetsNoFlag", "-UAC data=2", kElevatedBoth, "cs cd ds as", "paused"},
-    {"DataCheckFailureLeavesTheSoftwareUpdate", "-UAC data=0", kElevatedBoth, "cs cd ds as",
-     "paused"},
-    {"SoftwareDownloadFailsNothingElseHappens", "-UAC no-sw-download", kElevatedBothFailed,
-     "cs cd ds", ""},
-    {"DataDownloadFailsTheSoftwareDownloadIsRemoved", "-UAC no-data-download", kElevatedBothFailed,
-     "cs cd ds dd", ""},
-    {"SoftwareApplyFailsPrintersResumed", "-UAC sw-apply=0", kElevatedBothFailed, "cs cd ds dd as",
-     "paused"},
-    {"SoftwareApplyThrowsPrintersResumed", "-UAC sw-apply=throw", kElevatedBothFailed,
-     "cs cd ds dd as", "paused"},
-    {"DataApplyFailsNoFlag", "-UAC data-apply=0", kElevatedBothFailed, "cs cd ds dd as ad",
-     "paused"},
-    {"CatalogApplyFails",
-     "sw=2 data-apply=0",
-     {kAvailable, kVista, kAdmin, kCatalogOnly, kFailed},
-     "cs cd dd ad",
-     "paused"},
-    {"NoPrinterOfInterestInstallsNothing",
-     "sw=2 other-driver",
-     {kAvailable, kVista, kAdmin, kCatalogOnly, kFailed},
-     "cs cd dd",
+    {"AdminSoftwareUpdateRelaunches", "", kAdminRelaunch, "cs cd", "relaunch"},
+    {"ChildInstallsBoth", "-UAC", kChild, "cs cd ds dd as ad", "complete=1 paused"},
+    {"ChildSoftwareOnlySetsNoFlag", "-UAC data=2", kChild, "cs cd ds as", "paused"},
+    {"DataCheckFailureLeavesTheSoftwareUpdate", "-UAC data=0", kChild, "cs cd ds as", "paused"},
+    {"SoftwareDownloadFailsNothingElseHappens", "-UAC no-sw-download", kChildFailed, "cs cd ds",
      ""},
-    {"FlagsHeldAtTwoAreKept", "-UAC flags=2", kElevatedBoth, "cs cd ds dd as ad", "flags=2 paused"},
+    {"DataDownloadFailsSoftwareDownloadRemoved", "-UAC no-data-download", kChildFailed,
+     "cs cd ds dd", ""},
+    {"SoftwareApplyFailsPrintersResumed", "-UAC sw-apply=0", kChildFailed, "cs cd ds dd as",
+     "paused"},
+    {"SoftwareApplyThrowsPrintersResumed", "-UAC sw-apply=throw", kChildFailed, "cs cd ds dd as",
+     "paused"},
+    {"DataApplyFailsNoFlag", "-UAC data-apply=0", kChildFailed, "cs cd ds dd as ad", "paused"},
+    {"CatalogApplyFails", "sw=2 data-apply=0", kCatalogFailed, "cs cd dd ad", "paused"},
+    {"NoPrinterOfInterestInstallsNothing", "sw=2 other-driver", kCatalogFailed, "cs cd dd", ""},
+    {"FlagsHeldAtTwoAreKept", "-UAC flags=2", kChild, "cs cd ds dd as ad", "flags=2 paused"},
     {"CatalogFlagHeldAtTwoIsKept", "sw=2 flags=2", kCatalog, "cs cd dd ad", "flags=2 paused"},
-    {"DownloadsKeptOnRequest", "-UAC keep-files", kElevatedBoth, "cs cd ds dd as ad",
+    {"DownloadsKeptOnRequest", "-UAC keep-files", kChild, "cs cd ds dd as ad",
      "complete=1 paused files-left"},
     // Windows 2000, XP and 2003: no administrator test, no relaunch.
-    {"XpInstallsBothInPlace", "xp", {kAvailable, kXp}, "cs cd ds dd as ad", "complete=1 paused"},
-    {"XpCatalogOnly", "xp sw=2", {kAvailable, kXp}, "cs cd dd ad", "data=1 paused"},
-    {"XpSoftwareOnly", "xp -UAC data=2", {kAvailable, kXp}, "cs cd ds as", "paused"},
-    {"XpDataDownloadFails", "xp no-data-download", {kAvailable, kXp, kFailed}, "cs cd ds dd", ""},
+    {"XpInstallsBothInPlace", "xp", kXpRun, "cs cd ds dd as ad", "complete=1 paused"},
+    {"XpCatalogOnly", "xp sw=2", kXpRun, "cs cd dd ad", "data=1 paused"},
+    {"XpSoftwareOnly", "xp -UAC data=2", kXpRun, "cs cd ds as", "paused"},
+    {"XpDataDownloadFails", "xp no-data-download", kXpFailed, "cs cd ds dd", ""},
     {"XpNothingAvailable", "xp sw=2 data=2", {kNothing}, "cs cd", ""},
 };
 
@@ -277,15 +258,9 @@ INSTANTIATE_TEST_SUITE_P(Rows,
 TEST(UpdateRunMatrixOnXp, PassesInACopyPresentedAsWindowsXp) {
   if (!OsVersion::getInstance().isVistaOrLater())
     GTEST_SKIP() << "this is the copy";
-  const std::string copy = "cvctl_xp_tests.exe";
-  ASSERT_TRUE(CopyFileA((testsupport::executableDirectory() + "cvctl_tests.exe").c_str(),
-                        (testsupport::executableDirectory() + copy).c_str(), FALSE));
-  testsupport::setWineVersion(copy, "winxp");
-  const testsupport::ProcessResult result = testsupport::runProcess(
-      testsupport::besideTests(copy, "--gtest_filter=Rows/UpdateRunMatrix.*"), 120000);
-  testsupport::setWineVersion(copy, "");
-  DeleteFileA((testsupport::executableDirectory() + copy).c_str());
-  EXPECT_NE(std::string::npos, result.output.find("[  PASSED  ] 5 tests.")) << result.output;
+  const std::string output = testsupport::runCopy("cvctl_tests.exe", "cvctl_xp_tests.exe",
+                                                  "--gtest_filter=Rows/UpdateRunMatrix.*", "winxp");
+  EXPECT_NE(std::string::npos, output.find("[  PASSED  ] 5 tests.")) << output;
 }
 
 // The catalog goes into <all users' application data>\<DriverName>\<DataUpdatesDirectoryName>,
