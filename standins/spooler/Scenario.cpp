@@ -1,5 +1,9 @@
 #include "Scenario.h"
 
+#include <algorithm>
+
+#include "common/ScenarioFile.h"
+
 namespace {
 
 const char kSpoolerSection[] = "Spooler";
@@ -7,76 +11,6 @@ const char kEnvironmentVariable[] = "SPOOLER_SCENARIO";
 const char kDefaultFileName[] = "spooler-scenario.ini";
 const char kDefaultDriverDirectory[] = "C:\\windows\\system32\\spool\\drivers\\x64";
 const long long kMaxPrinters = 256;
-
-// Profile values keep everything after '=', so "2   ; note" is cut back to "2".
-std::string StripComment(std::string value) {
-  for (size_t i = 1; i < value.size(); ++i) {
-    if (value[i] == ';' && (value[i - 1] == ' ' || value[i - 1] == '\t')) {
-      value.erase(value.find_last_not_of(" \t", i - 1) + 1);
-      break;
-    }
-  }
-  return value;
-}
-
-bool ParseNumber(const std::string& text, long long* number) {
-  size_t pos = 0;
-  bool negative = false;
-  if (pos < text.size() && (text[pos] == '-' || text[pos] == '+')) {
-    negative = text[pos] == '-';
-    ++pos;
-  }
-  int base = 10;
-  if (pos + 1 < text.size() && text[pos] == '0' && (text[pos + 1] == 'x' || text[pos + 1] == 'X')) {
-    base = 16;
-    pos += 2;
-  }
-  if (pos == text.size()) {
-    return false;
-  }
-  unsigned long long value = 0;
-  for (; pos < text.size(); ++pos) {
-    char c = text[pos];
-    int digit = -1;
-    if (c >= '0' && c <= '9') {
-      digit = c - '0';
-    } else if (base == 16 && c >= 'a' && c <= 'f') {
-      digit = c - 'a' + 10;
-    } else if (base == 16 && c >= 'A' && c <= 'F') {
-      digit = c - 'A' + 10;
-    }
-    if (digit < 0 || value > (0xFFFFFFFFFFFFull - digit) / base) {
-      return false;
-    }
-    value = value * base + digit;
-  }
-  *number = negative ? -static_cast<long long>(value) : static_cast<long long>(value);
-  return true;
-}
-
-class ProfileReader {
- public:
-  explicit ProfileReader(const std::string& path) : path_(path) {}
-
-  std::string text(const char* section, const char* key) const {
-    char buffer[4096];
-    DWORD length =
-        GetPrivateProfileStringA(section, key, "", buffer, sizeof(buffer), path_.c_str());
-    return StripComment(std::string(buffer, length));
-  }
-
-  bool number(const char* section, const char* key, long long* value) const {
-    return ParseNumber(text(section, key), value);
-  }
-
-  DWORD code(const char* section, const char* key) const {
-    long long value = 0;
-    return number(section, key, &value) ? static_cast<DWORD>(value) : 0;
-  }
-
- private:
-  std::string path_;
-};
 
 std::string ScenarioPath(HMODULE module) {
   char buffer[MAX_PATH * 4];
@@ -127,36 +61,32 @@ Scenario Scenario::load(HMODULE module) {
   // Wine keeps parsed profiles while their last-write time is unchanged, and a file rewritten
   // within one timestamp tick keeps it; this documented flush call drops that copy. Deliberate.
   WritePrivateProfileStringA(nullptr, nullptr, nullptr, scenario.source.path.c_str());
-  ProfileReader profile(scenario.source.path);
-  scenario.source.generation = profile.text(kSpoolerSection, "Generation");
-  scenario.journalPath = profile.text(kSpoolerSection, "Journal");
-  scenario.failEnum = profile.code(kSpoolerSection, "FailEnum");
-  std::string directory = profile.text(kSpoolerSection, "DriverDirectory");
-  if (!directory.empty()) {
-    scenario.driverDirectory = directory;
-  }
-
-  long long count = 0;
-  profile.number(kSpoolerSection, "Printers", &count);
-  count = count > kMaxPrinters ? kMaxPrinters : count;
+  const standin::ScenarioFile profile(scenario.source.path);
+  const auto code = [&profile](const char* section, const char* key) {
+    return static_cast<DWORD>(profile.number(section, key, 0));
+  };
+  scenario.source.generation = profile.value(kSpoolerSection, "Generation");
+  scenario.journalPath = profile.value(kSpoolerSection, "Journal");
+  scenario.failEnum = code(kSpoolerSection, "FailEnum");
+  scenario.driverDirectory =
+      profile.value(kSpoolerSection, "DriverDirectory", kDefaultDriverDirectory);
+  const long long count = std::min(profile.number(kSpoolerSection, "Printers", 0), kMaxPrinters);
   for (long long i = 0; i < count; ++i) {
     std::string section = "Printer" + std::to_string(i);
     const char* name = section.c_str();
     PrinterScenario printer;
-    printer.name = profile.text(name, "Name");
-    printer.driver = profile.text(name, "Driver");
-    printer.port = profile.text(name, "Port");
-    printer.attributes = profile.code(name, "Attributes");
-    printer.status = profile.code(name, "Status");
-    printer.jobs = profile.code(name, "Jobs");
-    if (!profile.number(name, "DrainAfterPolls", &printer.drainAfterPolls)) {
-      printer.drainAfterPolls = -1;
-    }
-    printer.failOpen = profile.code(name, "FailOpen");
-    printer.failGetPrinter = profile.code(name, "FailGetPrinter");
-    printer.failPause = profile.code(name, "FailPause");
-    printer.failResume = profile.code(name, "FailResume");
-    printer.failClose = profile.code(name, "FailClose");
+    printer.name = profile.value(name, "Name");
+    printer.driver = profile.value(name, "Driver");
+    printer.port = profile.value(name, "Port");
+    printer.attributes = code(name, "Attributes");
+    printer.status = code(name, "Status");
+    printer.jobs = code(name, "Jobs");
+    printer.drainAfterPolls = profile.number(name, "DrainAfterPolls", -1);
+    printer.failOpen = code(name, "FailOpen");
+    printer.failGetPrinter = code(name, "FailGetPrinter");
+    printer.failPause = code(name, "FailPause");
+    printer.failResume = code(name, "FailResume");
+    printer.failClose = code(name, "FailClose");
     scenario.printers.push_back(printer);
   }
   return scenario;

@@ -3,8 +3,8 @@
 
 #include "FileUtil.h"
 #include "Journal.h"
-#include "Scenario.h"
 #include "UpdaterMode.h"
+#include "common/ScenarioFile.h"
 #include "webupdate/WebUpdaterLibrary.h"
 
 #include <windows.h>
@@ -32,7 +32,7 @@ struct Call {
         journal(scenario.value("Library", "Journal", "")),
         mode(wupd::makeUpdaterMode(scenario)) {}
 
-  wupd::Scenario scenario;
+  standin::ScenarioFile scenario;
   wupd::Journal journal;
   std::unique_ptr<wupd::UpdaterMode> mode;
 };
@@ -100,7 +100,7 @@ int UpdInitializeA(UpdAllocateFn* allocate, void*, void*, void*, uint32_t, void*
   Call call;
   call.journal.append(std::string("UpdInitializeA | callback=") +
                       (allocate != nullptr ? "1" : "0"));
-  return call.scenario.intValue("Library", "Initialize", 0);
+  return static_cast<int>(call.scenario.number("Library", "Initialize", 0));
 }
 
 int UpdUninitialize() {

@@ -3,7 +3,7 @@
 #include "FileUtil.h"
 #include "HttpClient.h"
 #include "Package.h"
-#include "Scenario.h"
+#include "common/ScenarioFile.h"
 
 #include <optional>
 
@@ -53,7 +53,7 @@ CheckOutcome HttpMode::checkForUpdate(const std::string& url,
     case HttpResponse::Outcome::kOk:
       break;
   }
-  std::string latest = trim(response.body);
+  std::string latest = standin::trim(response.body);
   if (latest.empty()) {
     outcome.result = 5;
   } else if (latest == currentVersion) {

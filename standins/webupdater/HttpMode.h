@@ -11,7 +11,7 @@ namespace wupd {
 // - apply unpacks a package file (see Package) into the destination directory.
 class HttpMode : public UpdaterMode {
  public:
-  explicit HttpMode(const Scenario& scenario) : scenario_(scenario) {}
+  explicit HttpMode(const standin::ScenarioFile& scenario) : scenario_(scenario) {}
 
   int checkConnection() override;
   CheckOutcome checkForUpdate(const std::string& url,
@@ -22,7 +22,7 @@ class HttpMode : public UpdaterMode {
   int apply(const std::string& packageFile, const std::string& destinationDir) override;
 
  private:
-  const Scenario& scenario_;
+  const standin::ScenarioFile& scenario_;
 };
 
 // The file name a download from `url` is saved under: the last path segment without query or

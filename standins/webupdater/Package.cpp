@@ -1,7 +1,7 @@
 #include "Package.h"
 
 #include "FileUtil.h"
-#include "Scenario.h"
+#include "common/ScenarioFile.h"
 
 namespace wupd {
 
@@ -35,18 +35,18 @@ bool isSafeName(const std::string& name) {
 
 std::optional<Package> Package::parse(const std::string& text) {
   std::vector<std::string> lines = splitLines(text);
-  if (lines.empty() || trim(lines[0]) != kHeader)
+  if (lines.empty() || standin::trim(lines[0]) != kHeader)
     return std::nullopt;
   Package package;
   for (size_t i = 1; i < lines.size(); ++i) {
     const std::string& line = lines[i];
     if (line.compare(0, sizeof(kFileMarker) - 1, kFileMarker) == 0) {
-      std::string name = trim(line.substr(sizeof(kFileMarker) - 1));
+      std::string name = standin::trim(line.substr(sizeof(kFileMarker) - 1));
       if (!isSafeName(name))
         return std::nullopt;
       package.files_.push_back(File{name, {}});
     } else if (package.files_.empty()) {
-      if (!trim(line).empty())
+      if (!standin::trim(line).empty())
         return std::nullopt;
     } else {
       package.files_.back().lines.push_back(line);

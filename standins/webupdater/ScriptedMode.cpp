@@ -1,7 +1,7 @@
 #include "ScriptedMode.h"
 
 #include "FileUtil.h"
-#include "Scenario.h"
+#include "common/ScenarioFile.h"
 
 #include <string.h>
 
@@ -10,7 +10,7 @@
 namespace wupd {
 
 int ScriptedMode::checkConnection() {
-  return scenario_.intValue("Library", "Connection", 1);
+  return static_cast<int>(scenario_.number("Library", "Connection", 1));
 }
 
 CheckOutcome ScriptedMode::checkForUpdate(const std::string& url,
@@ -22,10 +22,10 @@ CheckOutcome ScriptedMode::checkForUpdate(const std::string& url,
   std::optional<std::string> rule = scenario_.rule("Check", url);
   if (!rule)
     return outcome;
-  std::vector<std::string> fields = splitFields(*rule, 2);
-  outcome.result = parseInt(fields[0], 2);
+  std::vector<std::string> fields = standin::splitFields(*rule, 2);
+  outcome.result = static_cast<int>(standin::parseNumber(fields[0], 2));
   if (fields.size() > 1)
-    outcome.newVersion = trim(fields[1]);
+    outcome.newVersion = standin::trim(fields[1]);
   return outcome;
 }
 
@@ -34,14 +34,14 @@ DownloadOutcome ScriptedMode::download(const std::string& url, uint32_t, uint32_
   std::optional<std::string> rule = scenario_.rule("Download", url);
   if (!rule)
     return outcome;
-  std::vector<std::string> fields = splitFields(*rule, 4);
-  outcome.result = parseInt(fields[0], 1);
-  std::string mode = fields.size() > 1 ? trim(fields[1]) : std::string();
+  std::vector<std::string> fields = standin::splitFields(*rule, 4);
+  outcome.result = static_cast<int>(standin::parseNumber(fields[0], 1));
+  std::string mode = fields.size() > 1 ? standin::trim(fields[1]) : std::string();
   if (_stricmp(mode.c_str(), "alloc") == 0)
     outcome.delivery = PathDelivery::kAlloc;
   else if (_stricmp(mode.c_str(), "null") == 0)
     outcome.delivery = PathDelivery::kNull;
-  outcome.file = fields.size() > 2 ? trim(fields[2]) : std::string();
+  outcome.file = fields.size() > 2 ? standin::trim(fields[2]) : std::string();
   if (!outcome.file.empty())
     writeFile(outcome.file, fields.size() > 3 ? fields[3] : std::string("package"));
   return outcome;
@@ -49,7 +49,7 @@ DownloadOutcome ScriptedMode::download(const std::string& url, uint32_t, uint32_
 
 int ScriptedMode::apply(const std::string& packageFile, const std::string&) {
   std::optional<std::string> rule = scenario_.rule("Apply", packageFile);
-  return rule ? parseInt(*rule, 1) : 1;
+  return rule ? static_cast<int>(standin::parseNumber(*rule, 1)) : 1;
 }
 
 }  // namespace wupd

@@ -8,7 +8,7 @@ namespace wupd {
 // the rule's file (with missing parent directories) whatever the result code.
 class ScriptedMode : public UpdaterMode {
  public:
-  explicit ScriptedMode(const Scenario& scenario) : scenario_(scenario) {}
+  explicit ScriptedMode(const standin::ScenarioFile& scenario) : scenario_(scenario) {}
 
   int checkConnection() override;
   CheckOutcome checkForUpdate(const std::string& url,
@@ -19,7 +19,7 @@ class ScriptedMode : public UpdaterMode {
   int apply(const std::string& packageFile, const std::string& destinationDir) override;
 
  private:
-  const Scenario& scenario_;
+  const standin::ScenarioFile& scenario_;
 };
 
 }  // namespace wupd

@@ -4,9 +4,11 @@
 #include <memory>
 #include <string>
 
-namespace wupd {
+namespace standin {
+class ScenarioFile;
+}  // namespace standin
 
-class Scenario;
+namespace wupd {
 
 // How the downloaded file's path reaches the caller's char**.
 enum class PathDelivery {
@@ -43,6 +45,6 @@ class UpdaterMode {
 
 // The scripted mode, or the HTTP mode when [Library] Mode is "http". The mode keeps a
 // reference to `scenario`, which must outlive it.
-std::unique_ptr<UpdaterMode> makeUpdaterMode(const Scenario& scenario);
+std::unique_ptr<UpdaterMode> makeUpdaterMode(const standin::ScenarioFile& scenario);
 
 }  // namespace wupd
