@@ -103,25 +103,12 @@ std::vector<std::string> LogCapture::lines() const {
   return splitLines(start_ < content.size() ? content.substr(static_cast<size_t>(start_)) : "");
 }
 
-std::vector<std::string> LogCapture::texts() const {
-  std::vector<std::string> texts;
-  for (const std::string& line : lines()) {
-    const std::string::size_type start = line.find_first_not_of(' ', 16);  // After the component.
-    texts.push_back(start == std::string::npos ? std::string() : line.substr(start));
-  }
-  return texts;
-}
-
-bool LogCapture::contains(const std::string& text) const {
-  const std::vector<std::string> all = texts();
-  return std::find(all.begin(), all.end(), text) != all.end();
-}
-
 std::vector<std::string> LogCapture::details(const std::string& functionName) const {
   std::vector<std::string> details;
-  for (const std::string& text : texts()) {
-    if (text.compare(0, functionName.size(), functionName) == 0)
-      details.push_back(text.substr(functionName.size()));
+  for (const std::string& line : lines()) {
+    const std::string::size_type start = line.find_first_not_of(' ', 16);  // After the component.
+    if (start != std::string::npos && line.compare(start, functionName.size(), functionName) == 0)
+      details.push_back(line.substr(start + functionName.size()));
   }
   return details;
 }
@@ -162,10 +149,6 @@ std::string readFile(const std::string& path) {
   std::ostringstream content;
   content << file.rdbuf();
   return content.str();
-}
-
-bool fileExists(const std::string& path) {
-  return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 std::vector<std::string> splitLines(const std::string& text) {
@@ -211,16 +194,6 @@ bool Process::waitForOutput(const std::string& text, DWORD timeoutMs) const {
       return false;
   }
   return true;
-}
-
-bool Process::wait(DWORD timeoutMs) const {
-  return process_ != nullptr && WaitForSingleObject(process_, timeoutMs) == WAIT_OBJECT_0;
-}
-
-DWORD Process::exitCode() const {
-  DWORD code = 0;
-  GetExitCodeProcess(process_, &code);
-  return code;
 }
 
 std::string runProcess(const std::string& commandLine, DWORD* exitCode) {
@@ -269,15 +242,6 @@ std::map<std::string, std::string> facts(const std::string& output) {
   return facts;
 }
 
-StandInScenario::StandInScenario(const char* variable, const char* separator)
-    : variable_(variable), separator_(separator) {
-  SetEnvironmentVariableA(variable_, directory_.file("scenario.ini").c_str());
-}
-
-StandInScenario::~StandInScenario() {
-  SetEnvironmentVariableA(variable_, nullptr);
-}
-
 std::vector<std::string> StandInScenario::calls(const std::string& function) const {
   const std::string prefix = std::to_string(GetCurrentProcessId()) + separator_ + function;
   std::vector<std::string> calls;
@@ -287,13 +251,6 @@ std::vector<std::string> StandInScenario::calls(const std::string& function) con
       calls.push_back(line.substr(prefix.size() - function.size()));
   }
   return calls;
-}
-
-PrinterScenario SpoolerScenario::printer(const std::string& name, const std::string& driver) {
-  PrinterScenario printer;
-  printer.name = name;
-  printer.driver = driver;
-  return printer;
 }
 
 void SpoolerScenario::write(const std::vector<PrinterScenario>& printers, DWORD failEnum) {
@@ -326,26 +283,6 @@ std::vector<std::string> SpoolerScenario::names(const std::string& function,
     names.push_back(call.substr(start, end - start));
   }
   return names;
-}
-
-WebUpdaterScenario& WebUpdaterScenario::clear() {
-  connection_ = 1;
-  for (auto& rules : rules_)
-    rules.clear();
-  clearJournal();
-  return *this;
-}
-
-WebUpdaterScenario& WebUpdaterScenario::connection(int result) {
-  connection_ = result;
-  return *this;
-}
-
-WebUpdaterScenario& WebUpdaterScenario::rule(int section,
-                                             const std::string& key,
-                                             const std::string& value) {
-  rules_[section].emplace_back(key, value);
-  return *this;
 }
 
 void WebUpdaterScenario::write() {

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -51,14 +52,15 @@ class LogCapture {
 
   // Without headers, each line is the 15-column component, a blank, the indentation and the text.
   std::vector<std::string> lines() const;
-  // Whether some line's text after the component and the indentation equals `text`.
-  bool contains(const std::string& text) const;
   // The detail lines of one traced operation, in order, each without the operation's name.
   std::vector<std::string> details(const std::string& functionName) const;
+  // Whether some line's text after the component and the indentation equals `text`.
+  bool contains(const std::string& text) const {
+    const std::vector<std::string> rest = details(text);
+    return std::find(rest.begin(), rest.end(), "") != rest.end();
+  }
 
  private:
-  std::vector<std::string> texts() const;
-
   std::string path_;
   uint64_t start_ = 0;
 };
@@ -84,7 +86,9 @@ void removeTree(const std::string& path);
 // Also drops the private-profile functions' cached copy of the file.
 bool writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
-bool fileExists(const std::string& path);
+inline bool fileExists(const std::string& path) {
+  return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
 // CR LF or LF lines.
 std::vector<std::string> splitLines(const std::string& text);
 
@@ -100,8 +104,14 @@ class Process {
   // Waits until the output holds `text` (true) or `timeoutMs` passes (false).
   bool waitForOutput(const std::string& text, DWORD timeoutMs) const;
   // Waits for the exit; false on time-out.
-  bool wait(DWORD timeoutMs) const;
-  DWORD exitCode() const;
+  bool wait(DWORD timeoutMs) const {
+    return process_ != nullptr && WaitForSingleObject(process_, timeoutMs) == WAIT_OBJECT_0;
+  }
+  DWORD exitCode() const {
+    DWORD code = 0;
+    GetExitCodeProcess(process_, &code);
+    return code;
+  }
   std::string output() const { return readFile(output_.file("output.txt")); }
 
  private:
@@ -133,8 +143,11 @@ std::map<std::string, std::string> facts(const std::string& output);
 // of a scope, and its journal (one line per call served, each led by the caller's process id).
 class StandInScenario {
  public:
-  StandInScenario(const char* variable, const char* separator);
-  ~StandInScenario();
+  StandInScenario(const char* variable, const char* separator)
+      : variable_(variable), separator_(separator) {
+    SetEnvironmentVariableA(variable_, directory_.file("scenario.ini").c_str());
+  }
+  ~StandInScenario() { SetEnvironmentVariableA(variable_, nullptr); }
   StandInScenario(const StandInScenario&) = delete;
   StandInScenario& operator=(const StandInScenario&) = delete;
 
@@ -162,7 +175,12 @@ class SpoolerScenario : public StandInScenario {
   SpoolerScenario() : StandInScenario("SPOOLER_SCENARIO", " ") { write({}); }
 
   // A printer of `driver` with nothing queued.
-  static PrinterScenario printer(const std::string& name, const std::string& driver);
+  static PrinterScenario printer(const std::string& name, const std::string& driver) {
+    PrinterScenario printer;
+    printer.name = name;
+    printer.driver = driver;
+    return printer;
+  }
   // Presents these printers and enumeration failure; the stand-in's printer state starts afresh.
   void write(const std::vector<PrinterScenario>& printers, DWORD failEnum = 0);
   // The printer names of the calls of `function` that contain `filter` ("command=2 result=1").
@@ -180,8 +198,17 @@ class WebUpdaterScenario : public StandInScenario {
   WebUpdaterScenario() : StandInScenario("WUPD_SCENARIO", " | ") { write(); }
 
   // Removes every rule and empties the journal.
-  WebUpdaterScenario& clear();
-  WebUpdaterScenario& connection(int result);
+  WebUpdaterScenario& clear() {
+    connection_ = 1;
+    for (auto& rules : rules_)
+      rules.clear();
+    clearJournal();
+    return *this;
+  }
+  WebUpdaterScenario& connection(int result) {
+    connection_ = result;
+    return *this;
+  }
   // "<code>[,<new version>]"
   WebUpdaterScenario& check(const std::string& url, const std::string& value) {
     return rule(0, url, value);
@@ -197,7 +224,10 @@ class WebUpdaterScenario : public StandInScenario {
   void write();
 
  private:
-  WebUpdaterScenario& rule(int section, const std::string& key, const std::string& value);
+  WebUpdaterScenario& rule(int section, const std::string& key, const std::string& value) {
+    rules_[section].emplace_back(key, value);
+    return *this;
+  }
 
   int connection_ = 1;
   std::vector<std::pair<std::string, std::string>> rules_[3];
