@@ -1,17 +1,13 @@
-// A console program that tests start as a separate process, to observe the program's classes
-// from outside: under another file name (product family), another Windows version or locale,
-// holding a named mutex, or writing to the log beside the test process. Prints key=value lines.
+// A program that tests start as a separate process, to see the program's classes from outside:
+// under another file name (product family), Windows version or locale, holding a named mutex, or
+// writing to the log beside the test process (as cvlo_writer.exe). Prints key=value lines.
 //
-//   probe                        the facts of Localize, OsVersion and CurrentProcess, the
-//                                language, country and OS codes, and the administrator test
-//   mutex-hold NAME MS MODE      take the mutex, print "held", sleep MS, then MODE = release |
-//                                abandon (exit holding it)
-//   mutex-try NAME MS            print "acquired" or "busy" after waiting up to MS
-//   load-from DIR NAME [harden]  "loaded=" and whether LoadLibraryA(NAME) finds NAME with DIR as
-//                                current directory, after the start-up DLL search hardening
-//   write TAG COUNT GATE         print "ready", wait for the named event GATE, then write COUNT
-//                                traced operations of three lines each (run as cvlo_writer.exe)
-//   hold                         stop inside a log line while holding the log mutex; print "held"
+//   probe                        facts of Localize, OsVersion, CurrentProcess, the service codes
+//   mutex-hold NAME MS MODE      take the mutex, print "held", sleep, then release or abandon it
+//   mutex-try NAME MS            "acquired" or "busy" after waiting up to MS
+//   load-from DIR NAME [harden]  whether LoadLibraryA(NAME) finds NAME in the current directory DIR
+//   write TAG COUNT GATE         "ready", wait for the event GATE, write COUNT traced operations
+//   hold                         stop inside a log line while holding the log mutex, "held"
 #include <windows.h>
 
 #include <cstdio>

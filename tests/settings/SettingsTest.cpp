@@ -66,22 +66,6 @@ TEST(Settings, FailedReadsSetTheLastErrorAndMissingValuesDoNot) {
   EXPECT_EQ(1234u, GetLastError());
 }
 
-TEST(Settings, SettersCreateTheirKeysAndDeletesRemoveThem) {
-  ScopedStore store;
-  Settings settings;
-  std::list<std::string> names;
-  EXPECT_TRUE(settings.setStringValue("New\\Deep", "Name", "value", 0) &&
-              settings.setDwordValue("New\\Deep", "Count", 42, 0));
-  EXPECT_TRUE(settings.getValueNames("New\\Deep", names, 0));
-  EXPECT_EQ(2u, names.size());
-  EXPECT_EQ("value", store.get("New\\Deep", "Name"));
-  EXPECT_EQ("42", store.get("New\\Deep", "Count"));
-  EXPECT_TRUE(settings.deleteValue("New\\Deep", "Name", 0));
-  EXPECT_FALSE(settings.deleteValue("New\\Deep", "Name", 0));
-  EXPECT_TRUE(settings.deleteKey("New", 0));
-  EXPECT_FALSE(keyExists(testsupport::storeRoot() + "New"));
-}
-
 // Removing this program's store removes the family key only when no other component's store
 // remains and "DeleteStoreOnUninstall" is not 0.
 TEST(Settings, DeleteStoreKeepsTheFamilyForOtherComponentsOrWhenAskedTo) {
