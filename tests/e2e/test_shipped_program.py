@@ -1,11 +1,7 @@
 #!/usr/bin/env python3
-"""Black-box test of the shipped cvupdater.exe under Wine: an installation killed while the
-printers are paused leaves them to the next run, which resumes them.
-
-The program runs in a prefix of its own (a copy of the template) with the stand-in web-updater
-library (scripted) and the stand-in spooler. Every run has a time limit; when it runs out the
-prefix is ended with `wineserver -k`. (The main job, e2e_main_job, covers a whole update run with
-its relaunch.)
+"""The shipped cvupdater.exe killed while its printers are paused, in a Wine prefix of its own
+with the stand-in library and spooler: the next run resumes them. Every run has a time limit,
+after which the prefix is ended with `wineserver -k`. (e2e_main_job covers a whole update run.)
 """
 
 import argparse
@@ -63,7 +59,7 @@ class ShippedProgram(unittest.TestCase):
                 number, name, DRIVER, status)
         self.prefix.write(INSTALL + r"\spooler-scenario.ini", text)
 
-    def journal(self, name):
+    def journal(self, name):  # One line per call of the stand-in, led by the caller's pid.
         return (self.prefix.read("C:\\e2e\\" + name) or "").splitlines()
 
     def printer_commands(self):

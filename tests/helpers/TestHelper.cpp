@@ -7,7 +7,6 @@
 //   mutex-try NAME MS            "acquired" or "busy" after waiting up to MS
 //   load-from DIR NAME [harden]  whether LoadLibraryA(NAME) finds NAME in the current directory DIR
 //   write TAG COUNT GATE         "ready", wait for the event GATE, write COUNT traced operations
-//   hold                         stop inside a log line while holding the log mutex, "held"
 #include <windows.h>
 
 #include <cstdio>
@@ -95,19 +94,6 @@ void writeLines(const std::string& tag, int count, const std::string& gate) {
   print("done", "1");
 }
 
-// Stops inside write(), after the log mutex is taken and before the line reaches the file.
-class StuckLogger : public BasicLogger {
- public:
-  StuckLogger() : BasicLogger(Logger::getLogFilePath(), 15) {}
-
- protected:
-  std::string getLinePrefix(const LoggerComponent&, uint32_t, const char*) override {
-    print("held", "1");
-    Sleep(INFINITE);
-    return std::string();
-  }
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -129,9 +115,6 @@ int main(int argc, char** argv) {
     print("loaded", std::to_string(LoadLibraryA(argv[3]) != nullptr));
   } else if (command == "write" && argc > 4) {
     writeLines(argv[2], static_cast<int>(number(3)), argv[4]);
-  } else if (command == "hold") {
-    Localize::createInstance(nullptr);
-    StuckLogger().write(kLogUpdater, LOG_ALWAYS, "never written");
   } else {
     fprintf(stderr, "test_helper: unknown command '%s'\n", command.c_str());
     return 2;

@@ -3,9 +3,7 @@
 #include <stdexcept>
 
 #include "logging/FunctionTrace.h"
-#include "logging/Logger.h"
 #include "support/TestSupport.h"
-#include "system/Win32Exception.h"
 
 using testsupport::LogCapture;
 using testsupport::ScopedStore;
@@ -46,20 +44,4 @@ TEST(FunctionTrace, FramesNestedOperationsAndTheirResultsEvenWhenTheyThrow) {
                      kColumn + " Outer::run()  caught", kColumn + "-Outer::run()  rc=true"}),
               capture.lines());
   }
-}
-
-TEST(FunctionTrace, WithoutALoggerTracingIsOffAndOpeningThrows) {
-  ScopedStore store;
-  LogCapture capture;
-  Logger::destroyInstance();
-  EXPECT_FALSE(isTraceOn(kLogUpdater, LOG_TRACE));
-  try {
-    FunctionTrace::open(kLogUpdater, "Late::run() ");
-    ADD_FAILURE() << "no exception";
-  } catch (const Win32Exception& e) {
-    EXPECT_EQ("BasicLogger::getInstance()", e.getMessage());
-    EXPECT_EQ(1u, e.getCode());
-  }
-  Logger::createInstance();
-  EXPECT_TRUE(isTraceOn(kLogUpdater, LOG_TRACE));
 }

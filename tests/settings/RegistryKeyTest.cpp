@@ -90,21 +90,6 @@ TEST_F(RegistryKeyTest, AValueOfAnotherTypeThrowsAndExpandableStringsStayUnexpan
   EXPECT_EQ("%TEMP%", text);
 }
 
-TEST_F(RegistryKeyTest, ListsChildrenUpToTheLimitAndEveryValueName) {
-  for (const std::string name : {"c0", "c1", "c2"}) {
-    RegistryKey child(kRoot + "a\\b\\c\\" + name, true, HKEY_LOCAL_MACHINE);
-    key_.setValue("v" + name, 1ul);
-  }
-  std::list<std::string> names = {"existing"};
-  key_.getChildrenNames(names, 2);
-  EXPECT_EQ((std::list<std::string>{"existing", "c0", "c1"}), names);
-  names.clear();
-  key_.getValueNames(names);
-  EXPECT_EQ((std::list<std::string>{"vc0", "vc1", "vc2"}), names);
-  key_.setValue(std::string(261, 'n'), 1ul);  // Longer than a name may be.
-  EXPECT_EQ("RegistryKey:getValueNames() (234)", thrown([&] { key_.getValueNames(names); }));
-}
-
 // A tree is deleted whole and a missing one is no error; a key named SOFTWARE in any case is
 // emptied but kept.
 TEST_F(RegistryKeyTest, RecursiveDeleteRemovesTheTreeButKeepsAKeyNamedSoftware) {

@@ -86,24 +86,3 @@ TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
   EXPECT_FALSE(install("a=dword:1\r\n"));
   EXPECT_FALSE(SettingsInstaller(dir_.file("absent.loc")).installSettings());
 }
-
-// The settings file beside the executable (local id + "qnv.loc"): the store is created for it,
-// and counts as valid only while the whole file went in.
-TEST_F(SettingsInstallerTest, DefaultSettingsComeFromTheFileBesideTheExecutable) {
-  const std::string file = testsupport::executableDirectory() + Settings::getMarkerFilePath();
-  const std::string section = "[" + testsupport::storeRoot() + "Settings\\Updater]\r\n";
-  testsupport::deleteKeyTree(testsupport::storeRoot());
-  Settings settings;
-  const std::pair<std::string, uint32_t> rows[] = {
-      {section + "Interval=dword:2000\r\n", Settings::kInstalled},
-      {section + "DataUpdated=dword:1\r\nWebServerUrl=http:x\r\n", Settings::kInstallFailed},
-      {section + "DataUpdated=dword:0\r\n", Settings::kInstalled}};
-  for (const auto& [content, status] : rows) {
-    ASSERT_TRUE(testsupport::writeFile(file, content));
-    EXPECT_EQ(status, settings.installDefaultSettings()) << content;
-    EXPECT_EQ(status == Settings::kInstalled, settings.isValid()) << content;
-  }
-  DeleteFileA(file.c_str());
-  EXPECT_EQ(Settings::kInstallFailed, settings.installDefaultSettings());
-  EXPECT_EQ("2000", store_.get("Settings\\Updater", "Interval"));
-}

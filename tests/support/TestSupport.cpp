@@ -245,7 +245,7 @@ std::map<std::string, std::string> facts(const std::string& output) {
 std::vector<std::string> StandInScenario::calls(const std::string& function) const {
   const std::string prefix = std::to_string(GetCurrentProcessId()) + separator_ + function;
   std::vector<std::string> calls;
-  for (const std::string& line : journal()) {
+  for (const std::string& line : splitLines(readFile(journal_))) {
     if (line.compare(0, prefix.size(), prefix) == 0 &&
         (function.empty() || line.size() == prefix.size() || line[prefix.size()] == ' '))
       calls.push_back(line.substr(prefix.size() - function.size()));

@@ -11,8 +11,7 @@
 
 #include "spooler/Scenario.h"
 
-// Helpers shared by the test executables. They work on the real Wine registry, files, processes
-// and the project's stand-in DLLs, in the test prefix.
+// Helpers of the test executables, over the real Wine registry, files, processes and stand-ins.
 namespace testsupport {
 
 // The store root of this executable (scope 0), e.g. "Software\CorvaneInkjet\QNV\Local\cvse\".
@@ -65,8 +64,7 @@ class LogCapture {
   uint64_t start_ = 0;
 };
 
-// Recreates the process's logger, emptying its switch cache.
-void restartLogger();
+void restartLogger();  // Empties the switch cache.
 
 // A fresh directory below %TEMP%, removed with its files at the end of the scope.
 class TempDir {
@@ -89,8 +87,7 @@ std::string readFile(const std::string& path);
 inline bool fileExists(const std::string& path) {
   return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
-// CR LF or LF lines.
-std::vector<std::string> splitLines(const std::string& text);
+std::vector<std::string> splitLines(const std::string& text);  // CR LF or LF lines.
 
 // A process started with its stdout and stderr going to a file; ended (if still running) when
 // the object goes.
@@ -101,9 +98,8 @@ class Process {
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
-  // Waits until the output holds `text` (true) or `timeoutMs` passes (false).
+  // False when `timeoutMs` passes first.
   bool waitForOutput(const std::string& text, DWORD timeoutMs) const;
-  // Waits for the exit; false on time-out.
   bool wait(DWORD timeoutMs) const {
     return process_ != nullptr && WaitForSingleObject(process_, timeoutMs) == WAIT_OBJECT_0;
   }
@@ -123,9 +119,9 @@ class Process {
 // exit code (STILL_ACTIVE when it had to be ended).
 std::string runProcess(const std::string& commandLine, DWORD* exitCode = nullptr);
 
-// The directory of this test executable, with a trailing backslash.
+// This test executable's directory with a trailing backslash, and a command line of a program in
+// it.
 std::string executableDirectory();
-// The command line of `name` in that directory with `arguments`.
 std::string besideTests(const std::string& name, const std::string& arguments = "");
 
 // Runs a copy named `copy` of the executable `source` beside the tests (its first four characters
@@ -154,8 +150,6 @@ class StandInScenario {
   // This process's calls of `function` (of every function when empty), in order, without the
   // process id.
   std::vector<std::string> calls(const std::string& function = "") const;
-  // Every process's journal lines.
-  std::vector<std::string> journal() const { return splitLines(readFile(journal_)); }
   void clearJournal() { DeleteFileA(journal_.c_str()); }
 
  protected:

@@ -5,7 +5,6 @@
 #include "support/TestSupport.h"
 #include "system/InterProcessLock.h"
 #include "system/Mutex.h"
-#include "system/Win32Exception.h"
 
 using testsupport::besideTests;
 
@@ -55,15 +54,4 @@ TEST(Mutex, OneReleaseOfTheOwningThreadGivesUpEveryHold) {
     EXPECT_EQ("busy", fromOtherProcess(name));
   }
   EXPECT_EQ("acquired", fromOtherProcess(name));
-}
-
-TEST(Mutex, AnInterProcessLockOnAnUnnamedMutexThrowsInsteadOfWaiting) {
-  Mutex unnamed(false, "", false);
-  std::thread([&unnamed] { unnamed.acquire(INFINITE); }).join();  // Never released.
-  try {
-    InterProcessLock lock(unnamed);
-    FAIL() << "no exception";
-  } catch (const Win32Exception& e) {
-    EXPECT_EQ("InterProcessLock has no name", e.getMessage());
-  }
 }

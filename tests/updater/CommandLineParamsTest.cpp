@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "support/TestSupport.h"
 #include "updater/CommandLineParams.h"
 
 TEST(CommandLineParams, TheMarkerIsACaseInsensitiveSubstring) {
@@ -10,14 +9,4 @@ TEST(CommandLineParams, TheMarkerIsACaseInsensitiveSubstring) {
                                                 {"- UAC", false},     {"UAC", false}};
   for (const auto& [line, elevated] : lines)
     EXPECT_EQ(elevated, CommandLineParams(line).containsUacParams()) << line;
-}
-
-// The shipped program, whatever its command line: one run and exit code 0.
-TEST(CommandLineParams, TheProgramExitsWithZeroWhateverItsCommandLine) {
-  for (const std::string& arguments :
-       {std::string("-uac"), std::string(3000, 'x') + " \"%$#@!\" /?"}) {
-    DWORD exitCode = 1;
-    testsupport::runProcess(testsupport::besideTests("cvupdater.exe", arguments), &exitCode);
-    EXPECT_EQ(0u, exitCode);
-  }
 }
