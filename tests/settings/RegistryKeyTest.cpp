@@ -90,6 +90,15 @@ TEST_F(RegistryKeyTest, AValueOfAnotherTypeThrowsAndExpandableStringsStayUnexpan
   EXPECT_EQ("%TEMP%", text);
 }
 
+// Children come in enumeration order, appended to what the list holds, up to the limit given.
+TEST_F(RegistryKeyTest, ListsChildrenUpToTheLimit) {
+  for (const std::string name : {"c0", "c1", "c2"})
+    RegistryKey child(kRoot + "a\\b\\c\\" + name, true, HKEY_LOCAL_MACHINE);
+  std::list<std::string> names = {"existing"};
+  key_.getChildrenNames(names, 2);
+  EXPECT_EQ((std::list<std::string>{"existing", "c0", "c1"}), names);
+}
+
 // A tree is deleted whole and a missing one is no error; a key named SOFTWARE in any case is
 // emptied but kept.
 TEST_F(RegistryKeyTest, RecursiveDeleteRemovesTheTreeButKeepsAKeyNamedSoftware) {
