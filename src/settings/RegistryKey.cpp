@@ -4,8 +4,8 @@
 
 #include <memory>
 
+#include "system/OsVersion.h"
 #include "system/Win32Exception.h"
-#include "updater/OsVersion.h"
 
 namespace {
 
@@ -24,9 +24,7 @@ RegistryKey::RegistryKey(const std::string& path, bool create, HKEY root) : secu
   open(path, create, root);
 }
 
-RegistryKey::~RegistryKey() {
-  RegCloseKey(handle_);
-}
+RegistryKey::~RegistryKey() = default;
 
 void RegistryKey::initAccessMask() {
   accessMask_ = KEY_ALL_ACCESS;
@@ -34,7 +32,7 @@ void RegistryKey::initAccessMask() {
 
 void RegistryKey::open(const std::string& path, bool create, HKEY root) {
   try {
-    regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, &handle_);
+    regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, handle_.receive());
     return;
   } catch (const Win32Exception&) {
     if (!create)
@@ -43,7 +41,7 @@ void RegistryKey::open(const std::string& path, bool create, HKEY root) {
   DWORD disposition = 0;
   if (OsVersion::getInstance().isNt()) {
     regCreateKeyEx(root, path, 0, "", REG_OPTION_NON_VOLATILE, accessMask_,
-                   security_.getSecurityAttributes(), &handle_, &disposition);
+                   security_.getSecurityAttributes(), handle_.receive(), &disposition);
     return;
   }
   // Without NT the path is created one level at a time.
@@ -62,12 +60,11 @@ void RegistryKey::open(const std::string& path, bool create, HKEY root) {
       prefix += rest.substr(0, slash);
       rest.erase(0, slash);
     }
-    HKEY level = nullptr;
+    ScopedKey level;
     regCreateKeyEx(root, prefix, 0, "", REG_OPTION_NON_VOLATILE, accessMask_,
-                   security_.getSecurityAttributes(), &level, &disposition);
-    RegCloseKey(level);
+                   security_.getSecurityAttributes(), level.receive(), &disposition);
   }
-  regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, &handle_);
+  regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, handle_.receive());
 }
 
 void RegistryKey::regOpenKeyEx(HKEY root,
@@ -100,7 +97,7 @@ bool RegistryKey::getValue(const std::string& name, unsigned long& value) {
   DWORD type = 0;
   DWORD data = 0;
   DWORD size = sizeof(data);
-  const LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type,
+  const LONG status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type,
                                        reinterpret_cast<BYTE*>(&data), &size);
   if (status == ERROR_FILE_NOT_FOUND)
     return false;
@@ -118,12 +115,12 @@ bool RegistryKey::getValue(const std::string& name, unsigned long& value) {
 bool RegistryKey::getValue(const std::string& name, std::string& value) {
   DWORD type = 0;
   DWORD size = 0;
-  LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, nullptr, &size);
+  LONG status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type, nullptr, &size);
   if (status == ERROR_FILE_NOT_FOUND)
     return false;
   if (status == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ)) {
     std::unique_ptr<char[]> buffer(new char[size + 1]());
-    status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type,
+    status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type,
                               reinterpret_cast<BYTE*>(buffer.get()), &size);
     if (status != ERROR_SUCCESS)
       throw registryError("RegistryKey::getValue() " + name, status, __LINE__);
@@ -139,11 +136,11 @@ bool RegistryKey::getValue(const std::string& name, std::string& value) {
 bool RegistryKey::getValue(const std::string& name, std::vector<unsigned char>& value) {
   DWORD type = 0;
   DWORD size = 0;
-  LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, nullptr, &size);
+  LONG status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type, nullptr, &size);
   if (status != ERROR_SUCCESS)
     return false;
   std::vector<unsigned char> buffer(size);
-  status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, buffer.data(), &size);
+  status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type, buffer.data(), &size);
   if (status == ERROR_FILE_NOT_FOUND)
     return false;
   if (status == ERROR_SUCCESS && type == REG_BINARY) {
@@ -158,22 +155,22 @@ bool RegistryKey::getValue(const std::string& name, std::vector<unsigned char>& 
 
 void RegistryKey::setValue(const std::string& name, unsigned long value) {
   const DWORD data = value;
-  const LONG status = RegSetValueExA(handle_, name.c_str(), 0, REG_DWORD,
+  const LONG status = RegSetValueExA(handle_.get(), name.c_str(), 0, REG_DWORD,
                                      reinterpret_cast<const BYTE*>(&data), sizeof(data));
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::setValue(ulong): Unable to set " + name, status, __LINE__);
 }
 
 void RegistryKey::setValue(const std::string& name, const std::string& value) {
-  const LONG status =
-      RegSetValueExA(handle_, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                     static_cast<DWORD>(value.size() + 1));
+  const LONG status = RegSetValueExA(handle_.get(), name.c_str(), 0, REG_SZ,
+                                     reinterpret_cast<const BYTE*>(value.c_str()),
+                                     static_cast<DWORD>(value.size() + 1));
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::setValue(string): Unable to set " + name, status, __LINE__);
 }
 
 void RegistryKey::setValue(const std::string& name, const std::vector<unsigned char>& value) {
-  const LONG status = RegSetValueExA(handle_, name.c_str(), 0, REG_BINARY, value.data(),
+  const LONG status = RegSetValueExA(handle_.get(), name.c_str(), 0, REG_BINARY, value.data(),
                                      static_cast<DWORD>(value.size()));
   // Deliberately the string variant's text.
   if (status != ERROR_SUCCESS)
@@ -181,7 +178,7 @@ void RegistryKey::setValue(const std::string& name, const std::vector<unsigned c
 }
 
 void RegistryKey::deleteValue(const std::string& name) {
-  const LONG status = RegDeleteValueA(handle_, name.c_str());
+  const LONG status = RegDeleteValueA(handle_.get(), name.c_str());
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::deleteValue()", status, __LINE__);
 }
@@ -191,7 +188,7 @@ void RegistryKey::getChildrenNames(std::list<std::string>& names, int maxCount) 
     char name[kNameBufferLength];
     DWORD length = kNameBufferLength;
     const LONG status =
-        RegEnumKeyExA(handle_, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+        RegEnumKeyExA(handle_.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
     if (status == ERROR_NO_MORE_ITEMS)
       return;
     if (status != ERROR_SUCCESS)
@@ -205,7 +202,7 @@ void RegistryKey::getValueNames(std::list<std::string>& names) {
     char name[kNameBufferLength];
     DWORD length = kNameBufferLength;
     const LONG status =
-        RegEnumValueA(handle_, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+        RegEnumValueA(handle_.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
     if (status == ERROR_NO_MORE_ITEMS)
       return;
     if (status != ERROR_SUCCESS)
@@ -215,27 +212,22 @@ void RegistryKey::getValueNames(std::list<std::string>& names) {
 }
 
 bool RegistryKey::recurseDeleteKey(const std::string& path, HKEY root) {
-  HKEY key = nullptr;
-  LONG status = RegOpenKeyExA(root, path.c_str(), 0, KEY_ALL_ACCESS, &key);
+  ScopedKey key;
+  LONG status = RegOpenKeyExA(root, path.c_str(), 0, KEY_ALL_ACCESS, key.receive());
   if (status == ERROR_FILE_NOT_FOUND)
     return true;
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::recurseDeleteKey() RegOpenKey()", status, __LINE__);
-  try {
-    // Always index 0: each recursion removes the child, so the next one moves up.
-    for (;;) {
-      char child[256];
-      DWORD length = sizeof(child);
-      if (RegEnumKeyExA(key, 0, child, &length, nullptr, nullptr, nullptr, nullptr) !=
-          ERROR_SUCCESS)
-        break;
-      recurseDeleteKey(child, key);
-    }
-  } catch (...) {
-    RegCloseKey(key);
-    throw;
+  // Always index 0: each recursion removes the child, so the next one moves up.
+  for (;;) {
+    char child[256];
+    DWORD length = sizeof(child);
+    if (RegEnumKeyExA(key.get(), 0, child, &length, nullptr, nullptr, nullptr, nullptr) !=
+        ERROR_SUCCESS)
+      break;
+    recurseDeleteKey(child, key.get());
   }
-  RegCloseKey(key);
+  key.close();
   // The key "SOFTWARE" itself is kept, though its subkeys are gone by now; deliberate.
   if (_mbsicmp(reinterpret_cast<const unsigned char*>(path.c_str()),
                reinterpret_cast<const unsigned char*>("SOFTWARE")) == 0)

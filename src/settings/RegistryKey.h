@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "system/SecurityEveryone.h"
+#include "system/UniqueHandle.h"
 
 // Owner of one open registry key. The constructor opens the key (or creates it, with a
 // descriptor granting Everyone full access) and either leaves an open handle or throws; the
@@ -21,7 +22,7 @@ class RegistryKey {
   RegistryKey(const RegistryKey&) = delete;
   RegistryKey& operator=(const RegistryKey&) = delete;
 
-  HKEY getHandle() const { return handle_; }
+  HKEY getHandle() const { return handle_.get(); }
 
   static void regOpenKeyEx(HKEY root,
                            const std::string& subKey,
@@ -64,7 +65,7 @@ class RegistryKey {
   virtual void open(const std::string& path, bool create, HKEY root);
 
  private:
-  HKEY handle_ = nullptr;
   SecurityEveryone security_;
+  ScopedKey handle_;  // Closed before the descriptor goes.
   REGSAM accessMask_ = 0;
 };

@@ -4,7 +4,7 @@
 
 Mutex::Mutex(bool initialOwner, const std::string& name, bool allowEveryone) : name_(name) {
   if (!allowEveryone) {
-    handle_ = createMutex(nullptr, initialOwner, name);
+    handle_.reset(createMutex(nullptr, initialOwner, name));
     return;
   }
   SECURITY_DESCRIPTOR descriptor;
@@ -15,12 +15,10 @@ Mutex::Mutex(bool initialOwner, const std::string& name, bool allowEveryone) : n
   if (!SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE))
     throw Win32Exception("Mutex::Mutex() SetSecurityDescriptorDacl failed", GetLastError(), "", 0);
   SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), &descriptor, FALSE};
-  handle_ = createMutex(&attributes, initialOwner, name);
+  handle_.reset(createMutex(&attributes, initialOwner, name));
 }
 
-Mutex::~Mutex() {
-  CloseHandle(handle_);
-}
+Mutex::~Mutex() = default;
 
 HANDLE Mutex::createMutex(SECURITY_ATTRIBUTES* securityAttributes,
                           bool initialOwner,
@@ -40,7 +38,7 @@ HANDLE Mutex::createMutex(SECURITY_ATTRIBUTES* securityAttributes,
 bool Mutex::acquire(DWORD timeoutMs) {
   if (timeoutMs == 0)
     return false;
-  switch (WaitForSingleObject(handle_, timeoutMs)) {
+  switch (WaitForSingleObject(handle_.get(), timeoutMs)) {
     case WAIT_OBJECT_0:
     case WAIT_ABANDONED:
       ownerThread_ = GetCurrentThreadId();
@@ -63,7 +61,7 @@ void Mutex::release() {
   while (holds > 0) {
     --holds;
     --holdCount_;
-    if (!ReleaseMutex(handle_))
+    if (!ReleaseMutex(handle_.get()))
       throw Win32Exception("Mutex::release() ReleaseMutex failed", GetLastError(), "Mutex",
                            __LINE__);
   }

@@ -54,6 +54,13 @@ class UpdatesController {
   // when the folder is unknown.
   std::string getDataUpdatesDirectory();
 
+  // The outcome flags that other components read: the DWORD `name` in "Settings\Updater" is set
+  // to `value` unless it holds 2 (a flag that another component set to 2 is never overwritten);
+  // an absent flag is created as 0 first.
+  static void setUpdaterFlag(const std::string& name, uint32_t value);
+  static void setDataUpdatedFlag();
+  static void setCompleteSoftwareUpdatedFlag();
+
   static void setShellExecuteFunction(ShellExecuteFunction function);
 
  private:

@@ -5,8 +5,8 @@
 #include <cstdio>
 
 #include "logging/FunctionTrace.h"
-#include "updater/CurrentProcess.h"
-#include "updater/OsVersion.h"
+#include "system/CurrentProcess.h"
+#include "system/OsVersion.h"
 
 namespace {
 
@@ -136,16 +136,14 @@ std::string TandemUtilities::getCountryCode() {
   char buffer[10] = {};
   snprintf(buffer, sizeof(buffer), "%.8X", static_cast<unsigned>(GetSystemDefaultLangID()));
   const std::string code = buffer;
-  if (trace.isOn())
-    trace.setRc(code);
+  trace.setRc(code);
   return code;
 }
 
 std::string TandemUtilities::getLanguageCode() {
   FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "TandemUtilities::getLanguageCode()");
   const std::string code = std::to_string(languageNumber(GetUserDefaultLangID()));
-  if (trace.isOn())
-    trace.setRc(code);
+  trace.setRc(code);
   return code;
 }
 
@@ -160,23 +158,20 @@ std::string TandemUtilities::getOsCode() {
       code = "5";
       // isWow64() is asked first; is64BitProcess() is always true, so this is always "9".
       if (OsVersion::getInstance().isWow64() || CurrentProcess::getInstance()->is64BitProcess()) {
-        if (trace.isOn())
-          trace.log("is 64 bit XP");
+        trace.detail("is 64 bit XP");
         code = "9";
       }
       break;
     case OsVersion::kWindowsVista:
       code = "10";
       if (OsVersion::getInstance().isWow64() || CurrentProcess::getInstance()->is64BitProcess()) {
-        if (trace.isOn())
-          trace.log("is 64 bit Vista");
+        trace.detail("is 64 bit Vista");
         code = "11";
       }
       break;
     default:
       break;
   }
-  if (trace.isOn())
-    trace.setRc(code);
+  trace.setRc(code);
   return code;
 }

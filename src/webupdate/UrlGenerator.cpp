@@ -35,8 +35,7 @@ void UrlGenerator::initialize() {
   replaceFirst(baseUrl_, kLanguageCodePlaceholder, &TandemUtilities::getLanguageCode);
   replaceFirst(baseUrl_, kCountryCodePlaceholder, &TandemUtilities::getCountryCode);
   replaceFirst(baseUrl_, kOsCodePlaceholder, &TandemUtilities::getOsCode);
-  if (trace.isOn())
-    trace.log(" WebServerBase URL = '" + baseUrl_ + "'");
+  trace.detail([&] { return " WebServerBase URL = '" + baseUrl_ + "'"; });
 }
 
 std::string UrlGenerator::generateUrl(uint32_t function) {
@@ -57,8 +56,7 @@ std::string UrlGenerator::generateUrl(uint32_t function) {
       setting = SettingsKeys::kTandemOrreryDownloadPackageCode;
       break;
     default:
-      if (trace.isOn())
-        trace.log(" INVALID UrlFunction passed into the function!!");
+      trace.detail(" INVALID UrlFunction passed into the function!!");
       break;
   }
   std::string packageCode;
@@ -68,7 +66,6 @@ std::string UrlGenerator::generateUrl(uint32_t function) {
   std::string url = baseUrl_;
   if (!packageCode.empty())
     replaceFirst(url, kPackageCodePlaceholder, [&packageCode] { return packageCode; });
-  if (trace.isOn())
-    trace.setRc(url);
+  trace.setRc(url);
   return url;
 }

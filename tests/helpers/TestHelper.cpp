@@ -20,26 +20,13 @@
 #include "settings/Settings.h"
 #include "system/DllSearch.h"
 #include "system/Mutex.h"
-#include "updater/CurrentProcess.h"
-#include "updater/Localize.h"
-#include "updater/OsVersion.h"
+#include "system/CurrentProcess.h"
+#include "system/Localize.h"
+#include "system/OsVersion.h"
+#include "updater/ProcessScope.h"
 #include "webupdate/TandemUtilities.h"
 
 namespace {
-
-// The program's start-up and teardown around one command.
-struct ProgramScope {
-  ProgramScope() {
-    Localize::createInstance(nullptr);
-    Logger::createInstance();
-  }
-  ~ProgramScope() {
-    CurrentProcess::destroyInstance();
-    DeviceEnumerator::destroy();
-    Logger::destroyInstance();
-    Localize::destroyInstance();
-  }
-};
 
 void print(const char* key, const std::string& value) {
   printf("%s=%s\n", key, value.c_str());
@@ -47,7 +34,7 @@ void print(const char* key, const std::string& value) {
 }
 
 void probe() {
-  ProgramScope scope;
+  const ProcessScope process;
   const Localize& localize = *Localize::getInstance();
   const OsVersion& os = OsVersion::getInstance();
   print("localId", localize.getLocalId());
@@ -79,7 +66,7 @@ void mutexHold(const std::string& name, DWORD ms, const std::string& mode) {
 // that a torn or overlapped line shows.
 void writeLines(const std::string& tag, int count, const std::string& gate) {
   HANDLE event = OpenEventA(SYNCHRONIZE, FALSE, gate.c_str());
-  ProgramScope scope;
+  const ProcessScope process;
   print("ready", "1");
   WaitForSingleObject(event, 60000);
   CloseHandle(event);

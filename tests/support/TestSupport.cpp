@@ -7,7 +7,8 @@
 #include <sstream>
 
 #include "logging/Logger.h"
-#include "updater/Localize.h"
+#include "settings/SettingsLogSwitches.h"
+#include "system/Localize.h"
 
 namespace testsupport {
 
@@ -77,8 +78,9 @@ void ScopedStore::remove(const std::string& section, const std::string& name) {
 }
 
 void restartLogger() {
+  static const SettingsLogSwitches switches;
   Logger::destroyInstance();
-  Logger::createInstance();
+  Logger::createInstance(switches);
 }
 
 LogCapture::LogCapture(DWORD allMask, bool headers) : path_(Logger::getLogFilePath()) {

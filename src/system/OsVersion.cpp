@@ -1,7 +1,8 @@
-#include "updater/OsVersion.h"
+#include "system/OsVersion.h"
 
 #include <winspool.h>
 
+#include "system/ExportLookup.h"
 #include "system/Win32Exception.h"
 
 namespace {
@@ -83,12 +84,10 @@ std::string OsVersion::getPrinterDriverDirectory() const {
 }
 
 bool OsVersion::isWow64() const {
-  using IsWow64ProcessFn = BOOL(WINAPI*)(HANDLE, PBOOL);
   HMODULE kernel = GetModuleHandleA("kernel32");
   if (kernel == nullptr)
     return false;
-  auto isWow64Process = reinterpret_cast<IsWow64ProcessFn>(
-      reinterpret_cast<void*>(GetProcAddress(kernel, "IsWow64Process")));
+  auto isWow64Process = LOOKUP_EXPORT(kernel, IsWow64Process);
   if (isWow64Process == nullptr)
     return false;
   BOOL wow64 = FALSE;
