@@ -193,7 +193,7 @@ double runWriters(const char* mode, int processes, int linesEach) {
       fprintf(stderr, "CreateProcess failed: %lu\n", GetLastError());
       exit(1);
     }
-    ScopedHandle(process.hThread);
+    const ScopedHandle thread(process.hThread);  // Not needed: closed at once.
     children.emplace_back(process.hProcess);
   }
   for (int i = 0; i < processes; ++i)

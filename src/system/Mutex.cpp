@@ -8,12 +8,15 @@ Mutex::Mutex(bool initialOwner, const std::string& name, bool allowEveryone) : n
     return;
   }
   SECURITY_DESCRIPTOR descriptor;
-  if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION))
-    throw Win32Exception("Mutex::Mutex() InitializeSecurityDescriptor failed", GetLastError(), "",
-                         0);
+  if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION)) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Mutex::Mutex() InitializeSecurityDescriptor failed", error, "", 0);
+  }
   // A null DACL: every user's processes may open the mutex.
-  if (!SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE))
-    throw Win32Exception("Mutex::Mutex() SetSecurityDescriptorDacl failed", GetLastError(), "", 0);
+  if (!SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE)) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Mutex::Mutex() SetSecurityDescriptorDacl failed", error, "", 0);
+  }
   SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), &descriptor, FALSE};
   handle_.reset(createMutex(&attributes, initialOwner, name));
 }
@@ -25,9 +28,10 @@ HANDLE Mutex::createMutex(SECURITY_ATTRIBUTES* securityAttributes,
                           const std::string& name) {
   // An existing mutex of that name is opened and used as it is.
   HANDLE handle = CreateMutexA(securityAttributes, initialOwner ? TRUE : FALSE, name.c_str());
-  if (handle == nullptr)
-    throw Win32Exception("Mutex::createMutex() CreateMutex failed", GetLastError(), "Mutex",
-                         __LINE__);
+  if (handle == nullptr) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Mutex::createMutex() CreateMutex failed", error, "Mutex", __LINE__);
+  }
   if (initialOwner) {
     ownerThread_ = GetCurrentThreadId();
     ++holdCount_;
@@ -46,9 +50,10 @@ bool Mutex::acquire(DWORD timeoutMs) {
       return true;
     case WAIT_TIMEOUT:
       return false;
-    default:
-      throw Win32Exception("Mutex::acquire() WaitForSingleObject failed", GetLastError(), "Mutex",
-                           __LINE__);
+    default: {
+      const DWORD error = GetLastError();
+      throw Win32Exception("Mutex::acquire() WaitForSingleObject failed", error, "Mutex", __LINE__);
+    }
   }
 }
 
@@ -61,9 +66,10 @@ void Mutex::release() {
   while (holds > 0) {
     --holds;
     --holdCount_;
-    if (!ReleaseMutex(handle_.get()))
-      throw Win32Exception("Mutex::release() ReleaseMutex failed", GetLastError(), "Mutex",
-                           __LINE__);
+    if (!ReleaseMutex(handle_.get())) {
+      const DWORD error = GetLastError();
+      throw Win32Exception("Mutex::release() ReleaseMutex failed", error, "Mutex", __LINE__);
+    }
   }
 }
 

@@ -12,15 +12,19 @@ const OsVersion g_osVersion;
 OsVersion::OsVersion() {
   ZeroMemory(&info_, sizeof(info_));
   info_.dwOSVersionInfoSize = sizeof(OSVERSIONINFOA);
-  if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info_)))
-    throw Win32Exception("OsVersion::OsVersion(): GetVersionEx failed", GetLastError(), "OsVersion",
+  if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info_))) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("OsVersion::OsVersion(): GetVersionEx failed", error, "OsVersion",
                          __LINE__);
+  }
   // The extended record is asked for only where the plain query showed a system that has it.
   if (isWin2000OrLater()) {
     info_.dwOSVersionInfoSize = sizeof(OSVERSIONINFOEXA);
-    if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info_)))
+    if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info_))) {
+      const DWORD error = GetLastError();
       throw Win32Exception("OsVersion::OsVersion(): GetVersionEx failed with OSVERSIONINFOEX",
-                           GetLastError(), "OsVersion", __LINE__);
+                           error, "OsVersion", __LINE__);
+    }
   }
 }
 
