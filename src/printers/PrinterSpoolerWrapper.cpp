@@ -16,6 +16,21 @@ namespace {
 
 const DWORD kDefaultPollInterval = 30000;
 
+// Pauses or resumes one printer: `command` is PRINTER_CONTROL_PAUSE or _RESUME and `name` the
+// word after "PRINTER_CONTROL_". Traces the outcome; false when the spooler refused.
+bool controlPrinter(HANDLE printer, DWORD command, const char* name, FunctionTrace& trace) {
+  if (SetPrinterA(printer, 0, nullptr, command)) {
+    trace.detail([&] { return LogText("Printer was ") + name + "D successfully"; });
+    return true;
+  }
+  const DWORD error = GetLastError();
+  trace.detail([&] {
+    return LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_") + name + ") failed." +
+           " GetLastError()=" + decimal(error);
+  });
+  return false;
+}
+
 }  // namespace
 
 bool PrinterSpoolerWrapper::canWeOpenPrintersInAdminMode() {
@@ -106,19 +121,12 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
   // next run to resume them.
   pauseRecord_.hold(names);
   for (HANDLE printer : handles) {
-    if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_PAUSE)) {
-      trace.detail("Printer was PAUSED successfully");
-      continue;
+    if (!controlPrinter(printer, PRINTER_CONTROL_PAUSE, "PAUSE", trace)) {
+      result = false;
+      // Release the printers paused so far (and, harmlessly, the rest).
+      resumePrinters(handles);
+      break;
     }
-    const DWORD error = GetLastError();
-    result = false;
-    trace.detail([&] {
-      return LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_PAUSE) failed.") +
-             " GetLastError()=" + decimal(error);
-    });
-    // Release the printers paused so far (and, harmlessly, the rest).
-    resumePrinters(handles);
-    break;
   }
   return trace.returning(result);
 }
@@ -158,16 +166,8 @@ bool PrinterSpoolerWrapper::resumePrinters(std::list<HANDLE> handles) {
       FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::resumePrinters() ");
   bool result = true;
   for (HANDLE printer : handles) {
-    if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_RESUME)) {
-      trace.detail("Printer was RESUMED successfully");
-      continue;
-    }
-    const DWORD error = GetLastError();
-    result = false;
-    trace.detail([&] {
-      return LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_RESUME) failed.") +
-             " GetLastError()=" + decimal(error);
-    });
+    if (!controlPrinter(printer, PRINTER_CONTROL_RESUME, "RESUME", trace))
+      result = false;
   }
   pauseRecord_.release();
   return trace.returning(result);

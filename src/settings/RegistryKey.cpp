@@ -2,6 +2,7 @@
 
 #include <mbstring.h>
 
+#include <climits>
 #include <memory>
 
 #include "system/OsVersion.h"
@@ -15,6 +16,27 @@ const DWORD kNameBufferLength = 261;
 
 Win32Exception registryError(const std::string& message, LONG code, int line) {
   return Win32Exception(message, static_cast<uint32_t>(code), kSource, static_cast<uint32_t>(line));
+}
+
+// Appends at most `maxCount` of the names that `enumerate` (RegEnumKeyExA or RegEnumValueA) hands
+// out for `key`, in their order; a failure other than the end of the list throws as `operation`.
+template <typename Enumerate>
+void appendNames(HKEY key,
+                 Enumerate enumerate,
+                 int maxCount,
+                 const char* operation,
+                 int line,
+                 std::list<std::string>& names) {
+  for (DWORD index = 0; static_cast<int>(index) < maxCount; ++index) {
+    char name[kNameBufferLength];
+    DWORD length = kNameBufferLength;
+    const LONG status = enumerate(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_NO_MORE_ITEMS)
+      return;
+    if (status != ERROR_SUCCESS)
+      throw registryError(operation, status, line);
+    names.emplace_back(name, length);
+  }
 }
 
 }  // namespace
@@ -32,16 +54,14 @@ void RegistryKey::initAccessMask() {
 
 void RegistryKey::open(const std::string& path, bool create, HKEY root) {
   try {
-    regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, handle_.receive());
+    regOpenKeyEx(root, path, handle_.receive());
     return;
   } catch (const Win32Exception&) {
     if (!create)
       throw;
   }
-  DWORD disposition = 0;
   if (OsVersion::getInstance().isNt()) {
-    regCreateKeyEx(root, path, 0, "", REG_OPTION_NON_VOLATILE, accessMask_,
-                   security_.getSecurityAttributes(), handle_.receive(), &disposition);
+    regCreateKeyEx(root, path, handle_.receive());
     return;
   }
   // Without NT the path is created one level at a time.
@@ -61,34 +81,22 @@ void RegistryKey::open(const std::string& path, bool create, HKEY root) {
       rest.erase(0, slash);
     }
     ScopedKey level;
-    regCreateKeyEx(root, prefix, 0, "", REG_OPTION_NON_VOLATILE, accessMask_,
-                   security_.getSecurityAttributes(), level.receive(), &disposition);
+    regCreateKeyEx(root, prefix, level.receive());
   }
-  regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, handle_.receive());
+  regOpenKeyEx(root, path, handle_.receive());
 }
 
-void RegistryKey::regOpenKeyEx(HKEY root,
-                               const std::string& subKey,
-                               DWORD options,
-                               REGSAM access,
-                               HKEY* result) {
-  const LONG status = RegOpenKeyExA(root, subKey.c_str(), options, access, result);
+void RegistryKey::regOpenKeyEx(HKEY root, const std::string& subKey, HKEY* result) {
+  const LONG status = RegOpenKeyExA(root, subKey.c_str(), 0, KEY_ALL_ACCESS, result);
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::regOpenKeyEx()", status, __LINE__);
 }
 
-void RegistryKey::regCreateKeyEx(HKEY root,
-                                 const std::string& subKey,
-                                 DWORD reserved,
-                                 const std::string& className,
-                                 DWORD options,
-                                 REGSAM access,
-                                 SECURITY_ATTRIBUTES* securityAttributes,
-                                 HKEY* result,
-                                 DWORD* disposition) {
+void RegistryKey::regCreateKeyEx(HKEY root, const std::string& subKey, HKEY* result) {
+  char noClass[] = "";
   const LONG status =
-      RegCreateKeyExA(root, subKey.c_str(), reserved, const_cast<char*>(className.c_str()), options,
-                      access, securityAttributes, result, disposition);
+      RegCreateKeyExA(root, subKey.c_str(), 0, noClass, REG_OPTION_NON_VOLATILE, accessMask_,
+                      security_.getSecurityAttributes(), result, nullptr);
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::regCreateKeyEx()", status, __LINE__);
 }
@@ -184,31 +192,13 @@ void RegistryKey::deleteValue(const std::string& name) {
 }
 
 void RegistryKey::getChildrenNames(std::list<std::string>& names, int maxCount) {
-  for (DWORD index = 0; static_cast<int>(index) < maxCount; ++index) {
-    char name[kNameBufferLength];
-    DWORD length = kNameBufferLength;
-    const LONG status =
-        RegEnumKeyExA(handle_.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
-    if (status == ERROR_NO_MORE_ITEMS)
-      return;
-    if (status != ERROR_SUCCESS)
-      throw registryError("RegistryKey::getChildrenNames()", status, __LINE__);
-    names.emplace_back(name, length);
-  }
+  appendNames(handle_.get(), RegEnumKeyExA, maxCount, "RegistryKey::getChildrenNames()", __LINE__,
+              names);
 }
 
 void RegistryKey::getValueNames(std::list<std::string>& names) {
-  for (DWORD index = 0;; ++index) {
-    char name[kNameBufferLength];
-    DWORD length = kNameBufferLength;
-    const LONG status =
-        RegEnumValueA(handle_.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
-    if (status == ERROR_NO_MORE_ITEMS)
-      return;
-    if (status != ERROR_SUCCESS)
-      throw registryError("RegistryKey:getValueNames()", status, __LINE__);
-    names.emplace_back(name, length);
-  }
+  appendNames(handle_.get(), RegEnumValueA, INT_MAX, "RegistryKey:getValueNames()", __LINE__,
+              names);
 }
 
 bool RegistryKey::recurseDeleteKey(const std::string& path, HKEY root) {

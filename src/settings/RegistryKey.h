@@ -24,21 +24,6 @@ class RegistryKey {
 
   HKEY getHandle() const { return handle_.get(); }
 
-  static void regOpenKeyEx(HKEY root,
-                           const std::string& subKey,
-                           DWORD options,
-                           REGSAM access,
-                           HKEY* result);
-  static void regCreateKeyEx(HKEY root,
-                             const std::string& subKey,
-                             DWORD reserved,
-                             const std::string& className,
-                             DWORD options,
-                             REGSAM access,
-                             SECURITY_ATTRIBUTES* securityAttributes,
-                             HKEY* result,
-                             DWORD* disposition);
-
   // Typed reads: false when the value is absent (the out value is untouched); a value of another
   // type throws. Strings come back unexpanded from REG_EXPAND_SZ.
   bool getValue(const std::string& name, unsigned long& value);
@@ -65,6 +50,10 @@ class RegistryKey {
   virtual void open(const std::string& path, bool create, HKEY root);
 
  private:
+  // Open with full access / create with the Everyone descriptor, or throw.
+  static void regOpenKeyEx(HKEY root, const std::string& subKey, HKEY* result);
+  void regCreateKeyEx(HKEY root, const std::string& subKey, HKEY* result);
+
   SecurityEveryone security_;
   ScopedKey handle_;  // Closed before the descriptor goes.
   REGSAM accessMask_ = 0;

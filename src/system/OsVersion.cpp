@@ -45,31 +45,26 @@ bool OsVersion::isVistaOrLater() const {
 }
 
 uint32_t OsVersion::getWindowsVersion() const {
-  const DWORD major = info_.dwMajorVersion;
-  const DWORD minor = info_.dwMinorVersion;
-  if (info_.dwPlatformId == VER_PLATFORM_WIN32_WINDOWS) {
-    if (major == 4 && minor == 0)
-      return kWindows95;
-    if (major == 4 && minor == 10)
-      return kWindows98;
-    if (major == 4 && minor == 90)
-      return kWindowsMe;
-    return kUnknown;
+  struct Known {
+    DWORD platform, major, minor;
+    uint32_t code;
+  };
+  static const Known kKnown[] = {
+      {VER_PLATFORM_WIN32_WINDOWS, 4, 0, kWindows95},
+      {VER_PLATFORM_WIN32_WINDOWS, 4, 10, kWindows98},
+      {VER_PLATFORM_WIN32_WINDOWS, 4, 90, kWindowsMe},
+      {VER_PLATFORM_WIN32_NT, 4, 0, kWindowsNt4},
+      {VER_PLATFORM_WIN32_NT, 5, 0, kWindows2000},
+      {VER_PLATFORM_WIN32_NT, 5, 1, kWindowsXp},
+      {VER_PLATFORM_WIN32_NT, 5, 2, kWindows2003},
+      {VER_PLATFORM_WIN32_NT, 6, 0, kWindowsVista},
+      {VER_PLATFORM_WIN32_NT, 6, 1, kWindows7},
+  };
+  for (const Known& known : kKnown) {
+    if (info_.dwPlatformId == known.platform && info_.dwMajorVersion == known.major &&
+        info_.dwMinorVersion == known.minor)
+      return known.code;
   }
-  if (!isNt())
-    return kUnknown;
-  if (major == 4 && minor == 0)
-    return kWindowsNt4;
-  if (major == 5 && minor == 0)
-    return kWindows2000;
-  if (major == 5 && minor == 1)
-    return kWindowsXp;
-  if (major == 5 && minor == 2)
-    return kWindows2003;
-  if (major == 6 && minor == 0)
-    return kWindowsVista;
-  if (major == 6 && minor == 1)
-    return kWindows7;
   return kUnknown;
 }
 

@@ -55,14 +55,27 @@ void UpdatesController::performUpdates() {
     return;
   }
   trace.detail("Updates are available, now, we will attempt to download and install them");
+  switch (decideInstallation(type, trace)) {
+    case InstallDecision::kInstall:
+      if (!downloadAndInstallUpdates(type))
+        trace.detail(kDownloadOrInstallFailed);
+      break;
+    case InstallDecision::kElevate:
+      trace.detail(kUacEnabledElevating);
+      launchElevatedProcess();
+      break;
+    case InstallDecision::kStop:
+      break;
+  }
+}
 
+UpdatesController::InstallDecision UpdatesController::decideInstallation(typeOfUpdateAvailable type,
+                                                                         FunctionTrace& trace) {
   if (!OsVersion::getInstance().isVistaOrLater()) {
     trace.detail(
         "The OS is Win XP or Win 2K, we have the spooler privilages, we do not need extra "
         "permissions");
-    if (!downloadAndInstallUpdates(type))
-      trace.detail(kDownloadOrInstallFailed);
-    return;
+    return InstallDecision::kInstall;
   }
   trace.detail("We are running on Windows Vista, following the Vista algorithm");
 
@@ -71,25 +84,21 @@ void UpdatesController::performUpdates() {
     // isUacEnabled() is constant true; the branch is kept on purpose.
     if (!CurrentProcess::getInstance()->isUacEnabled()) {
       trace.detail("UAC is NOT enabled under non admin login, EXITING UPDATE PROCESS");
-      return;
+      return InstallDecision::kStop;
     }
     // A relaunched child never relaunches again.
     if (isProcessElevated()) {
       trace.detail("Elevated permissions and still not an Admin. UAC must be off.");
       trace.detail("Exiting update process.");
-      return;
+      return InstallDecision::kStop;
     }
-    trace.detail(kUacEnabledElevating);
-    launchElevatedProcess();
-    return;
+    return InstallDecision::kElevate;
   }
   trace.detail("The current process has admin permissions!");
 
   if (type == 1) {
     trace.detail("This is a CATALOG only update, so we are installing the updates right away!");
-    if (!downloadAndInstallUpdates(1))
-      trace.detail(kDownloadOrInstallFailed);
-    return;
+    return InstallDecision::kInstall;
   }
   trace.detail("This is a CATALOG + DLLs update");
 
@@ -97,22 +106,16 @@ void UpdatesController::performUpdates() {
     trace.detail(
         "The process has already been elevated. We have all the permissions we need, attempting "
         "to install updates now.");
-    if (!downloadAndInstallUpdates(type))
-      trace.detail(kDownloadOrInstallFailed);
-    return;
+    return InstallDecision::kInstall;
   }
   trace.detail("The process has NOT been elevated.");
 
-  if (CurrentProcess::getInstance()->isUacEnabled()) {
-    trace.detail(kUacEnabledElevating);
-    launchElevatedProcess();
-    return;
-  }
+  if (CurrentProcess::getInstance()->isUacEnabled())
+    return InstallDecision::kElevate;
   trace.detail(
       "UAC is NOT enabled and we are running under an admin user. i.e. We have permissions to "
       "write into the drivers dir. Installing updates...");
-  if (!downloadAndInstallUpdates(type))
-    trace.detail(kDownloadOrInstallFailed);
+  return InstallDecision::kInstall;
 }
 
 bool UpdatesController::isInternetStateOk() {

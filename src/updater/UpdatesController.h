@@ -10,6 +10,8 @@
 #include "webupdate/UrlGenerator.h"
 #include "webupdate/WebUpdaterAdapter.h"
 
+class FunctionTrace;
+
 // What checkForUpdates() found: 0 nothing, 1 catalog data only, 2 software only, 3 both.
 using typeOfUpdateAvailable = uint32_t;
 
@@ -64,6 +66,11 @@ class UpdatesController {
   static void setShellExecuteFunction(ShellExecuteFunction function);
 
  private:
+  enum class InstallDecision { kInstall, kElevate, kStop };
+  // Whether this process installs the updates itself, relaunches itself elevated or stops, from
+  // the Windows version, its rights, the "-UAC" marker and the kind of update.
+  InstallDecision decideInstallation(typeOfUpdateAvailable type, FunctionTrace& trace);
+
   WebUpdaterAdapter webUpdater_;
   UrlGenerator urlGenerator_;
   PrinterSpoolerWrapper spooler_;

@@ -150,27 +150,30 @@ std::string TandemUtilities::getLanguageCode() {
 std::string TandemUtilities::getOsCode() {
   FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "TandemUtilities::getOsCode()");
   std::string code = "3";
+  const char* code64 = nullptr;  // The code of the 64-bit edition, and the line that says so.
+  const char* note64 = nullptr;
   switch (OsVersion::getInstance().getWindowsVersion()) {
     case OsVersion::kWindowsXp:
       code = "5";
       break;
     case OsVersion::kWindows2003:
       code = "5";
-      // isWow64() is asked first; is64BitProcess() is always true, so this is always "9".
-      if (OsVersion::getInstance().isWow64() || CurrentProcess::getInstance()->is64BitProcess()) {
-        trace.detail("is 64 bit XP");
-        code = "9";
-      }
+      code64 = "9";
+      note64 = "is 64 bit XP";
       break;
     case OsVersion::kWindowsVista:
       code = "10";
-      if (OsVersion::getInstance().isWow64() || CurrentProcess::getInstance()->is64BitProcess()) {
-        trace.detail("is 64 bit Vista");
-        code = "11";
-      }
+      code64 = "11";
+      note64 = "is 64 bit Vista";
       break;
     default:
       break;
+  }
+  // isWow64() is asked first; is64BitProcess() is always true, so a 64-bit code always applies.
+  if (code64 != nullptr &&
+      (OsVersion::getInstance().isWow64() || CurrentProcess::getInstance()->is64BitProcess())) {
+    trace.detail(note64);
+    code = code64;
   }
   trace.setRc(code);
   return code;
