@@ -2,7 +2,6 @@
 
 #include <memory>
 
-#include "logging/BasicLogger.h"
 #include "printers/PauseRecord.h"
 #include "printers/PrinterSpoolerWrapper.h"
 #include "system/DllSearch.h"
