@@ -26,8 +26,10 @@
 #include "logging/BasicLogger.h"
 #include "logging/FunctionTrace.h"
 #include "logging/Logger.h"
+#include "system/Localize.h"
 #include "system/SecurityEveryone.h"
-#include "updater/Localize.h"
+#include "system/UniqueHandle.h"
+#include "updater/ProcessScope.h"
 
 namespace {
 
@@ -62,17 +64,16 @@ void writeLineByHand(HANDLE mutex,
                      SECURITY_ATTRIBUTES* attributes,
                      const std::string& line) {
   WaitForSingleObject(mutex, INFINITE);
-  HANDLE file =
-      CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                  attributes, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  CloseHandle(file);
-  file = CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                     attributes, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  const DWORD size = GetFileSize(file, nullptr);
-  SetFilePointer(file, static_cast<LONG>(size), nullptr, FILE_BEGIN);
+  ScopedHandle(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                           FILE_SHARE_READ | FILE_SHARE_WRITE, attributes, OPEN_EXISTING,
+                           FILE_ATTRIBUTE_NORMAL, nullptr));
+  const ScopedHandle file(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, attributes, OPEN_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+  const DWORD size = GetFileSize(file.get(), nullptr);
+  SetFilePointer(file.get(), static_cast<LONG>(size), nullptr, FILE_BEGIN);
   DWORD written = 0;
-  WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
-  CloseHandle(file);
+  WriteFile(file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
   ReleaseMutex(mutex);
 }
 
@@ -132,18 +133,17 @@ void compare(const char* title,
 
 void benchLine(const std::string& directory) {
   const std::string path = directory + "cvbench_line.log";
-  CloseHandle(CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                          FILE_ATTRIBUTE_NORMAL, nullptr));
+  ScopedHandle(CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                           FILE_ATTRIBUTE_NORMAL, nullptr));
   BasicLogger logger(path, 15);  // Default headers: the clock, no ids.
-  HANDLE mutex = openLogMutex(path);
+  const ScopedHandle mutex(openLogMutex(path));
   SecurityEveryone security(false);  // What the writer passes to CreateFileA.
   const std::string line = lineOfText();
   compare(
       "1. One log line, default headers", 2000,
       [&] { logger.write(kLogUpdater, LOG_TRACE, kText); }, "BasicLogger::write()",
-      [&] { writeLineByHand(mutex, path, security.getSecurityAttributes(), line); },
+      [&] { writeLineByHand(mutex.get(), path, security.getSecurityAttributes(), line); },
       "the system calls of one line, by hand", 1.10);
-  CloseHandle(mutex);
   logger.deleteLogFile();
 }
 
@@ -151,13 +151,9 @@ void benchLine(const std::string& directory) {
 
 void benchTracedCallOff() {
   const std::string root = Localize::getInstance()->getRegistryPath(0);
-  HKEY key = nullptr;
-  RegCreateKeyExA(HKEY_LOCAL_MACHINE, (root + "Logger").c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                  nullptr, &key, nullptr);
   const DWORD off = 0;
-  RegSetValueExA(key, "startLog", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&off), sizeof(off));
-  RegCloseKey(key);
-  Logger::createInstance();
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (root + "Logger").c_str(), "startLog", REG_DWORD, &off,
+                  sizeof(off));
   compare(
       "2. Traced call, logging off", 5000,
       [] {
@@ -167,12 +163,10 @@ void benchTracedCallOff() {
       },
       "FunctionTrace::open() and its scope",
       [&root] {
-        HKEY storeRoot = nullptr;
-        RegOpenKeyExA(HKEY_LOCAL_MACHINE, root.c_str(), 0, KEY_ALL_ACCESS, &storeRoot);
-        RegCloseKey(storeRoot);
+        ScopedKey storeRoot;
+        RegOpenKeyExA(HKEY_LOCAL_MACHINE, root.c_str(), 0, KEY_ALL_ACCESS, storeRoot.receive());
       },
       "RegOpenKeyExA + RegCloseKey of the store root", 1.3);
-  Logger::destroyInstance();
 }
 
 // --- 3. Concurrent processes ----------------------------------------------------------------
@@ -181,12 +175,13 @@ void benchTracedCallOff() {
 // lines per second from the release until the last child has written its last line.
 double runWriters(const char* mode, int processes, int linesEach) {
   const std::string tag = std::to_string(GetCurrentProcessId()) + "_" + std::to_string(processes);
-  HANDLE gate = CreateEventA(nullptr, TRUE, FALSE, ("cvbench_gate_" + tag).c_str());
-  HANDLE ready = CreateSemaphoreA(nullptr, 0, processes, ("cvbench_ready_" + tag).c_str());
-  HANDLE done = CreateSemaphoreA(nullptr, 0, processes, ("cvbench_done_" + tag).c_str());
+  const ScopedHandle gate(CreateEventA(nullptr, TRUE, FALSE, ("cvbench_gate_" + tag).c_str()));
+  const ScopedHandle ready(
+      CreateSemaphoreA(nullptr, 0, processes, ("cvbench_ready_" + tag).c_str()));
+  const ScopedHandle done(CreateSemaphoreA(nullptr, 0, processes, ("cvbench_done_" + tag).c_str()));
   char self[MAX_PATH] = {};
   GetModuleFileNameA(nullptr, self, MAX_PATH);
-  std::vector<HANDLE> children;
+  std::vector<ScopedHandle> children;
   for (int i = 0; i < processes; ++i) {
     std::string command =
         "\"" + std::string(self) + "\" " + mode + " " + std::to_string(linesEach) + " " + tag;
@@ -198,24 +193,19 @@ double runWriters(const char* mode, int processes, int linesEach) {
       fprintf(stderr, "CreateProcess failed: %lu\n", GetLastError());
       exit(1);
     }
-    CloseHandle(process.hThread);
-    children.push_back(process.hProcess);
+    const ScopedHandle thread(process.hThread);  // Not needed: closed at once.
+    children.emplace_back(process.hProcess);
   }
   for (int i = 0; i < processes; ++i)
-    WaitForSingleObject(ready, INFINITE);
+    WaitForSingleObject(ready.get(), INFINITE);
   Sleep(300);  // Let Wine's start-up work of the children settle.
   const double start = now();
-  SetEvent(gate);
+  SetEvent(gate.get());
   for (int i = 0; i < processes; ++i)
-    WaitForSingleObject(done, INFINITE);
+    WaitForSingleObject(done.get(), INFINITE);
   const double elapsed = now() - start;
-  for (HANDLE child : children) {
-    WaitForSingleObject(child, INFINITE);
-    CloseHandle(child);
-  }
-  CloseHandle(done);
-  CloseHandle(ready);
-  CloseHandle(gate);
+  for (const ScopedHandle& child : children)
+    WaitForSingleObject(child.get(), INFINITE);
   return processes * linesEach / elapsed;
 }
 
@@ -259,31 +249,29 @@ void benchProcesses() {
 // A child of measurement 3: writes `count` lines to the program's log, through the Logger or
 // by hand, once the parent opens the gate.
 int writer(int count, const std::string& tag, bool byHand) {
-  HANDLE gate = OpenEventA(SYNCHRONIZE, FALSE, ("cvbench_gate_" + tag).c_str());
-  HANDLE ready = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, ("cvbench_ready_" + tag).c_str());
-  HANDLE done = OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, ("cvbench_done_" + tag).c_str());
-  if (gate == nullptr || ready == nullptr || done == nullptr)
+  const ScopedHandle gate(OpenEventA(SYNCHRONIZE, FALSE, ("cvbench_gate_" + tag).c_str()));
+  const ScopedHandle ready(
+      OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, ("cvbench_ready_" + tag).c_str()));
+  const ScopedHandle done(
+      OpenSemaphoreA(SEMAPHORE_MODIFY_STATE, FALSE, ("cvbench_done_" + tag).c_str()));
+  if (!gate.valid() || !ready.valid() || !done.valid())
     return 3;
-  Localize::createInstance(nullptr);
-  Logger::createInstance();
+  const ProcessScope process;
   BasicLogger& logger = BasicLogger::getInstance();
   logger.write(kLogUpdater, LOG_TRACE, "writer ready");  // Fills the switch cache.
   const std::string path = Logger::getLogFilePath();
   const std::string line = lineOfText();
-  HANDLE mutex = openLogMutex(path);
+  const ScopedHandle mutex(openLogMutex(path));
   SecurityEveryone security(false);
-  ReleaseSemaphore(ready, 1, nullptr);
-  WaitForSingleObject(gate, INFINITE);
+  ReleaseSemaphore(ready.get(), 1, nullptr);
+  WaitForSingleObject(gate.get(), INFINITE);
   for (int i = 0; i < count; ++i) {
     if (byHand)
-      writeLineByHand(mutex, path, security.getSecurityAttributes(), line);
+      writeLineByHand(mutex.get(), path, security.getSecurityAttributes(), line);
     else
       logger.write(kLogUpdater, LOG_TRACE, kText);
   }
-  ReleaseSemaphore(done, 1, nullptr);
-  CloseHandle(mutex);
-  Logger::destroyInstance();
-  Localize::destroyInstance();
+  ReleaseSemaphore(done.get(), 1, nullptr);
   return 0;
 }
 
@@ -294,7 +282,7 @@ int main(int argc, char** argv) {
   if (argc > 3 && (command == "writer" || command == "byhand"))
     return writer(atoi(argv[2]), argv[3], command == "byhand");
 
-  Localize::createInstance(nullptr);
+  const ProcessScope process;
   char temp[MAX_PATH] = {};
   GetTempPathA(MAX_PATH, temp);
   printf("Log writer benchmark (medians of alternating rounds)\n\n");
@@ -309,6 +297,5 @@ int main(int argc, char** argv) {
   const std::string store = Localize::getInstance()->getRegistryPath(0);
   RegDeleteTreeA(HKEY_LOCAL_MACHINE, store.c_str());
   RegDeleteKeyA(HKEY_LOCAL_MACHINE, store.c_str());
-  Localize::destroyInstance();
   return 0;
 }

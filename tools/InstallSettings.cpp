@@ -13,8 +13,9 @@
 
 #include "logging/Logger.h"
 #include "settings/Settings.h"
-#include "updater/CurrentProcess.h"
-#include "updater/Localize.h"
+#include "system/CurrentProcess.h"
+#include "system/Localize.h"
+#include "updater/ProcessScope.h"
 
 namespace {
 
@@ -53,11 +54,8 @@ int main(int argc, char** argv) {
             argv[0]);
     return 2;
   }
-  // The program's start-up order: Localize, then the Logger.
-  try {
-    Localize::createInstance(nullptr);
-    Logger::createInstance();
-  } catch (...) {
+  const ProcessScope process;
+  if (!process.started()) {
     fprintf(stderr, "Could not start: the executable's name or the log could not be set up\n");
     return 3;
   }
@@ -68,9 +66,5 @@ int main(int argc, char** argv) {
     fprintf(stderr, "Could not install the default settings: unexpected failure\n");
   }
   fflush(stdout);
-  // The program's teardown order: CurrentProcess, the Logger, then Localize.
-  CurrentProcess::destroyInstance();
-  Logger::destroyInstance();
-  Localize::destroyInstance();
   return result;
 }

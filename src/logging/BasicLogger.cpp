@@ -5,9 +5,10 @@
 #include <iomanip>
 #include <sstream>
 
-#include "settings/SettingsKeys.h"
+#include "logging/LogSwitches.h"
 #include "system/CriticalSectionLock.h"
 #include "system/InterProcessLock.h"
+#include "system/UniqueHandle.h"
 #include "system/Win32Exception.h"
 
 namespace {
@@ -98,15 +99,14 @@ void BasicLogger::getCachedSetting(const std::string& name,
 
 void BasicLogger::readSetting(const std::string& name, uint32_t& value, uint32_t defaultValue) {
   value = defaultValue;
-  if (name != SettingsKeys::kStartLog)
+  if (name != LogSwitchNames::kStartLog)
     return;
   value = 0xFFFFFFFF;
-  HANDLE file = CreateFileA(logFilePath_.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                            nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE)
+  const ScopedHandle file(CreateFileA(logFilePath_.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file.valid())
     value = 0;
-  else
-    CloseHandle(file);
 }
 
 bool BasicLogger::isLevelEnabled(const LoggerComponent& component, uint32_t level) {
@@ -115,7 +115,7 @@ bool BasicLogger::isLevelEnabled(const LoggerComponent& component, uint32_t leve
   if (level & LOG_ALWAYS)
     return true;
   uint32_t startLog = 0;
-  getCachedSetting(SettingsKeys::kStartLog, startLog, 0, kSettingMaxAgeMs);
+  getCachedSetting(LogSwitchNames::kStartLog, startLog, 0, kSettingMaxAgeMs);
   if (startLog == 0)
     return false;
   getCachedSetting(kLogAll.getName(), g_globalMask, kLogAll.getMask(), kSettingMaxAgeMs);
@@ -135,9 +135,9 @@ void BasicLogger::write(const LoggerComponent& component, uint32_t level, const 
   {
     // Header switches are read before the lock is taken.
     uint32_t clock = 0, processId = 0, threadId = 0;
-    getCachedSetting(SettingsKeys::kClocktimeInHeader, clock, 1, kSettingMaxAgeMs);
-    getCachedSetting(SettingsKeys::kProcIdInHeader, processId, 0, kSettingMaxAgeMs);
-    getCachedSetting(SettingsKeys::kThreadIdInHeader, threadId, 0, kSettingMaxAgeMs);
+    getCachedSetting(LogSwitchNames::kClocktimeInHeader, clock, 1, kSettingMaxAgeMs);
+    getCachedSetting(LogSwitchNames::kProcIdInHeader, processId, 0, kSettingMaxAgeMs);
+    getCachedSetting(LogSwitchNames::kThreadIdInHeader, threadId, 0, kSettingMaxAgeMs);
 
     InterProcessLock lock(*mutex_);
     std::ostringstream stream;
@@ -168,23 +168,22 @@ void BasicLogger::write(const LoggerComponent& component, uint32_t level, const 
 
 void BasicLogger::appendToFile(const std::string& line) {
   SECURITY_ATTRIBUTES* attributes = security_.getSecurityAttributes();
-  HANDLE file = CreateFileA(logFilePath_.c_str(), GENERIC_READ | GENERIC_WRITE,
-                            FILE_SHARE_READ | FILE_SHARE_WRITE, attributes, OPEN_EXISTING,
-                            FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE)
-    onLogFileMissing();
-  else
-    CloseHandle(file);
-  file = CreateFileA(logFilePath_.c_str(), GENERIC_READ | GENERIC_WRITE,
-                     FILE_SHARE_READ | FILE_SHARE_WRITE, attributes, OPEN_ALWAYS,
-                     FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE)
+  {
+    const ScopedHandle existing(CreateFileA(logFilePath_.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                            FILE_SHARE_READ | FILE_SHARE_WRITE, attributes,
+                                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!existing.valid())
+      onLogFileMissing();
+  }
+  const ScopedHandle file(CreateFileA(logFilePath_.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE, attributes, OPEN_ALWAYS,
+                                      FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file.valid())
     return;
-  const DWORD size = GetFileSize(file, nullptr);
-  SetFilePointer(file, static_cast<LONG>(size), nullptr, FILE_BEGIN);
+  const DWORD size = GetFileSize(file.get(), nullptr);
+  SetFilePointer(file.get(), static_cast<LONG>(size), nullptr, FILE_BEGIN);
   DWORD written = 0;
-  WriteFile(file, line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
-  CloseHandle(file);
+  WriteFile(file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
 }
 
 void BasicLogger::deleteLogFile() {

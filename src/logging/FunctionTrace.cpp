@@ -1,13 +1,12 @@
 #include "logging/FunctionTrace.h"
 
 #include "logging/Logger.h"
-#include "settings/Settings.h"
 #include "system/Exception.h"
 
 bool isTraceOn(const LoggerComponent& component, uint32_t level) {
   if (!Logger::exists())
     return false;
-  if (!Settings().isValid())
+  if (!Logger::switchesExist())
     return false;
   return BasicLogger::getInstance().isLevelEnabled(component, level);
 }
@@ -51,11 +50,13 @@ FunctionTrace::~FunctionTrace() {
 }
 
 void FunctionTrace::setRc(int value) {
-  result_ = LogText(static_cast<int32_t>(value), 10);
+  if (on_)
+    result_ = LogText(static_cast<int32_t>(value), 10);
 }
 
 void FunctionTrace::setRc(const std::string& text) {
-  result_ = text;
+  if (on_)
+    result_ = text;
 }
 
 bool FunctionTrace::returning(bool result) {

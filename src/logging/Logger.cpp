@@ -4,9 +4,7 @@
 
 #include <vector>
 
-#include "settings/Settings.h"
-#include "settings/SettingsKeys.h"
-#include "updater/Localize.h"
+#include "system/Localize.h"
 
 namespace {
 
@@ -17,12 +15,13 @@ Logger* g_logger = nullptr;
 
 }  // namespace
 
-Logger::Logger() : BasicLogger(getLogFilePath(), kInitialColumnWidth) {}
+Logger::Logger(const LogSwitches& switches)
+    : BasicLogger(getLogFilePath(), kInitialColumnWidth), switches_(switches) {}
 
-void Logger::createInstance() {
+void Logger::createInstance(const LogSwitches& switches) {
   if (g_logger != nullptr)
     return;
-  Logger* logger = new Logger();
+  Logger* logger = new Logger(switches);
   logger->setComponentColumnWidth(kColumnWidth);
   if (isRegistered()) {
     delete logger;
@@ -43,6 +42,10 @@ bool Logger::exists() {
   return g_logger != nullptr;
 }
 
+bool Logger::switchesExist() {
+  return g_logger != nullptr && g_logger->switches_.exist();
+}
+
 std::string Logger::getLogFilePath() {
   return getAllUsersProfileDir() + Localize::getInstance()->getLocalId() + "QNV.log";
 }
@@ -59,7 +62,5 @@ std::string Logger::getAllUsersProfileDir() {
 }
 
 void Logger::readSetting(const std::string& name, uint32_t& value, uint32_t defaultValue) {
-  unsigned long stored = defaultValue;
-  Settings().getOrCreateDwordValue(SettingsKeys::kLoggerSection, name, stored, defaultValue, 0);
-  value = static_cast<uint32_t>(stored);
+  value = switches_.read(name, defaultValue);
 }

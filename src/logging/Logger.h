@@ -3,18 +3,20 @@
 #include <string>
 
 #include "logging/BasicLogger.h"
+#include "logging/LogSwitches.h"
 
-// The program's log writer: the file "%ALLUSERSPROFILE%\" + local id + "QNV.log", switches from
-// the "Logger" section of the settings store (each created with its default on first read when
-// the store exists). Exactly one per process, created at start-up and destroyed at shutdown.
+// The program's log writer: the file "%ALLUSERSPROFILE%\" + local id + "QNV.log", with the
+// switches it is handed (the settings store's "Logger" section). Exactly one per process, created
+// at start-up and destroyed at shutdown.
 class Logger : public BasicLogger {
  public:
-  // Creates and registers the process's logger unless one exists. Throws when the logger cannot
-  // be constructed.
-  static void createInstance();
+  // Creates and registers the process's logger unless one exists; `switches` must outlive it.
+  // Throws when the logger cannot be constructed.
+  static void createInstance(const LogSwitches& switches);
   static void destroyInstance();
-  // Whether a Logger exists (isTraceOn asks this before anything else).
+  // Whether a Logger exists, and whether the store of its switches does (isTraceOn asks both).
   static bool exists();
+  static bool switchesExist();
 
   static std::string getLogFilePath();
   // "%ALLUSERSPROFILE%\" expanded; empty when the expansion fails.
@@ -24,5 +26,7 @@ class Logger : public BasicLogger {
   void readSetting(const std::string& name, uint32_t& value, uint32_t defaultValue) override;
 
  private:
-  Logger();
+  explicit Logger(const LogSwitches& switches);
+
+  const LogSwitches& switches_;
 };

@@ -21,8 +21,7 @@ DeviceEnumerator* DeviceEnumerator::instance() {
   CriticalSectionLock lock(g_deviceEnumeratorSection);
   FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "DeviceEnumerator::instance: ");
   if (g_deviceEnumerator == nullptr) {
-    if (trace.isOn())
-      trace.log("creating DeviceEnumerator.");
+    trace.detail("creating DeviceEnumerator.");
     g_deviceEnumerator = new DeviceEnumerator();
   }
   return g_deviceEnumerator;
@@ -32,8 +31,7 @@ void DeviceEnumerator::destroy() {
   CriticalSectionLock lock(g_deviceEnumeratorSection);
   FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "DeviceEnumerator::destroy: ");
   if (g_deviceEnumerator != nullptr) {
-    if (trace.isOn())
-      trace.log("destroying DeviceEnumerator.");
+    trace.detail("destroying DeviceEnumerator.");
     delete g_deviceEnumerator;
     g_deviceEnumerator = nullptr;
   }
@@ -44,10 +42,10 @@ DeviceEnumerator::DeviceEnumerator() {
   Settings settings;
   if (!settings.getStringValue(SettingsKeys::kSettingsSection, SettingsKeys::kDriverName,
                                driverName_, 0)) {
-    if (trace.isOn())
-      trace.log(LogText("Error - settings.getStringValue(keyName=") +
-                SettingsKeys::kSettingsSection + ", valueName=" + SettingsKeys::kDriverName +
-                ", rc=false.");
+    trace.detail([&] {
+      return LogText("Error - settings.getStringValue(keyName=") + SettingsKeys::kSettingsSection +
+             ", valueName=" + SettingsKeys::kDriverName + ", rc=false.";
+    });
     // Built and dropped on purpose: the enumerator stays usable with an empty driver name.
     Win32Exception unused("DeviceEnumerator::DeviceEnumerator - could not retrieve driver name", 1,
                           "DeviceEnumerator", __LINE__);
@@ -85,14 +83,14 @@ void DeviceEnumerator::enumPrinters() {
     EnumPrintersA(flags, nullptr, 2, nullptr, 0, &needed, &returned);
     std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[needed > 0 ? needed : 1]);
     if (!buffer) {
-      if (trace.isOn())
-        trace.log("could not allocate memory for results of printer enumeration");
+      trace.detail("could not allocate memory for results of printer enumeration");
       return;
     }
     if (!EnumPrintersA(flags, nullptr, 2, buffer.get(), needed, &needed, &returned)) {
       const DWORD error = GetLastError();
-      if (trace.isOn())
-        trace.log(LogText("Printer enumeration failed with win32 error code =") + decimal(error));
+      trace.detail([&] {
+        return LogText("Printer enumeration failed with win32 error code =") + decimal(error);
+      });
       return;
     }
     clearPrinters();
@@ -109,7 +107,6 @@ void DeviceEnumerator::enumPrinters() {
       printers_.push_back(printer.release());
     }
   } catch (...) {
-    if (trace.isOn())
-      trace.log("DeviceEnumerator::enumPrinters unknown exception caught!!");
+    trace.detail("DeviceEnumerator::enumPrinters unknown exception caught!!");
   }
 }

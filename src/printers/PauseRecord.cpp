@@ -10,7 +10,7 @@
 #include "settings/RegistryKey.h"
 #include "settings/SettingsKeys.h"
 #include "system/Exception.h"
-#include "updater/Localize.h"
+#include "system/Localize.h"
 
 namespace {
 
@@ -141,17 +141,17 @@ bool PauseRecord::recoverAbandonedPause(PrinterSpoolerWrapper& spooler) {
     return false;  // The owner's mutex cannot be opened, so the owner is alive.
   }
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "PauseRecord::recoverAbandonedPause() ");
-  if (trace.isOn()) {
+  trace.detail([&] {
     LogText text("A run that paused printers ended before resuming them:");
     for (const std::string& name : names)
       text += " '" + name + "'";
-    trace.log(text);
-  }
+    return text;
+  });
   const bool resumed = spooler.resumePausedPrinters(names);
   if (resumed)
     deleteRecord();
-  else if (trace.isOn())
-    trace.log("Not every printer could be resumed; the record is kept for the next run.");
+  else
+    trace.detail("Not every printer could be resumed; the record is kept for the next run.");
   mutex->release();
   return trace.returning(resumed);
 }

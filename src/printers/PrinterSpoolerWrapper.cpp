@@ -9,11 +9,27 @@
 #include "printers/DeviceEnumerator.h"
 #include "settings/Settings.h"
 #include "settings/SettingsKeys.h"
-#include "updater/OsVersion.h"
+#include "system/OsVersion.h"
+#include "system/UniqueHandle.h"
 
 namespace {
 
 const DWORD kDefaultPollInterval = 30000;
+
+// Pauses or resumes one printer: `command` is PRINTER_CONTROL_PAUSE or _RESUME and `name` the
+// word after "PRINTER_CONTROL_". Traces the outcome; false when the spooler refused.
+bool controlPrinter(HANDLE printer, DWORD command, const char* name, FunctionTrace& trace) {
+  if (SetPrinterA(printer, 0, nullptr, command)) {
+    trace.detail([&] { return LogText("Printer was ") + name + "D successfully"; });
+    return true;
+  }
+  const DWORD error = GetLastError();
+  trace.detail([&] {
+    return LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_") + name + ") failed." +
+           " GetLastError()=" + decimal(error);
+  });
+  return false;
+}
 
 }  // namespace
 
@@ -29,16 +45,16 @@ bool PrinterSpoolerWrapper::canWeOpenPrintersInAdminMode() {
       char name[MAX_PATH] = {};
       lstrcpynA(name, names.front().c_str(), MAX_PATH);
       PRINTER_DEFAULTSA defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
-      HANDLE printer = nullptr;
-      if (OpenPrinterA(name, &printer, &defaults)) {
-        if (trace.isOn())
-          trace.log("Printer was opened successfully with ADMIN privilages.");
-        ClosePrinter(printer);
+      ScopedPrinter printer;
+      if (OpenPrinterA(name, printer.receive(), &defaults)) {
+        trace.detail("Printer was opened successfully with ADMIN privilages.");
+        printer.close();
       } else {
         const DWORD error = GetLastError();
-        if (trace.isOn())
-          trace.log(LogText("OpenPrinter failed to open printer '") + name +
-                    "' with ADMIN permissions. GetLastError()=" + decimal(error));
+        trace.detail([&] {
+          return LogText("OpenPrinter failed to open printer '") + name +
+                 "' with ADMIN permissions. GetLastError()=" + decimal(error);
+        });
         result = false;
       }
     }
@@ -51,30 +67,28 @@ bool PrinterSpoolerWrapper::OpenPrinters(const std::list<std::string>& names,
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::OpenPrinters() ");
   for (const std::string& name : names) {
     PRINTER_DEFAULTSA defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
-    HANDLE printer = nullptr;
-    if (!OpenPrinterA(const_cast<char*>(name.c_str()), &printer, &defaults)) {
+    ScopedPrinter printer;
+    if (!OpenPrinterA(const_cast<char*>(name.c_str()), printer.receive(), &defaults)) {
       const DWORD error = GetLastError();
-      if (trace.isOn())
-        trace.log(LogText("OpenPrinter failed to open printer '") + name +
-                  "' with ADMIN permissions. GetLastError()=" + decimal(error));
+      trace.detail([&] {
+        return LogText("OpenPrinter failed to open printer '") + name +
+               "' with ADMIN permissions. GetLastError()=" + decimal(error);
+      });
       return trace.returning(false);
     }
-    if (trace.isOn())
-      trace.log(LogText("Successfully Opened printer '") + name);
-    handles.push_back(printer);
+    trace.detail([&] { return LogText("Successfully Opened printer '") + name; });
+    handles.push_back(printer.release());
   }
-  if (trace.isOn())
-    trace.log("All printer were opened successfully with ADMIN privilages.");
+  trace.detail("All printer were opened successfully with ADMIN privilages.");
   return trace.returning(true);
 }
 
 bool PrinterSpoolerWrapper::ClosePrinters(const std::list<HANDLE>& handles) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::ClosePrinters() ");
-  if (trace.isOn())
-    trace.log("Closing all open printers");
+  trace.detail("Closing all open printers");
   bool result = true;
   for (HANDLE printer : handles) {
-    if (!ClosePrinter(printer))
+    if (!ScopedPrinter(printer).close())
       result = false;
   }
   return trace.returning(result);
@@ -85,13 +99,11 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
   std::list<std::string> names;
   DeviceEnumerator::instance()->getPrinters(names);
   if (names.empty()) {
-    if (trace.isOn())
-      trace.log("No printers are installed on the OS with the Print Driver of interest");
+    trace.detail("No printers are installed on the OS with the Print Driver of interest");
     return trace.returning(false);
   }
   if (!OpenPrinters(names, handles)) {
-    if (trace.isOn())
-      trace.log("Failed to open all the printers in the list, so closing and exiting");
+    trace.detail("Failed to open all the printers in the list, so closing and exiting");
     ClosePrinters(handles);
     return trace.returning(false);
   }
@@ -103,25 +115,18 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
   waitUntilQuiet(handles, interval, trace);
 
   bool result = !handles.empty();
-  if (trace.isOn())
-    trace.log(LogText("Total number of printers to pause = ") + decimal(handles.size()));
+  trace.detail(
+      [&] { return LogText("Total number of printers to pause = ") + decimal(handles.size()); });
   // Recorded before the first pause, so that a run that dies from here on leaves a note for the
   // next run to resume them.
   pauseRecord_.hold(names);
   for (HANDLE printer : handles) {
-    if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_PAUSE)) {
-      if (trace.isOn())
-        trace.log("Printer was PAUSED successfully");
-      continue;
+    if (!controlPrinter(printer, PRINTER_CONTROL_PAUSE, "PAUSE", trace)) {
+      result = false;
+      // Release the printers paused so far (and, harmlessly, the rest).
+      resumePrinters(handles);
+      break;
     }
-    const DWORD error = GetLastError();
-    result = false;
-    if (trace.isOn())
-      trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_PAUSE) failed.") +
-                " GetLastError()=" + decimal(error));
-    // Release the printers paused so far (and, harmlessly, the rest).
-    resumePrinters(handles);
-    break;
   }
   return trace.returning(result);
 }
@@ -139,8 +144,8 @@ void PrinterSpoolerWrapper::waitUntilQuiet(const std::list<HANDLE>& handles,
         return;
       if (!GetPrinterA(printer, 2, buffer.get(), needed, &needed)) {
         const DWORD error = GetLastError();
-        if (trace.isOn())
-          trace.log(LogText("GetPrinter failed, GetLastError()=") + decimal(error));
+        trace.detail(
+            [&] { return LogText("GetPrinter failed, GetLastError()=") + decimal(error); });
         continue;  // A printer that cannot be asked counts as quiet.
       }
       const auto* info = reinterpret_cast<const PRINTER_INFO_2A*>(buffer.get());
@@ -161,16 +166,8 @@ bool PrinterSpoolerWrapper::resumePrinters(std::list<HANDLE> handles) {
       FunctionTrace::open(kLogUpdater, "PrinterSpoolerWrapper::resumePrinters() ");
   bool result = true;
   for (HANDLE printer : handles) {
-    if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_RESUME)) {
-      if (trace.isOn())
-        trace.log("Printer was RESUMED successfully");
-      continue;
-    }
-    const DWORD error = GetLastError();
-    result = false;
-    if (trace.isOn())
-      trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_RESUME) failed.") +
-                " GetLastError()=" + decimal(error));
+    if (!controlPrinter(printer, PRINTER_CONTROL_RESUME, "RESUME", trace))
+      result = false;
   }
   pauseRecord_.release();
   return trace.returning(result);
@@ -182,44 +179,43 @@ bool PrinterSpoolerWrapper::resumePausedPrinters(const std::list<std::string>& n
   bool result = true;
   for (const std::string& name : names) {
     PRINTER_DEFAULTSA defaults = {nullptr, nullptr, PRINTER_ALL_ACCESS};
-    HANDLE printer = nullptr;
-    if (!OpenPrinterA(const_cast<char*>(name.c_str()), &printer, &defaults)) {
+    ScopedPrinter printer;
+    if (!OpenPrinterA(const_cast<char*>(name.c_str()), printer.receive(), &defaults)) {
       const DWORD error = GetLastError();
       if (error == ERROR_INVALID_PRINTER_NAME) {
-        if (trace.isOn())
-          trace.log("Printer '" + name + "' no longer exists");
+        trace.detail([&] { return "Printer '" + name + "' no longer exists"; });
         continue;
       }
       result = false;
-      if (trace.isOn())
-        trace.log(LogText("OpenPrinter failed to open printer '") + name +
-                  "' with ADMIN permissions. GetLastError()=" + decimal(error));
+      trace.detail([&] {
+        return LogText("OpenPrinter failed to open printer '") + name +
+               "' with ADMIN permissions. GetLastError()=" + decimal(error);
+      });
       continue;
     }
     DWORD needed = 0;
-    GetPrinterA(printer, 2, nullptr, 0, &needed);
+    GetPrinterA(printer.get(), 2, nullptr, 0, &needed);
     std::unique_ptr<BYTE[]> buffer(new (std::nothrow) BYTE[needed > 0 ? needed : 1]);
-    if (!buffer || !GetPrinterA(printer, 2, buffer.get(), needed, &needed)) {
+    if (!buffer || !GetPrinterA(printer.get(), 2, buffer.get(), needed, &needed)) {
       const DWORD error = GetLastError();
       result = false;
-      if (trace.isOn())
-        trace.log(LogText("GetPrinter failed for printer '") + name +
-                  "', GetLastError()=" + decimal(error));
+      trace.detail([&] {
+        return LogText("GetPrinter failed for printer '") + name +
+               "', GetLastError()=" + decimal(error);
+      });
     } else if ((reinterpret_cast<const PRINTER_INFO_2A*>(buffer.get())->Status &
                 PRINTER_STATUS_PAUSED) == 0) {
-      if (trace.isOn())
-        trace.log("Printer '" + name + "' is not paused");
-    } else if (SetPrinterA(printer, 0, nullptr, PRINTER_CONTROL_RESUME)) {
-      if (trace.isOn())
-        trace.log("Printer '" + name + "' was RESUMED successfully");
+      trace.detail([&] { return "Printer '" + name + "' is not paused"; });
+    } else if (SetPrinterA(printer.get(), 0, nullptr, PRINTER_CONTROL_RESUME)) {
+      trace.detail([&] { return "Printer '" + name + "' was RESUMED successfully"; });
     } else {
       const DWORD error = GetLastError();
       result = false;
-      if (trace.isOn())
-        trace.log(LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_RESUME) failed for '") +
-                  name + "'. GetLastError()=" + decimal(error));
+      trace.detail([&] {
+        return LogText("SetPrinter(hPrinter, 0, NULL, PRINTER_CONTROL_RESUME) failed for '") +
+               name + "'. GetLastError()=" + decimal(error);
+      });
     }
-    ClosePrinter(printer);
   }
   return trace.returning(result);
 }

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "logging/FunctionTrace.h"
+#include "system/UniqueHandle.h"
 
 namespace {
 
@@ -37,28 +38,25 @@ bool IniReader::build() {
   FunctionTrace trace = FunctionTrace::open(kLogQnv, "IniReader::build():");
   if (iniFileName_.empty())
     return false;
-  HANDLE file = CreateFileA(iniFileName_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE) {
+  ScopedHandle file(CreateFileA(iniFileName_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file.valid()) {
     const DWORD error = GetLastError();
-    if (trace.isOn()) {
-      trace.log(LogText("Could not open the settings file.errorCode =") + decimal(error));
-      trace.setRc(0);
-    }
+    trace.detail(
+        [&] { return LogText("Could not open the settings file.errorCode =") + decimal(error); });
+    trace.setRc(0);
     return false;
   }
-  const DWORD fileSize = GetFileSize(file, nullptr);
-  CloseHandle(file);
+  const DWORD fileSize = GetFileSize(file.get(), nullptr);
+  file.close();
   // Only the low 16 bits: a file of 65536 bytes gives 0. Deliberate.
   const uint32_t bufferSize = fileSize & 0xFFFF;
-  if (trace.isOn())
-    trace.log(LogText("Size of the file=") + decimal(bufferSize));
+  trace.detail([&] { return LogText("Size of the file=") + decimal(bufferSize); });
 
   bool result = buildSections(bufferSize);
   if (result && !sections_.empty())
     result = buildSectionsData(bufferSize);
-  if (trace.isOn())
-    trace.setRc(result ? 1 : 0);
+  trace.setRc(result ? 1 : 0);
   return result;
 }
 
@@ -75,8 +73,7 @@ bool IniReader::buildSections(uint32_t bufferSize) {
   sections_ = splitNullList(buffer.get(), length < bufferSize ? length : bufferSize);
   for (const std::string& name : sections_)
     sectionsData_.push_back(SectionData{name, KeyValPairs()});
-  if (trace.isOn())
-    trace.setRc(1);
+  trace.setRc(1);
   return true;
 }
 
@@ -85,8 +82,7 @@ bool IniReader::buildSectionsData(uint32_t bufferSize) {
       kLogQnv, "IniReader::buildSectionsData(bufferSize=" + std::to_string(bufferSize) + "):");
   std::unique_ptr<char[]> buffer(new (std::nothrow) char[bufferSize + 1]);
   if (!buffer) {
-    if (trace.isOn())
-      trace.log("Could not allocate memory for the buffer.");
+    trace.detail("Could not allocate memory for the buffer.");
     return false;
   }
   for (const std::string& section : sections_) {
@@ -94,21 +90,20 @@ bool IniReader::buildSectionsData(uint32_t bufferSize) {
     const DWORD keysLength = GetPrivateProfileStringA(
         section.c_str(), nullptr, nullptr, buffer.get(), bufferSize, iniFileName_.c_str());
     if (keysLength == 0) {
-      if (trace.isOn())
-        trace.log("Could not retrieve key-value pairs for section=" + section);
+      trace.detail([&] { return "Could not retrieve key-value pairs for section=" + section; });
       continue;
     }
     const std::list<std::string> keys =
         splitNullList(buffer.get(), keysLength < bufferSize ? keysLength : bufferSize);
-    if (keys.empty() && trace.isOn())
-      trace.log("No key-value pairs found for section='" + section + "'");
+    if (keys.empty())
+      trace.detail([&] { return "No key-value pairs found for section='" + section + "'"; });
     for (const std::string& key : keys) {
       ZeroMemory(buffer.get(), bufferSize + 1);
       if (GetPrivateProfileStringA(section.c_str(), key.c_str(), nullptr, buffer.get(), bufferSize,
                                    iniFileName_.c_str()) == 0) {
-        if (trace.isOn())
-          trace.log("Could not retrieve value for key='" + key + "' under section='" + section +
-                    "'");
+        trace.detail([&] {
+          return "Could not retrieve value for key='" + key + "' under section='" + section + "'";
+        });
         continue;
       }
       const std::string value(buffer.get(), strnlen(buffer.get(), bufferSize));
@@ -129,8 +124,7 @@ bool IniReader::buildSectionsData(uint32_t bufferSize) {
       }
     }
   }
-  if (trace.isOn())
-    trace.setRc(1);
+  trace.setRc(1);
   return true;
 }
 
@@ -138,8 +132,7 @@ IniReader::KeyValPairs IniReader::getSectionData(const std::string& sectionName)
   FunctionTrace trace =
       FunctionTrace::open(kLogQnv, "IniReader::getSectionData(sectionName=" + sectionName + "):");
   if (!built_) {
-    if (trace.isOn())
-      trace.log("Unsuccessful parsing settings file. returning empty key-value pairs");
+    trace.detail("Unsuccessful parsing settings file. returning empty key-value pairs");
     return KeyValPairs();
   }
   KeyValPairs pairs;
@@ -149,8 +142,7 @@ IniReader::KeyValPairs IniReader::getSectionData(const std::string& sectionName)
       break;
     }
   }
-  if (trace.isOn())
-    trace.setRc("KeyValPairs");
+  trace.setRc("KeyValPairs");
   return pairs;
 }
 
@@ -162,8 +154,7 @@ uint32_t IniReader::getValueType(const std::string& value, std::string& parsedVa
   if (value.empty()) {
     type = kUnknownType;
   } else if (colon == std::string::npos || colon == 0) {
-    if (trace.isOn())
-      trace.log("Could not find the type information for value=" + value);
+    trace.detail([&] { return "Could not find the type information for value=" + value; });
   } else {
     const std::string typeWord = value.substr(0, colon);
     if (typeWord == "string")
@@ -172,11 +163,10 @@ uint32_t IniReader::getValueType(const std::string& value, std::string& parsedVa
       type = kDwordType;
     if (colon + 1 < value.size()) {
       parsedValue = value.substr(colon + 1);
-      if (trace.isOn())
-        trace.log("Parsed value for value='" + value + "' is ='" + parsedValue + "'");
+      trace.detail(
+          [&] { return "Parsed value for value='" + value + "' is ='" + parsedValue + "'"; });
     }
   }
-  if (trace.isOn())
-    trace.setRc(static_cast<int>(type));
+  trace.setRc(static_cast<int>(type));
   return type;
 }

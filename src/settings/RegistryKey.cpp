@@ -2,10 +2,11 @@
 
 #include <mbstring.h>
 
+#include <climits>
 #include <memory>
 
+#include "system/OsVersion.h"
 #include "system/Win32Exception.h"
-#include "updater/OsVersion.h"
 
 namespace {
 
@@ -17,6 +18,27 @@ Win32Exception registryError(const std::string& message, LONG code, int line) {
   return Win32Exception(message, static_cast<uint32_t>(code), kSource, static_cast<uint32_t>(line));
 }
 
+// Appends at most `maxCount` of the names that `enumerate` (RegEnumKeyExA or RegEnumValueA) hands
+// out for `key`, in their order; a failure other than the end of the list throws as `operation`.
+template <typename Enumerate>
+void appendNames(HKEY key,
+                 Enumerate enumerate,
+                 int maxCount,
+                 const char* operation,
+                 int line,
+                 std::list<std::string>& names) {
+  for (DWORD index = 0; static_cast<int>(index) < maxCount; ++index) {
+    char name[kNameBufferLength];
+    DWORD length = kNameBufferLength;
+    const LONG status = enumerate(key, index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_NO_MORE_ITEMS)
+      return;
+    if (status != ERROR_SUCCESS)
+      throw registryError(operation, status, line);
+    names.emplace_back(name, length);
+  }
+}
+
 }  // namespace
 
 RegistryKey::RegistryKey(const std::string& path, bool create, HKEY root) : security_(true) {
@@ -24,9 +46,7 @@ RegistryKey::RegistryKey(const std::string& path, bool create, HKEY root) : secu
   open(path, create, root);
 }
 
-RegistryKey::~RegistryKey() {
-  RegCloseKey(handle_);
-}
+RegistryKey::~RegistryKey() = default;
 
 void RegistryKey::initAccessMask() {
   accessMask_ = KEY_ALL_ACCESS;
@@ -34,16 +54,14 @@ void RegistryKey::initAccessMask() {
 
 void RegistryKey::open(const std::string& path, bool create, HKEY root) {
   try {
-    regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, &handle_);
+    regOpenKeyEx(root, path, handle_.receive());
     return;
   } catch (const Win32Exception&) {
     if (!create)
       throw;
   }
-  DWORD disposition = 0;
   if (OsVersion::getInstance().isNt()) {
-    regCreateKeyEx(root, path, 0, "", REG_OPTION_NON_VOLATILE, accessMask_,
-                   security_.getSecurityAttributes(), &handle_, &disposition);
+    regCreateKeyEx(root, path, handle_.receive());
     return;
   }
   // Without NT the path is created one level at a time.
@@ -62,36 +80,23 @@ void RegistryKey::open(const std::string& path, bool create, HKEY root) {
       prefix += rest.substr(0, slash);
       rest.erase(0, slash);
     }
-    HKEY level = nullptr;
-    regCreateKeyEx(root, prefix, 0, "", REG_OPTION_NON_VOLATILE, accessMask_,
-                   security_.getSecurityAttributes(), &level, &disposition);
-    RegCloseKey(level);
+    ScopedKey level;
+    regCreateKeyEx(root, prefix, level.receive());
   }
-  regOpenKeyEx(root, path, 0, KEY_ALL_ACCESS, &handle_);
+  regOpenKeyEx(root, path, handle_.receive());
 }
 
-void RegistryKey::regOpenKeyEx(HKEY root,
-                               const std::string& subKey,
-                               DWORD options,
-                               REGSAM access,
-                               HKEY* result) {
-  const LONG status = RegOpenKeyExA(root, subKey.c_str(), options, access, result);
+void RegistryKey::regOpenKeyEx(HKEY root, const std::string& subKey, HKEY* result) {
+  const LONG status = RegOpenKeyExA(root, subKey.c_str(), 0, KEY_ALL_ACCESS, result);
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::regOpenKeyEx()", status, __LINE__);
 }
 
-void RegistryKey::regCreateKeyEx(HKEY root,
-                                 const std::string& subKey,
-                                 DWORD reserved,
-                                 const std::string& className,
-                                 DWORD options,
-                                 REGSAM access,
-                                 SECURITY_ATTRIBUTES* securityAttributes,
-                                 HKEY* result,
-                                 DWORD* disposition) {
+void RegistryKey::regCreateKeyEx(HKEY root, const std::string& subKey, HKEY* result) {
+  char noClass[] = "";
   const LONG status =
-      RegCreateKeyExA(root, subKey.c_str(), reserved, const_cast<char*>(className.c_str()), options,
-                      access, securityAttributes, result, disposition);
+      RegCreateKeyExA(root, subKey.c_str(), 0, noClass, REG_OPTION_NON_VOLATILE, accessMask_,
+                      security_.getSecurityAttributes(), result, nullptr);
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::regCreateKeyEx()", status, __LINE__);
 }
@@ -100,7 +105,7 @@ bool RegistryKey::getValue(const std::string& name, unsigned long& value) {
   DWORD type = 0;
   DWORD data = 0;
   DWORD size = sizeof(data);
-  const LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type,
+  const LONG status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type,
                                        reinterpret_cast<BYTE*>(&data), &size);
   if (status == ERROR_FILE_NOT_FOUND)
     return false;
@@ -118,12 +123,12 @@ bool RegistryKey::getValue(const std::string& name, unsigned long& value) {
 bool RegistryKey::getValue(const std::string& name, std::string& value) {
   DWORD type = 0;
   DWORD size = 0;
-  LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, nullptr, &size);
+  LONG status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type, nullptr, &size);
   if (status == ERROR_FILE_NOT_FOUND)
     return false;
   if (status == ERROR_SUCCESS && (type == REG_SZ || type == REG_EXPAND_SZ)) {
     std::unique_ptr<char[]> buffer(new char[size + 1]());
-    status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type,
+    status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type,
                               reinterpret_cast<BYTE*>(buffer.get()), &size);
     if (status != ERROR_SUCCESS)
       throw registryError("RegistryKey::getValue() " + name, status, __LINE__);
@@ -139,11 +144,11 @@ bool RegistryKey::getValue(const std::string& name, std::string& value) {
 bool RegistryKey::getValue(const std::string& name, std::vector<unsigned char>& value) {
   DWORD type = 0;
   DWORD size = 0;
-  LONG status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, nullptr, &size);
+  LONG status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type, nullptr, &size);
   if (status != ERROR_SUCCESS)
     return false;
   std::vector<unsigned char> buffer(size);
-  status = RegQueryValueExA(handle_, name.c_str(), nullptr, &type, buffer.data(), &size);
+  status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type, buffer.data(), &size);
   if (status == ERROR_FILE_NOT_FOUND)
     return false;
   if (status == ERROR_SUCCESS && type == REG_BINARY) {
@@ -158,22 +163,22 @@ bool RegistryKey::getValue(const std::string& name, std::vector<unsigned char>& 
 
 void RegistryKey::setValue(const std::string& name, unsigned long value) {
   const DWORD data = value;
-  const LONG status = RegSetValueExA(handle_, name.c_str(), 0, REG_DWORD,
+  const LONG status = RegSetValueExA(handle_.get(), name.c_str(), 0, REG_DWORD,
                                      reinterpret_cast<const BYTE*>(&data), sizeof(data));
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::setValue(ulong): Unable to set " + name, status, __LINE__);
 }
 
 void RegistryKey::setValue(const std::string& name, const std::string& value) {
-  const LONG status =
-      RegSetValueExA(handle_, name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                     static_cast<DWORD>(value.size() + 1));
+  const LONG status = RegSetValueExA(handle_.get(), name.c_str(), 0, REG_SZ,
+                                     reinterpret_cast<const BYTE*>(value.c_str()),
+                                     static_cast<DWORD>(value.size() + 1));
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::setValue(string): Unable to set " + name, status, __LINE__);
 }
 
 void RegistryKey::setValue(const std::string& name, const std::vector<unsigned char>& value) {
-  const LONG status = RegSetValueExA(handle_, name.c_str(), 0, REG_BINARY, value.data(),
+  const LONG status = RegSetValueExA(handle_.get(), name.c_str(), 0, REG_BINARY, value.data(),
                                      static_cast<DWORD>(value.size()));
   // Deliberately the string variant's text.
   if (status != ERROR_SUCCESS)
@@ -181,61 +186,38 @@ void RegistryKey::setValue(const std::string& name, const std::vector<unsigned c
 }
 
 void RegistryKey::deleteValue(const std::string& name) {
-  const LONG status = RegDeleteValueA(handle_, name.c_str());
+  const LONG status = RegDeleteValueA(handle_.get(), name.c_str());
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::deleteValue()", status, __LINE__);
 }
 
 void RegistryKey::getChildrenNames(std::list<std::string>& names, int maxCount) {
-  for (DWORD index = 0; static_cast<int>(index) < maxCount; ++index) {
-    char name[kNameBufferLength];
-    DWORD length = kNameBufferLength;
-    const LONG status =
-        RegEnumKeyExA(handle_, index, name, &length, nullptr, nullptr, nullptr, nullptr);
-    if (status == ERROR_NO_MORE_ITEMS)
-      return;
-    if (status != ERROR_SUCCESS)
-      throw registryError("RegistryKey::getChildrenNames()", status, __LINE__);
-    names.emplace_back(name, length);
-  }
+  appendNames(handle_.get(), RegEnumKeyExA, maxCount, "RegistryKey::getChildrenNames()", __LINE__,
+              names);
 }
 
 void RegistryKey::getValueNames(std::list<std::string>& names) {
-  for (DWORD index = 0;; ++index) {
-    char name[kNameBufferLength];
-    DWORD length = kNameBufferLength;
-    const LONG status =
-        RegEnumValueA(handle_, index, name, &length, nullptr, nullptr, nullptr, nullptr);
-    if (status == ERROR_NO_MORE_ITEMS)
-      return;
-    if (status != ERROR_SUCCESS)
-      throw registryError("RegistryKey:getValueNames()", status, __LINE__);
-    names.emplace_back(name, length);
-  }
+  appendNames(handle_.get(), RegEnumValueA, INT_MAX, "RegistryKey:getValueNames()", __LINE__,
+              names);
 }
 
 bool RegistryKey::recurseDeleteKey(const std::string& path, HKEY root) {
-  HKEY key = nullptr;
-  LONG status = RegOpenKeyExA(root, path.c_str(), 0, KEY_ALL_ACCESS, &key);
+  ScopedKey key;
+  LONG status = RegOpenKeyExA(root, path.c_str(), 0, KEY_ALL_ACCESS, key.receive());
   if (status == ERROR_FILE_NOT_FOUND)
     return true;
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::recurseDeleteKey() RegOpenKey()", status, __LINE__);
-  try {
-    // Always index 0: each recursion removes the child, so the next one moves up.
-    for (;;) {
-      char child[256];
-      DWORD length = sizeof(child);
-      if (RegEnumKeyExA(key, 0, child, &length, nullptr, nullptr, nullptr, nullptr) !=
-          ERROR_SUCCESS)
-        break;
-      recurseDeleteKey(child, key);
-    }
-  } catch (...) {
-    RegCloseKey(key);
-    throw;
+  // Always index 0: each recursion removes the child, so the next one moves up.
+  for (;;) {
+    char child[256];
+    DWORD length = sizeof(child);
+    if (RegEnumKeyExA(key.get(), 0, child, &length, nullptr, nullptr, nullptr, nullptr) !=
+        ERROR_SUCCESS)
+      break;
+    recurseDeleteKey(child, key.get());
   }
-  RegCloseKey(key);
+  key.close();
   // The key "SOFTWARE" itself is kept, though its subkeys are gone by now; deliberate.
   if (_mbsicmp(reinterpret_cast<const unsigned char*>(path.c_str()),
                reinterpret_cast<const unsigned char*>("SOFTWARE")) == 0)

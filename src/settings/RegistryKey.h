@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "system/SecurityEveryone.h"
+#include "system/UniqueHandle.h"
 
 // Owner of one open registry key. The constructor opens the key (or creates it, with a
 // descriptor granting Everyone full access) and either leaves an open handle or throws; the
@@ -21,22 +22,7 @@ class RegistryKey {
   RegistryKey(const RegistryKey&) = delete;
   RegistryKey& operator=(const RegistryKey&) = delete;
 
-  HKEY getHandle() const { return handle_; }
-
-  static void regOpenKeyEx(HKEY root,
-                           const std::string& subKey,
-                           DWORD options,
-                           REGSAM access,
-                           HKEY* result);
-  static void regCreateKeyEx(HKEY root,
-                             const std::string& subKey,
-                             DWORD reserved,
-                             const std::string& className,
-                             DWORD options,
-                             REGSAM access,
-                             SECURITY_ATTRIBUTES* securityAttributes,
-                             HKEY* result,
-                             DWORD* disposition);
+  HKEY getHandle() const { return handle_.get(); }
 
   // Typed reads: false when the value is absent (the out value is untouched); a value of another
   // type throws. Strings come back unexpanded from REG_EXPAND_SZ.
@@ -64,7 +50,11 @@ class RegistryKey {
   virtual void open(const std::string& path, bool create, HKEY root);
 
  private:
-  HKEY handle_ = nullptr;
+  // Open with full access / create with the Everyone descriptor, or throw.
+  static void regOpenKeyEx(HKEY root, const std::string& subKey, HKEY* result);
+  void regCreateKeyEx(HKEY root, const std::string& subKey, HKEY* result);
+
   SecurityEveryone security_;
+  ScopedKey handle_;  // Closed before the descriptor goes.
   REGSAM accessMask_ = 0;
 };

@@ -7,9 +7,9 @@
 #include "settings/RegistryKey.h"
 #include "settings/SettingsInstaller.h"
 #include "settings/SettingsKeys.h"
+#include "system/CurrentProcess.h"
+#include "system/Localize.h"
 #include "system/Win32Exception.h"
-#include "updater/CurrentProcess.h"
-#include "updater/Localize.h"
 
 namespace {
 const int kMaxChildren = 100;

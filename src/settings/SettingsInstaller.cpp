@@ -4,6 +4,7 @@
 #include <new>
 
 #include "logging/FunctionTrace.h"
+#include "system/UniqueHandle.h"
 
 namespace {
 
@@ -14,14 +15,13 @@ LONG writeValue(const std::string& keyPath,
                 DWORD type,
                 const BYTE* data,
                 DWORD size) {
-  HKEY key = nullptr;
-  LONG status = RegCreateKeyExA(HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, nullptr,
-                                REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS, nullptr, &key, nullptr);
+  ScopedKey key;
+  const LONG status =
+      RegCreateKeyExA(HKEY_LOCAL_MACHINE, keyPath.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                      KEY_ALL_ACCESS, nullptr, key.receive(), nullptr);
   if (status != ERROR_SUCCESS)
     return status;
-  status = RegSetValueExA(key, valueName.c_str(), 0, type, data, size);
-  RegCloseKey(key);
-  return status;
+  return RegSetValueExA(key.get(), valueName.c_str(), 0, type, data, size);
 }
 
 }  // namespace
@@ -44,39 +44,34 @@ SettingsInstaller::SettingsInstaller(const std::string& fileName) {
       kLogQnv, "SettingsInstaller::SettingsInstaller(fileName='" + fileName + "'):");
   reader_.reset(new (std::nothrow) IniReader(fileName));
   if (!reader_) {
-    if (trace.isOn())
-      trace.log("Could not allocate memory for INI reader. Settings file could not be parsed.");
+    trace.detail("Could not allocate memory for INI reader. Settings file could not be parsed.");
   } else if (reader_->isBuilt()) {
     parsed_ = true;
-  } else if (trace.isOn()) {
-    trace.log(kNotParsed);
+  } else {
+    trace.detail(kNotParsed);
   }
 }
 
 bool SettingsInstaller::installSettings() {
   FunctionTrace trace = FunctionTrace::open(kLogQnv, "SettingsInstaller::installSettings():");
   if (!parsed_) {
-    if (trace.isOn()) {
-      trace.log(kNotParsed);
-      trace.setRc(0);
-    }
+    trace.detail(kNotParsed);
+    trace.setRc(0);
     return false;
   }
   bool result = true;
   const std::list<std::string> sections = reader_->getSections();
-  if (sections.empty() && trace.isOn())
-    trace.log("No registry keys found in file to be installed.");
+  if (sections.empty())
+    trace.detail("No registry keys found in file to be installed.");
   for (const std::string& section : sections) {
     if (section.empty()) {
-      if (trace.isOn())
-        trace.log("Empty Section name. Skipping..");
+      trace.detail("Empty Section name. Skipping..");
       result = false;
       continue;
     }
     const IniReader::KeyValPairs pairs = reader_->getSectionData(section);
     if (pairs.empty()) {
-      if (trace.isOn())
-        trace.log("Empty Section found. Skipping..");
+      trace.detail("Empty Section found. Skipping..");
       result = false;
       continue;
     }
@@ -84,9 +79,10 @@ bool SettingsInstaller::installSettings() {
       const std::string& key = pair.first;
       const std::string& value = pair.second;
       if (key.empty() || value.empty()) {
-        if (trace.isOn())
-          trace.log("Empty KeyValue pair found in Section='" + section + "' where key='" + key +
-                    "' and value='" + value + "'):");
+        trace.detail([&] {
+          return "Empty KeyValue pair found in Section='" + section + "' where key='" + key +
+                 "' and value='" + value + "'):";
+        });
         result = false;
         continue;
       }
@@ -94,29 +90,30 @@ bool SettingsInstaller::installSettings() {
       switch (IniReader::getValueType(value, data)) {
         case IniReader::kStringType: {
           const LONG status = writeStringValue(section, key, data);
-          if (trace.isOn())
-            trace.log("Return Code for writing sectionName='" + section + "',key='" + key +
-                      "',value='" + data + "' is = " + std::to_string(status));
+          trace.detail([&] {
+            return "Return Code for writing sectionName='" + section + "',key='" + key +
+                   "',value='" + data + "' is = " + std::to_string(status);
+          });
           break;
         }
         case IniReader::kDwordType: {
           const DWORD number = static_cast<DWORD>(atol(data.c_str()));
           const LONG status = writeDwordValue(section, key, number);
-          if (trace.isOn())
-            trace.log("Return Code for writing sectionName='" + section + "',key='" + key +
-                      "',value='" + std::to_string(number) + "' is = " + std::to_string(status));
+          trace.detail([&] {
+            return "Return Code for writing sectionName='" + section + "',key='" + key +
+                   "',value='" + std::to_string(number) + "' is = " + std::to_string(status);
+          });
           break;
         }
         default:
-          if (trace.isOn())
-            trace.log("Could not retrieve the type information for value='" + value +
-                      "' skipping....");
+          trace.detail([&] {
+            return "Could not retrieve the type information for value='" + value + "' skipping....";
+          });
           result = false;
           break;
       }
     }
   }
-  if (trace.isOn())
-    trace.setRc(result ? 1 : 0);
+  trace.setRc(result ? 1 : 0);
   return result;
 }

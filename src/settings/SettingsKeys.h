@@ -45,11 +45,7 @@ inline constexpr char kSerialNumber[] = "SerialNumber";
 inline constexpr char kRetailerId[] = "RetailerID";
 inline constexpr char kOriginalFriendlyName[] = "OriginalFriendlyName";
 
-// "Logger": the log writer's switches (the component masks use the component names).
-inline constexpr char kStartLog[] = "startLog";
-inline constexpr char kClocktimeInHeader[] = "Clocktime_In_Header";
-inline constexpr char kProcIdInHeader[] = "Proc_Id_In_Header";
-inline constexpr char kThreadIdInHeader[] = "Thread_Id_In_Header";
+// "Logger": the log writer's switches, named in logging/LogSwitches.h.
 inline constexpr char kEnabled[] = "enabled";
 
 }  // namespace SettingsKeys

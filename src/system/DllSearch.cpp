@@ -4,15 +4,12 @@
 
 #include <vector>
 
+#include "system/ExportLookup.h"
+
 namespace {
 
-// The exports of kernel32 that older systems lack, typed by their declarations.
-template <typename Function>
-Function kernelExport(const char* name) {
-  return reinterpret_cast<Function>(
-      reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("kernel32.dll"), name)));
-}
-#define KERNEL_EXPORT(name) kernelExport<decltype(&name)>(#name)
+// The exports of kernel32 that older systems lack.
+#define KERNEL_EXPORT(name) LOOKUP_EXPORT(GetModuleHandleA("kernel32.dll"), name)
 
 }  // namespace
 

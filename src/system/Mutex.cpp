@@ -4,32 +4,34 @@
 
 Mutex::Mutex(bool initialOwner, const std::string& name, bool allowEveryone) : name_(name) {
   if (!allowEveryone) {
-    handle_ = createMutex(nullptr, initialOwner, name);
+    handle_.reset(createMutex(nullptr, initialOwner, name));
     return;
   }
   SECURITY_DESCRIPTOR descriptor;
-  if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION))
-    throw Win32Exception("Mutex::Mutex() InitializeSecurityDescriptor failed", GetLastError(), "",
-                         0);
+  if (!InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION)) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Mutex::Mutex() InitializeSecurityDescriptor failed", error, "", 0);
+  }
   // A null DACL: every user's processes may open the mutex.
-  if (!SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE))
-    throw Win32Exception("Mutex::Mutex() SetSecurityDescriptorDacl failed", GetLastError(), "", 0);
+  if (!SetSecurityDescriptorDacl(&descriptor, TRUE, nullptr, FALSE)) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Mutex::Mutex() SetSecurityDescriptorDacl failed", error, "", 0);
+  }
   SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), &descriptor, FALSE};
-  handle_ = createMutex(&attributes, initialOwner, name);
+  handle_.reset(createMutex(&attributes, initialOwner, name));
 }
 
-Mutex::~Mutex() {
-  CloseHandle(handle_);
-}
+Mutex::~Mutex() = default;
 
 HANDLE Mutex::createMutex(SECURITY_ATTRIBUTES* securityAttributes,
                           bool initialOwner,
                           const std::string& name) {
   // An existing mutex of that name is opened and used as it is.
   HANDLE handle = CreateMutexA(securityAttributes, initialOwner ? TRUE : FALSE, name.c_str());
-  if (handle == nullptr)
-    throw Win32Exception("Mutex::createMutex() CreateMutex failed", GetLastError(), "Mutex",
-                         __LINE__);
+  if (handle == nullptr) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Mutex::createMutex() CreateMutex failed", error, "Mutex", __LINE__);
+  }
   if (initialOwner) {
     ownerThread_ = GetCurrentThreadId();
     ++holdCount_;
@@ -40,7 +42,7 @@ HANDLE Mutex::createMutex(SECURITY_ATTRIBUTES* securityAttributes,
 bool Mutex::acquire(DWORD timeoutMs) {
   if (timeoutMs == 0)
     return false;
-  switch (WaitForSingleObject(handle_, timeoutMs)) {
+  switch (WaitForSingleObject(handle_.get(), timeoutMs)) {
     case WAIT_OBJECT_0:
     case WAIT_ABANDONED:
       ownerThread_ = GetCurrentThreadId();
@@ -48,9 +50,10 @@ bool Mutex::acquire(DWORD timeoutMs) {
       return true;
     case WAIT_TIMEOUT:
       return false;
-    default:
-      throw Win32Exception("Mutex::acquire() WaitForSingleObject failed", GetLastError(), "Mutex",
-                           __LINE__);
+    default: {
+      const DWORD error = GetLastError();
+      throw Win32Exception("Mutex::acquire() WaitForSingleObject failed", error, "Mutex", __LINE__);
+    }
   }
 }
 
@@ -63,9 +66,10 @@ void Mutex::release() {
   while (holds > 0) {
     --holds;
     --holdCount_;
-    if (!ReleaseMutex(handle_))
-      throw Win32Exception("Mutex::release() ReleaseMutex failed", GetLastError(), "Mutex",
-                           __LINE__);
+    if (!ReleaseMutex(handle_.get())) {
+      const DWORD error = GetLastError();
+      throw Win32Exception("Mutex::release() ReleaseMutex failed", error, "Mutex", __LINE__);
+    }
   }
 }
 

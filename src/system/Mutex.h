@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "system/UniqueHandle.h"
+
 // A named system mutex, shared by every process that opens the same name (no namespace prefix is
 // added). Owns its handle; the destructor closes it without releasing holds, so other waiters
 // then find the mutex abandoned.
@@ -35,7 +37,7 @@ class Mutex {
   std::string getName() const;
 
  private:
-  HANDLE handle_ = nullptr;
+  ScopedHandle handle_;
   std::string name_;
   uint32_t holdCount_ = 0;
   uint32_t ownerThread_ = 0;

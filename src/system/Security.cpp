@@ -1,6 +1,6 @@
 #include "system/Security.h"
 
-#include "updater/OsVersion.h"
+#include "system/OsVersion.h"
 
 Security::Security() : supported_(OsVersion::getInstance().isNt()) {
   attributes_.nLength = sizeof(SECURITY_ATTRIBUTES);

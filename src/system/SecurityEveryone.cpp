@@ -19,28 +19,36 @@ SecurityEveryone::SecurityEveryone(bool inheritable) {
     return;
   try {
     descriptor_ = static_cast<PSECURITY_DESCRIPTOR>(calloc(1, SECURITY_DESCRIPTOR_MIN_LENGTH));
-    if (!InitializeSecurityDescriptor(descriptor_, SECURITY_DESCRIPTOR_REVISION))
-      throw Win32Exception(kInitFailed, GetLastError(), "SecurityEveryone", __LINE__);
+    if (!InitializeSecurityDescriptor(descriptor_, SECURITY_DESCRIPTOR_REVISION)) {
+      const DWORD error = GetLastError();
+      throw Win32Exception(kInitFailed, error, "SecurityEveryone", __LINE__);
+    }
 
     setSecurityIdEveryone();
 
     DWORD aclSize = sizeof(ACL);
-    if (!IsValidSid(everyone_))
-      throw Win32Exception("SecurityEveryone::SecurityEveryone() IsValidSid failed", GetLastError(),
+    if (!IsValidSid(everyone_)) {
+      const DWORD error = GetLastError();
+      throw Win32Exception("SecurityEveryone::SecurityEveryone() IsValidSid failed", error,
                            "SecurityEveryone", __LINE__);
+    }
     aclSize += kAceSizeWithoutSid + GetLengthSid(everyone_);
 
     // The three calls share one failure text by design.
     acl_ = static_cast<PACL>(calloc(1, aclSize));
     if (!InitializeAcl(acl_, aclSize, ACL_REVISION) ||
         !AddAccessAllowedAce(acl_, ACL_REVISION, GENERIC_ALL, everyone_) ||
-        !SetSecurityDescriptorDacl(descriptor_, TRUE, acl_, FALSE))
-      throw Win32Exception(kInitFailed, GetLastError(), "SecurityEveryone", __LINE__);
+        !SetSecurityDescriptorDacl(descriptor_, TRUE, acl_, FALSE)) {
+      const DWORD error = GetLastError();
+      throw Win32Exception(kInitFailed, error, "SecurityEveryone", __LINE__);
+    }
 
     if (inheritable) {
       void* ace = nullptr;
-      if (!GetAce(acl_, 0, &ace))
-        throw Win32Exception(kInitFailed, GetLastError(), "SecurityEveryone", __LINE__);
+      if (!GetAce(acl_, 0, &ace)) {
+        const DWORD error = GetLastError();
+        throw Win32Exception(kInitFailed, error, "SecurityEveryone", __LINE__);
+      }
       static_cast<ACE_HEADER*>(ace)->AceFlags |= CONTAINER_INHERIT_ACE;
     }
   } catch (...) {
@@ -66,18 +74,22 @@ void SecurityEveryone::release() {
 
 void SecurityEveryone::setSecurityIdEveryone() {
   SID_IDENTIFIER_AUTHORITY world = SECURITY_WORLD_SID_AUTHORITY;
-  if (!AllocateAndInitializeSid(&world, 1, SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, &everyone_))
+  if (!AllocateAndInitializeSid(&world, 1, SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, &everyone_)) {
+    const DWORD error = GetLastError();
     throw Win32Exception(
-        "SecurityEveryone::setSecurityIdEveryone() AllocateAndInitializeSid failed", GetLastError(),
+        "SecurityEveryone::setSecurityIdEveryone() AllocateAndInitializeSid failed", error,
         "SecurityEveryone", __LINE__);
+  }
 }
 
 void SecurityEveryone::doApply(HANDLE kernelObject) {
   if (!isSupported())
     return;
-  if (!SetKernelObjectSecurity(kernelObject, DACL_SECURITY_INFORMATION, descriptor_))
-    throw Win32Exception("Security::doApply() SetKernelObjectSecurity failed ", GetLastError(),
-                         "Security", __LINE__);
+  if (!SetKernelObjectSecurity(kernelObject, DACL_SECURITY_INFORMATION, descriptor_)) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Security::doApply() SetKernelObjectSecurity failed ", error, "Security",
+                         __LINE__);
+  }
 }
 
 void SecurityEveryone::doApply(HKEY registryKey) {
@@ -86,9 +98,11 @@ void SecurityEveryone::doApply(HKEY registryKey) {
   BOOL present = FALSE;
   BOOL defaulted = FALSE;
   PACL dacl = nullptr;
-  if (!GetSecurityDescriptorDacl(descriptor_, &present, &dacl, &defaulted))
-    throw Win32Exception("Security::doApply() GetSecurityDescriptorDacl failed ", GetLastError(),
-                         "Security", __LINE__);
+  if (!GetSecurityDescriptorDacl(descriptor_, &present, &dacl, &defaulted)) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Security::doApply() GetSecurityDescriptorDacl failed ", error, "Security",
+                         __LINE__);
+  }
   const DWORD result = SetSecurityInfo(registryKey, SE_REGISTRY_KEY, DACL_SECURITY_INFORMATION,
                                        nullptr, nullptr, dacl, nullptr);
   if (result != ERROR_SUCCESS)

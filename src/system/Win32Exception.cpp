@@ -21,8 +21,10 @@ std::string getSystemMessage(uint32_t code) {
   const DWORD length =
       FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
                      MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), buffer, sizeof(buffer), nullptr);
-  if (length == 0)
-    return "Error getting message:" + std::to_string(GetLastError());
+  if (length == 0) {
+    const DWORD error = GetLastError();
+    return "Error getting message:" + std::to_string(error);
+  }
   std::string text;
   for (const char* p = buffer; *p != '\0'; ++p) {
     if (*p != '\r' && *p != '\n')

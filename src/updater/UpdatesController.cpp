@@ -10,10 +10,10 @@
 #include "settings/Settings.h"
 #include "settings/SettingsKeys.h"
 #include "system/CriticalSectionLock.h"
+#include "system/CurrentProcess.h"
 #include "system/Exception.h"
+#include "system/OsVersion.h"
 #include "updater/CommandLineParams.h"
-#include "updater/CurrentProcess.h"
-#include "updater/OsVersion.h"
 #include "webupdate/VersionInfo.h"
 
 namespace {
@@ -44,88 +44,89 @@ UpdatesController::~UpdatesController() {
 
 void UpdatesController::performUpdates() {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::performUpdates() ");
-  const auto log = [&trace](const char* text) {
-    if (trace.isOn())
-      trace.log(text);
-  };
 
   if (!isInternetStateOk()) {
-    log("The InternetState is not OK to start downloads, quitting the update process.");
+    trace.detail("The InternetState is not OK to start downloads, quitting the update process.");
     return;
   }
   typeOfUpdateAvailable type = 0;
   if (!checkForUpdates(type) || type == 0) {
-    log("Checking for updates failed or there are no updates available!");
+    trace.detail("Checking for updates failed or there are no updates available!");
     return;
   }
-  log("Updates are available, now, we will attempt to download and install them");
+  trace.detail("Updates are available, now, we will attempt to download and install them");
+  switch (decideInstallation(type, trace)) {
+    case InstallDecision::kInstall:
+      if (!downloadAndInstallUpdates(type))
+        trace.detail(kDownloadOrInstallFailed);
+      break;
+    case InstallDecision::kElevate:
+      trace.detail(kUacEnabledElevating);
+      launchElevatedProcess();
+      break;
+    case InstallDecision::kStop:
+      break;
+  }
+}
 
+UpdatesController::InstallDecision UpdatesController::decideInstallation(typeOfUpdateAvailable type,
+                                                                         FunctionTrace& trace) {
   if (!OsVersion::getInstance().isVistaOrLater()) {
-    log("The OS is Win XP or Win 2K, we have the spooler privilages, we do not need extra "
+    trace.detail(
+        "The OS is Win XP or Win 2K, we have the spooler privilages, we do not need extra "
         "permissions");
-    if (!downloadAndInstallUpdates(type))
-      log(kDownloadOrInstallFailed);
-    return;
+    return InstallDecision::kInstall;
   }
-  log("We are running on Windows Vista, following the Vista algorithm");
+  trace.detail("We are running on Windows Vista, following the Vista algorithm");
 
   if (!isProcessRunningWithAdminPrivileges()) {
-    log("The current process is running under an non admin user.");
+    trace.detail("The current process is running under an non admin user.");
     // isUacEnabled() is constant true; the branch is kept on purpose.
     if (!CurrentProcess::getInstance()->isUacEnabled()) {
-      log("UAC is NOT enabled under non admin login, EXITING UPDATE PROCESS");
-      return;
+      trace.detail("UAC is NOT enabled under non admin login, EXITING UPDATE PROCESS");
+      return InstallDecision::kStop;
     }
     // A relaunched child never relaunches again.
     if (isProcessElevated()) {
-      log("Elevated permissions and still not an Admin. UAC must be off.");
-      log("Exiting update process.");
-      return;
+      trace.detail("Elevated permissions and still not an Admin. UAC must be off.");
+      trace.detail("Exiting update process.");
+      return InstallDecision::kStop;
     }
-    log(kUacEnabledElevating);
-    launchElevatedProcess();
-    return;
+    return InstallDecision::kElevate;
   }
-  log("The current process has admin permissions!");
+  trace.detail("The current process has admin permissions!");
 
   if (type == 1) {
-    log("This is a CATALOG only update, so we are installing the updates right away!");
-    if (!downloadAndInstallUpdates(1))
-      log(kDownloadOrInstallFailed);
-    return;
+    trace.detail("This is a CATALOG only update, so we are installing the updates right away!");
+    return InstallDecision::kInstall;
   }
-  log("This is a CATALOG + DLLs update");
+  trace.detail("This is a CATALOG + DLLs update");
 
   if (isProcessElevated()) {
-    log("The process has already been elevated. We have all the permissions we need, attempting "
+    trace.detail(
+        "The process has already been elevated. We have all the permissions we need, attempting "
         "to install updates now.");
-    if (!downloadAndInstallUpdates(type))
-      log(kDownloadOrInstallFailed);
-    return;
+    return InstallDecision::kInstall;
   }
-  log("The process has NOT been elevated.");
+  trace.detail("The process has NOT been elevated.");
 
-  if (CurrentProcess::getInstance()->isUacEnabled()) {
-    log(kUacEnabledElevating);
-    launchElevatedProcess();
-    return;
-  }
-  log("UAC is NOT enabled and we are running under an admin user. i.e. We have permissions to "
+  if (CurrentProcess::getInstance()->isUacEnabled())
+    return InstallDecision::kElevate;
+  trace.detail(
+      "UAC is NOT enabled and we are running under an admin user. i.e. We have permissions to "
       "write into the drivers dir. Installing updates...");
-  if (!downloadAndInstallUpdates(type))
-    log(kDownloadOrInstallFailed);
+  return InstallDecision::kInstall;
 }
 
 bool UpdatesController::isInternetStateOk() {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::isInternetStateOk() ");
   if (!webUpdater_.isInternetAvailable()) {
-    if (trace.isOn())
-      trace.log("Internet connection is not available, halting the update process");
+    trace.detail("Internet connection is not available, halting the update process");
     return trace.returning(false);
   }
   // A dial-up line is reported as halting, yet the run goes on; deliberate.
-  if (webUpdater_.isDialUpConnection() && trace.isOn())
-    trace.log(
+  if (webUpdater_.isDialUpConnection())
+    trace.detail(
         "The user is connected to the internet over a dial up connection, halting the update "
         "process.");
   return trace.returning(true);
@@ -157,13 +158,13 @@ bool UpdatesController::launchElevatedProcess() {
                        nullptr, kShowNormal);
     const INT_PTR value = reinterpret_cast<INT_PTR>(instance);
     if (value <= 32) {
-      if (trace.isOn())
-        trace.log(LogText("The new process FAILED to launch. Casted HINSTANCE value = ") +
-                  decimal(static_cast<int32_t>(value)));
+      trace.detail([&] {
+        return LogText("The new process FAILED to launch. Casted HINSTANCE value = ") +
+               decimal(static_cast<int32_t>(value));
+      });
       return trace.returning(false);
     }
-    if (trace.isOn())
-      trace.log("The new process was launched successfully");
+    trace.detail("The new process was launched successfully");
     return trace.returning(true);
   } catch (const Exception& e) {
     BasicLogger::getInstance().write(
@@ -175,30 +176,26 @@ bool UpdatesController::launchElevatedProcess() {
 
 bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::checkForUpdates() ");
-  const auto log = [&trace](const char* text) {
-    if (trace.isOn())
-      trace.log(text);
-  };
   type = 0;
   const std::string softwareVersion = VersionInfo::GetOrreryVersionNumber();
   const std::string softwareUrl = urlGenerator_.generateUrl(ORRERY_VERSION);
   switch (webUpdater_.isUpdateAvailable(softwareUrl, softwareVersion)) {
     case UPDATE_AVAILABLE:
-      log("Orrery Software Update is available.");
+      trace.detail("Orrery Software Update is available.");
       type = 2;
-      log("Check for a data update also.");
+      trace.detail("Check for a data update also.");
       break;
     case UPDATE_NOT_AVAILABLE:
-      log("Orrery Software Update is NOT available.");
-      log("Will check for a data update.");
+      trace.detail("Orrery Software Update is NOT available.");
+      trace.detail("Will check for a data update.");
       break;
     case UPDATE_CHECK_FAILED:
-      log("Unable to determine if Orrery Software Update is available.");
-      log("Terminating the update process.");
+      trace.detail("Unable to determine if Orrery Software Update is available.");
+      trace.detail("Terminating the update process.");
       return trace.returning(false);
     case UPDATE_NO_PRIVILEGE:
-      log("Software Update is available, user does not have priveleges to install.");
-      log("Terminating the update process.");
+      trace.detail("Software Update is available, user does not have priveleges to install.");
+      trace.detail("Terminating the update process.");
       return trace.returning(false);
     default:
       break;  // Any other answer goes on to the data check silently.
@@ -208,14 +205,14 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
   const std::string dataUrl = urlGenerator_.generateUrl(CATALOG_VERSION);
   // Only the software check can end the run: every other data answer means "not available".
   if (webUpdater_.isUpdateAvailable(dataUrl, dataVersion) == UPDATE_AVAILABLE) {
-    log("Catalog/Orrery Data Update is available.");
+    trace.detail("Catalog/Orrery Data Update is available.");
     type = type == 2 ? 3 : 1;
   } else {
-    log("Data Update is NOT available.");
+    trace.detail("Data Update is NOT available.");
     if (type == 0)
       return trace.returning(false);
   }
-  log("Atleast one update is available");
+  trace.detail("Atleast one update is available");
   return trace.returning(true);
 }
 
@@ -223,21 +220,20 @@ bool UpdatesController::downloadAndInstallUpdates(typeOfUpdateAvailable type) {
   FunctionTrace trace = FunctionTrace::open(
       kLogUpdater, "UpdatesController::downloadAndInstallUpdates(" + std::to_string(type) + ") ");
   if (type == 0) {
-    if (trace.isOn())
-      trace.log("There are no updates to download and install.");
+    trace.detail("There are no updates to download and install.");
     return trace.returning(false);
   }
   std::string softwarePath;
   std::string dataPath;
   if (!downloadUpdates(type, softwarePath, dataPath)) {
-    if (trace.isOn())
-      trace.log("Updates failed to download.");
+    trace.detail("Updates failed to download.");
     return trace.returning(false);
   }
   const bool installed = installUpdates(softwarePath, dataPath);
-  if (trace.isOn())
-    trace.log(installed ? "Updates were downloaded and installed successfully"
-                        : "Updates installation failed, halting the update process.");
+  trace.detail([&] {
+    return installed ? "Updates were downloaded and installed successfully"
+                     : "Updates installation failed, halting the update process.";
+  });
   return trace.returning(installed);
 }
 
@@ -245,87 +241,82 @@ bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type,
                                         std::string& softwarePath,
                                         std::string& dataPath) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::downloadUpdates() ");
-  const auto log = [&trace](const LogText& text) {
-    if (trace.isOn())
-      trace.log(text);
-  };
-  log(LogText("typeOfUpdateAvailable=") + decimal(type));
+  trace.detail([&] { return LogText("typeOfUpdateAvailable=") + decimal(type); });
   softwarePath.clear();
   dataPath.clear();
   switch (type) {
     case 1:
-      log("Only Data update is available, so downloading only the data update.");
+      trace.detail("Only Data update is available, so downloading only the data update.");
       return trace.returning(downloadUpdate(false, dataPath));
     case 2:
-      log("Only Software update is available, so downloading only the software update.");
+      trace.detail("Only Software update is available, so downloading only the software update.");
       return trace.returning(downloadUpdate(true, softwarePath));
     case 3:
-      log("Both the software and data updates are available, so downloading both updates.");
+      trace.detail(
+          "Both the software and data updates are available, so downloading both updates.");
       if (!downloadUpdate(true, softwarePath)) {
         softwarePath.clear();
-        log("The software update failed to download, so we not downloading the data update");
+        trace.detail(
+            "The software update failed to download, so we not downloading the data update");
         return trace.returning(false);
       }
       if (downloadUpdate(false, dataPath)) {
-        log("Both updates were downloaded successfully.");
+        trace.detail("Both updates were downloaded successfully.");
         return trace.returning(true);
       }
-      log("The data update failed to download, so we are deleting the downloaded software "
+      trace.detail(
+          "The data update failed to download, so we are deleting the downloaded software "
           "update");
       if (remove(softwarePath.c_str()) != 0)
-        log("Failed to delete '" + softwarePath + "'");
+        trace.detail([&] { return "Failed to delete '" + softwarePath + "'"; });
       softwarePath.clear();
       dataPath.clear();
       return trace.returning(false);
     default:
-      log("NO updates are available to download!");
+      trace.detail("NO updates are available to download!");
       return trace.returning(false);
   }
 }
 
 bool UpdatesController::downloadUpdate(bool isSoftwareUpdate, std::string& path) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::downloadUpdate() ");
-  if (trace.isOn())
-    trace.log(LogText("isSoftwareUpdate=") + LogText(isSoftwareUpdate));
+  trace.detail([&] { return LogText("isSoftwareUpdate=") + LogText(isSoftwareUpdate); });
   path.clear();
   const std::string url =
       urlGenerator_.generateUrl(isSoftwareUpdate ? ORRERY_DOWNLOAD : CATALOG_DOWNLOAD);
   const bool downloaded = webUpdater_.downloadUpdate(url, path);
-  if (trace.isOn())
-    trace.log(downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
-                         : std::string("The update FAILED to download!"));
+  trace.detail([&] {
+    return downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
+                      : std::string("The update FAILED to download!");
+  });
   return trace.returning(downloaded);
 }
 
 bool UpdatesController::installUpdates(const std::string& softwarePath,
                                        const std::string& dataPath) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::installUpdates() ");
-  const auto log = [&trace](const std::string& text) {
-    if (trace.isOn())
-      trace.log(text);
-  };
-  log("softwareUpdateFileName=" + softwarePath);
-  log("dataUpdateFileName=" + dataPath);
+  trace.detail([&] { return "softwareUpdateFileName=" + softwarePath; });
+  trace.detail([&] { return "dataUpdateFileName=" + dataPath; });
   if (softwarePath.empty() && dataPath.empty()) {
-    log(kNoUpdatesToInstall);
+    trace.detail(kNoUpdatesToInstall);
     return trace.returning(false);
   }
   if (!spooler_.pausePrinters(pausedPrinters_)) {
-    log("FAILED to pause all printers installed with our driver!");
+    trace.detail("FAILED to pause all printers installed with our driver!");
     performPostUpdateCleanUp(softwarePath, dataPath);
     pausedPrinters_.clear();
     return trace.returning(false);
   }
-  log("All Printer were paused successfully, now applying updates");
+  trace.detail("All Printer were paused successfully, now applying updates");
 
   // From here on every way out resumes the printers and handles the downloads, an exception of
   // any type included.
   const auto resumeAndCleanUp = [&](bool result) {
     if (!spooler_.resumePrinters(pausedPrinters_)) {
-      log("FAILED to resume all printers installed with our driver!");
+      trace.detail("FAILED to resume all printers installed with our driver!");
       result = false;
     } else {
-      log("All Printer were resumed successfully");
+      trace.detail("All Printer were resumed successfully");
     }
     performPostUpdateCleanUp(softwarePath, dataPath);
     pausedPrinters_.clear();
@@ -334,7 +325,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   bool result = false;
   try {
     if (!softwarePath.empty()) {
-      log("Software updates are available to install");
+      trace.detail("Software updates are available to install");
       bool applied = false;
       try {
         applied = webUpdater_.installUpdateUsingCurrentProcess(
@@ -343,31 +334,32 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
         BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS, e.toString());
       }
       if (!applied) {
-        log("The software updates FAILED! exiting update process");
+        trace.detail("The software updates FAILED! exiting update process");
       } else {
-        log("The software updates were applied successfully");
+        trace.detail("The software updates were applied successfully");
         if (dataPath.empty()) {
           // Misleading line and no flag for a software-only update: both deliberate.
-          log("software update FAILED");
+          trace.detail("software update FAILED");
           result = true;
         } else {
-          log("Data update also required.");
+          trace.detail("Data update also required.");
           if (!installDataUpdate(dataPath)) {
-            log("Data files update FAILED");
+            trace.detail("Data files update FAILED");
           } else {
-            log("Data update was also successful. Setting the flag to indicate total update.");
-            CurrentProcess::setCompleteSoftwareUpdatedFlag();
+            trace.detail(
+                "Data update was also successful. Setting the flag to indicate total update.");
+            setCompleteSoftwareUpdatedFlag();
             result = true;
           }
         }
       }
     } else {
-      log("Only data updates are available to install");
+      trace.detail("Only data updates are available to install");
       if (!installDataUpdate(dataPath)) {
-        log("Data update FAILED");
+        trace.detail("Data update FAILED");
       } else {
-        log("Data update was successful. Setting the flag to indicate it.");
-        CurrentProcess::setDataUpdatedFlag();
+        trace.detail("Data update was successful. Setting the flag to indicate it.");
+        setDataUpdatedFlag();
         result = true;
       }
     }
@@ -386,29 +378,27 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
 bool UpdatesController::installDataUpdate(const std::string& dataPath) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::installDataUpdate() ");
   if (dataPath.empty()) {
-    if (trace.isOn())
-      trace.log(kNoUpdatesToInstall);
+    trace.detail(kNoUpdatesToInstall);
     return trace.returning(false);
   }
   const std::string directory = getDataUpdatesDirectory();
   if (directory.empty()) {
-    if (trace.isOn())
-      trace.log("Failed to retrieve the directory into which we need to install the updates");
+    trace.detail("Failed to retrieve the directory into which we need to install the updates");
     return trace.returning(false);
   }
   if (!CurrentProcess::fileExists(directory)) {
-    if (trace.isOn())
-      trace.log("Attempting to create dir : " + directory);
+    trace.detail([&] { return "Attempting to create dir : " + directory; });
     const int error = SHCreateDirectoryExA(nullptr, directory.c_str(), nullptr);
     if (error != ERROR_SUCCESS) {
-      if (trace.isOn())
-        trace.log(LogText("SHCreateDirectory() failed. ErrorCode=") + decimal(error));
+      trace.detail(
+          [&] { return LogText("SHCreateDirectory() failed. ErrorCode=") + decimal(error); });
       return trace.returning(false);
     }
   }
   const bool applied = webUpdater_.installUpdateUsingCurrentProcess(dataPath, directory);
-  if (trace.isOn())
-    trace.log(applied ? "The data updates were applied successfully." : "The data updates FAILED.");
+  trace.detail([&] {
+    return applied ? "The data updates were applied successfully." : "The data updates FAILED.";
+  });
   return trace.returning(applied);
 }
 
@@ -426,6 +416,23 @@ std::string UpdatesController::getDataUpdatesDirectory() {
   return joinPath(joinPath(folder, driverName), directoryName);
 }
 
+void UpdatesController::setUpdaterFlag(const std::string& name, uint32_t value) {
+  Settings settings;
+  unsigned long current = 0;
+  settings.getOrCreateDwordValue(SettingsKeys::kUpdaterSection, name, current, 0, 0);
+  if (current == 2)
+    return;
+  settings.setDwordValue(SettingsKeys::kUpdaterSection, name, value, 0);
+}
+
+void UpdatesController::setDataUpdatedFlag() {
+  setUpdaterFlag(SettingsKeys::kDataUpdated, 1);
+}
+
+void UpdatesController::setCompleteSoftwareUpdatedFlag() {
+  setUpdaterFlag(SettingsKeys::kCompleteSoftwareUpdated, 1);
+}
+
 void UpdatesController::performPostUpdateCleanUp(const std::string& softwarePath,
                                                  const std::string& dataPath) {
   FunctionTrace trace =
@@ -434,18 +441,16 @@ void UpdatesController::performPostUpdateCleanUp(const std::string& softwarePath
   Settings().getOrCreateDwordValue(SettingsKeys::kUpdaterSection,
                                    SettingsKeys::kDoNotDeleteDownloadedFiles, keepFiles, 0, 0);
   if (keepFiles != 0) {
-    if (trace.isOn())
-      trace.log("NOT deleting files : '" + softwarePath + "' and '" + dataPath + "'");
+    trace.detail(
+        [&] { return "NOT deleting files : '" + softwarePath + "' and '" + dataPath + "'"; });
     return;
   }
   if (!softwarePath.empty()) {
-    if (trace.isOn())
-      trace.log("Attempting to deleting file : " + softwarePath);
+    trace.detail([&] { return "Attempting to deleting file : " + softwarePath; });
     DeleteFileA(softwarePath.c_str());
   }
   // The data path is deleted without an emptiness check and without looking at the result;
   // deliberate.
-  if (trace.isOn())
-    trace.log("Attempting to deleting file : " + dataPath);
+  trace.detail([&] { return "Attempting to deleting file : " + dataPath; });
   DeleteFileA(dataPath.c_str());
 }

@@ -10,6 +10,8 @@
 #include "webupdate/UrlGenerator.h"
 #include "webupdate/WebUpdaterAdapter.h"
 
+class FunctionTrace;
+
 // What checkForUpdates() found: 0 nothing, 1 catalog data only, 2 software only, 3 both.
 using typeOfUpdateAvailable = uint32_t;
 
@@ -54,9 +56,21 @@ class UpdatesController {
   // when the folder is unknown.
   std::string getDataUpdatesDirectory();
 
+  // The outcome flags that other components read: the DWORD `name` in "Settings\Updater" is set
+  // to `value` unless it holds 2 (a flag that another component set to 2 is never overwritten);
+  // an absent flag is created as 0 first.
+  static void setUpdaterFlag(const std::string& name, uint32_t value);
+  static void setDataUpdatedFlag();
+  static void setCompleteSoftwareUpdatedFlag();
+
   static void setShellExecuteFunction(ShellExecuteFunction function);
 
  private:
+  enum class InstallDecision { kInstall, kElevate, kStop };
+  // Whether this process installs the updates itself, relaunches itself elevated or stops, from
+  // the Windows version, its rights, the "-UAC" marker and the kind of update.
+  InstallDecision decideInstallation(typeOfUpdateAvailable type, FunctionTrace& trace);
+
   WebUpdaterAdapter webUpdater_;
   UrlGenerator urlGenerator_;
   PrinterSpoolerWrapper spooler_;

@@ -5,8 +5,8 @@
 #include <cstdio>
 
 #include "logging/FunctionTrace.h"
-#include "updater/CurrentProcess.h"
-#include "updater/OsVersion.h"
+#include "system/CurrentProcess.h"
+#include "system/OsVersion.h"
 
 namespace {
 
@@ -136,47 +136,45 @@ std::string TandemUtilities::getCountryCode() {
   char buffer[10] = {};
   snprintf(buffer, sizeof(buffer), "%.8X", static_cast<unsigned>(GetSystemDefaultLangID()));
   const std::string code = buffer;
-  if (trace.isOn())
-    trace.setRc(code);
+  trace.setRc(code);
   return code;
 }
 
 std::string TandemUtilities::getLanguageCode() {
   FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "TandemUtilities::getLanguageCode()");
   const std::string code = std::to_string(languageNumber(GetUserDefaultLangID()));
-  if (trace.isOn())
-    trace.setRc(code);
+  trace.setRc(code);
   return code;
 }
 
 std::string TandemUtilities::getOsCode() {
   FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "TandemUtilities::getOsCode()");
   std::string code = "3";
+  const char* code64 = nullptr;  // The code of the 64-bit edition, and the line that says so.
+  const char* note64 = nullptr;
   switch (OsVersion::getInstance().getWindowsVersion()) {
     case OsVersion::kWindowsXp:
       code = "5";
       break;
     case OsVersion::kWindows2003:
       code = "5";
-      // isWow64() is asked first; is64BitProcess() is always true, so this is always "9".
-      if (OsVersion::getInstance().isWow64() || CurrentProcess::getInstance()->is64BitProcess()) {
-        if (trace.isOn())
-          trace.log("is 64 bit XP");
-        code = "9";
-      }
+      code64 = "9";
+      note64 = "is 64 bit XP";
       break;
     case OsVersion::kWindowsVista:
       code = "10";
-      if (OsVersion::getInstance().isWow64() || CurrentProcess::getInstance()->is64BitProcess()) {
-        if (trace.isOn())
-          trace.log("is 64 bit Vista");
-        code = "11";
-      }
+      code64 = "11";
+      note64 = "is 64 bit Vista";
       break;
     default:
       break;
   }
-  if (trace.isOn())
-    trace.setRc(code);
+  // isWow64() is asked first; is64BitProcess() is always true, so a 64-bit code always applies.
+  if (code64 != nullptr &&
+      (OsVersion::getInstance().isWow64() || CurrentProcess::getInstance()->is64BitProcess())) {
+    trace.detail(note64);
+    code = code64;
+  }
+  trace.setRc(code);
   return code;
 }

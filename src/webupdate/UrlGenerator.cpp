@@ -35,40 +35,29 @@ void UrlGenerator::initialize() {
   replaceFirst(baseUrl_, kLanguageCodePlaceholder, &TandemUtilities::getLanguageCode);
   replaceFirst(baseUrl_, kCountryCodePlaceholder, &TandemUtilities::getCountryCode);
   replaceFirst(baseUrl_, kOsCodePlaceholder, &TandemUtilities::getOsCode);
-  if (trace.isOn())
-    trace.log(" WebServerBase URL = '" + baseUrl_ + "'");
+  trace.detail([&] { return " WebServerBase URL = '" + baseUrl_ + "'"; });
 }
 
 std::string UrlGenerator::generateUrl(uint32_t function) {
   FunctionTrace trace = FunctionTrace::open(
       kLogUpdater, "UrlGenerator::generateUrl(" + std::to_string(function) + ") ");
-  const char* setting = nullptr;
-  switch (function) {
-    case CATALOG_VERSION:
-      setting = SettingsKeys::kTandemCatalogVersionPackageCode;
-      break;
-    case ORRERY_VERSION:
-      setting = SettingsKeys::kTandemOrreryVersionPackageCode;
-      break;
-    case CATALOG_DOWNLOAD:
-      setting = SettingsKeys::kTandemCatalogDownloadPackageCode;
-      break;
-    case ORRERY_DOWNLOAD:
-      setting = SettingsKeys::kTandemOrreryDownloadPackageCode;
-      break;
-    default:
-      if (trace.isOn())
-        trace.log(" INVALID UrlFunction passed into the function!!");
-      break;
-  }
+  // The setting that holds each function's package code, in the order of the functions.
+  static const char* const kPackageCodeSettings[] = {
+      SettingsKeys::kTandemCatalogVersionPackageCode,
+      SettingsKeys::kTandemOrreryVersionPackageCode,
+      SettingsKeys::kTandemCatalogDownloadPackageCode,
+      SettingsKeys::kTandemOrreryDownloadPackageCode,
+  };
   std::string packageCode;
-  if (setting != nullptr)
-    Settings().getStringValue(SettingsKeys::kUpdaterSection, setting, packageCode, 0);
+  if (function <= ORRERY_DOWNLOAD)
+    Settings().getStringValue(SettingsKeys::kUpdaterSection, kPackageCodeSettings[function],
+                              packageCode, 0);
+  else
+    trace.detail(" INVALID UrlFunction passed into the function!!");
 
   std::string url = baseUrl_;
   if (!packageCode.empty())
     replaceFirst(url, kPackageCodePlaceholder, [&packageCode] { return packageCode; });
-  if (trace.isOn())
-    trace.setRc(url);
+  trace.setRc(url);
   return url;
 }

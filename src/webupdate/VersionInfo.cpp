@@ -7,7 +7,7 @@
 #include "settings/PathHelpers.h"
 #include "settings/Settings.h"
 #include "settings/SettingsKeys.h"
-#include "updater/Localize.h"
+#include "system/Localize.h"
 
 const std::string VersionInfo::kUnknownVersion = "0.0.0.0";
 
@@ -31,8 +31,7 @@ std::string readInstalledVersion(const char* traceName,
   settings.getOrCreateStringValue(SettingsKeys::kSettingsSection, directorySetting, directory, ".",
                                   0);
   const std::string version = VersionInfo::GetVersionNumber(joinPath(directory, fileName));
-  if (trace.isOn())
-    trace.setRc(version);
+  trace.setRc(version);
   return version;
 }
 
@@ -57,8 +56,7 @@ std::string VersionInfo::GetVersionNumber(const std::string& fileName) {
   // Text mode: a carriage return before a line feed is dropped.
   std::ifstream file(fileName.c_str());
   if (!file.is_open()) {
-    if (trace.isOn())
-      trace.log("FAILED to open: '" + fileName + "'");
+    trace.detail([&] { return "FAILED to open: '" + fileName + "'"; });
     return version;
   }
   char buffer[kReadSize] = {};
@@ -79,7 +77,6 @@ std::string VersionInfo::GetVersionNumber(const std::string& fileName) {
         kLogUpdater, LOG_ALWAYS,
         "Unable to read the PackageVersion element from the file '" + fileName + "'");
   }
-  if (trace.isOn())
-    trace.setRc(version);
+  trace.setRc(version);
   return version;
 }

@@ -9,8 +9,9 @@
 #include "settings/Settings.h"
 #include "settings/SettingsKeys.h"
 #include "system/DllSearch.h"
-#include "updater/Localize.h"
-#include "updater/OsVersion.h"
+#include "system/ExportLookup.h"
+#include "system/Localize.h"
+#include "system/OsVersion.h"
 #include "webupdate/WebUpdaterLibrary.h"
 
 namespace {
@@ -19,12 +20,8 @@ const char kLibrarySuffix[] = "wupd.DLL";
 
 WebUpdaterAdapter::ConnectedStateFunction g_connectedState = &InternetGetConnectedState;
 
-// Looks an export up with the type of its declaration, so a signature mismatch fails to compile.
-template <typename Function>
-Function lookup(HMODULE module, const char* name) {
-  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-}
-#define LOOKUP_EXPORT(module, name) lookup<decltype(&name)>(module, #name)
+// The failed lookup of an export; some operations write it without its leading blank.
+const char kLookupFailed[] = " ::GetProcAddress failed. ::GetLastError()=";
 
 const char* checkCodeName(int code) {
   switch (static_cast<uint32_t>(code)) {
@@ -78,6 +75,28 @@ void WebUpdaterAdapter::setConnectedStateFunction(ConnectedStateFunction functio
   g_connectedState = function != nullptr ? function : &InternetGetConnectedState;
 }
 
+template <typename FunctionPointer>
+FunctionPointer WebUpdaterAdapter::find(FunctionTrace& trace,
+                                        const char* name,
+                                        const char* notLoaded,
+                                        const char* lookupFailed) const {
+  if (!module_.valid()) {
+    trace.detail(notLoaded);
+    return nullptr;
+  }
+  const FunctionPointer function = lookupExport<FunctionPointer>(module_.get(), name);
+  if (function == nullptr) {
+    const DWORD error = GetLastError();
+    trace.detail([&] { return LogText(lookupFailed) + decimal(error); });
+  }
+  return function;
+}
+
+// The export that `function` declares, or null after the operation's lines for a library that is
+// not loaded (`notLoaded`) or an export that is missing (`lookupFailed`).
+#define FIND_EXPORT(trace, function, notLoaded, lookupFailed) \
+  find<decltype(&function)>(trace, #function, notLoaded, lookupFailed)
+
 void WebUpdaterAdapter::initialize() {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::initialize() ");
   const std::string fileName = Localize::getInstance()->getLocalId() + kLibrarySuffix;
@@ -87,24 +106,20 @@ void WebUpdaterAdapter::initialize() {
   if (!settings.getStringValue(SettingsKeys::kUpdaterSection, SettingsKeys::kWebUpdaterDllPath,
                                directory, 0) ||
       directory.empty()) {
-    if (trace.isOn())
-      trace.log("No registry entry for the updater dll path.");
+    trace.detail("No registry entry for the updater dll path.");
     directory = OsVersion::getInstance().getPrinterDriverDirectory();
     if (!settings.setStringValue(SettingsKeys::kUpdaterSection, SettingsKeys::kWebUpdaterDllPath,
-                                 directory, 0)) {
-      if (trace.isOn())
-        trace.log("Unable to set the updater dll path registry entry.");
-    }
+                                 directory, 0))
+      trace.detail("Unable to set the updater dll path registry entry.");
   }
 
   const std::string path = joinPath(directory, fileName);
-  if (trace.isOn())
-    trace.log("About to load web updater dll. Dll Name:" + path);
+  trace.detail([&] { return "About to load web updater dll. Dll Name:" + path; });
   // The library's own imports are found beside it; the process searches nowhere else but the
   // system and application directories.
   allowDllDirectory(directory);
-  module_ = LoadLibraryA(path.c_str());
-  if (module_ == nullptr) {
+  module_.reset(LoadLibraryA(path.c_str()));
+  if (!module_.valid()) {
     const DWORD error = GetLastError();
     BasicLogger::getInstance().write(
         kLogUpdater, LOG_ALWAYS,
@@ -112,33 +127,20 @@ void WebUpdaterAdapter::initialize() {
             decimal(error));
     return;
   }
-  auto initializeLibrary = LOOKUP_EXPORT(module_, UpdInitializeA);
-  if (initializeLibrary == nullptr) {
-    const DWORD error = GetLastError();
-    if (trace.isOn())
-      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") + decimal(error));
-    return;
-  }
-  initializeLibrary(&WebUpdaterAdapter::AllocMemory, nullptr, nullptr, nullptr, 0, nullptr,
-                    nullptr);
+  if (auto initializeLibrary = FIND_EXPORT(trace, UpdInitializeA, "", kLookupFailed))
+    initializeLibrary(&WebUpdaterAdapter::AllocMemory, nullptr, nullptr, nullptr, 0, nullptr,
+                      nullptr);
 }
 
 void WebUpdaterAdapter::uninitialize() {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::uninitialize() ");
-  if (module_ == nullptr) {
-    if (trace.isOn())
-      trace.log(" WebUpdaterAdapter DLL is not loaded, so not doing anything");
+  if (!module_.valid()) {
+    trace.detail(" WebUpdaterAdapter DLL is not loaded, so not doing anything");
     return;
   }
-  auto uninitializeLibrary = LOOKUP_EXPORT(module_, UpdUninitialize);
-  if (uninitializeLibrary != nullptr) {
+  if (auto uninitializeLibrary = FIND_EXPORT(trace, UpdUninitialize, "", kLookupFailed))
     uninitializeLibrary();
-  } else {
-    const DWORD error = GetLastError();
-    if (trace.isOn())
-      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") + decimal(error));
-  }
-  FreeLibrary(module_);
+  module_.close();
 }
 
 void* WebUpdaterAdapter::AllocMemory(unsigned long long size) {
@@ -160,15 +162,15 @@ bool WebUpdaterAdapter::isDialUpConnection() {
   bool result = false;
   if (!g_connectedState(&flags, 0)) {
     const DWORD error = GetLastError();
-    if (trace.isOn())
-      trace.log(LogText("Call into InternetGetConnectedState() failed, GetLastError()=") +
-                decimal(error));
+    trace.detail([&] {
+      return LogText("Call into InternetGetConnectedState() failed, GetLastError()=") +
+             decimal(error);
+    });
   } else if (flags & INTERNET_CONNECTION_MODEM) {
-    if (trace.isOn())
-      trace.log("CONNECTED to the internet on a DIAL UP connection");
+    trace.detail("CONNECTED to the internet on a DIAL UP connection");
     result = true;
-  } else if (trace.isOn()) {
-    trace.log("NOT connected to the internet on a dial up connection");
+  } else {
+    trace.detail("NOT connected to the internet on a dial up connection");
   }
   return trace.returning(result);
 }
@@ -176,94 +178,68 @@ bool WebUpdaterAdapter::isDialUpConnection() {
 bool WebUpdaterAdapter::isInternetAvailable() {
   FunctionTrace trace =
       FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::isInternetAvailable() ");
-  bool result = false;
-  if (module_ == nullptr) {
-    if (trace.isOn())
-      trace.log("WebUpdater DLL is not loaded.");
-  } else if (auto checkConnection = LOOKUP_EXPORT(module_, UpdCheckConnection)) {
-    const int connection = checkConnection();
-    if (trace.isOn())
-      trace.log(LogText("WebUpdaterDll Check for connection call returned : ") +
-                decimal(connection));
-    result = connection == kUpdConnected;
-  } else {
-    const DWORD error = GetLastError();
-    if (trace.isOn())
-      trace.log(LogText("::GetProcAddress failed. ::GetLastError()=") + decimal(error));
-  }
-  return trace.returning(result);
+  auto checkConnection =
+      FIND_EXPORT(trace, UpdCheckConnection, "WebUpdater DLL is not loaded.", kLookupFailed + 1);
+  if (checkConnection == nullptr)
+    return trace.returning(false);
+  const int connection = checkConnection();
+  trace.detail([&] {
+    return LogText("WebUpdaterDll Check for connection call returned : ") + decimal(connection);
+  });
+  return trace.returning(connection == kUpdConnected);
 }
 
 UpdateCheckResult WebUpdaterAdapter::isUpdateAvailable(const std::string& url,
                                                        const std::string& currentVersionNumber) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::isUpdateAvailable() ");
   // The misspelling below is the established log text.
-  if (trace.isOn())
-    trace.log("url=" + url + ", currentVerionsNumber=" + currentVersionNumber);
+  trace.detail([&] { return "url=" + url + ", currentVerionsNumber=" + currentVersionNumber; });
   const auto finish = [&trace](UpdateCheckResult result) {
-    if (trace.isOn())
-      trace.setRc(static_cast<int>(result));
+    trace.setRc(static_cast<int>(result));
     return result;
   };
-  if (module_ == nullptr) {
-    if (trace.isOn())
-      trace.log("WebUpdater DLL is not loaded.");
+  auto checkForUpdate =
+      FIND_EXPORT(trace, UpdCheckForUpdateA, "WebUpdater DLL is not loaded.", kLookupFailed + 1);
+  if (checkForUpdate == nullptr)
     return finish(UPDATE_NOT_AVAILABLE);
-  }
-  auto checkForUpdate = LOOKUP_EXPORT(module_, UpdCheckForUpdateA);
-  if (checkForUpdate == nullptr) {
-    const DWORD error = GetLastError();
-    if (trace.isOn())
-      trace.log(LogText("::GetProcAddress failed. ::GetLastError()=") + decimal(error));
-    return finish(UPDATE_NOT_AVAILABLE);
-  }
   const unsigned long timeOut = readDword(SettingsKeys::kCheckForUpdateTimeOut, 5);
   const unsigned long retryCount = readDword(SettingsKeys::kCheckForUpdateRetryCount, 0);
 
   char* newVersion = new (std::nothrow) char[kUpdNewVersionSize];
   if (newVersion == nullptr) {
-    if (trace.isOn())
-      trace.log("Unable to allocate memory for the version number!!");
+    trace.detail("Unable to allocate memory for the version number!!");
     return finish(UPDATE_NOT_AVAILABLE);
   }
   ZeroMemory(newVersion, kUpdNewVersionSize);
   const int code = checkForUpdate(url.c_str(), currentVersionNumber.c_str(), newVersion, timeOut,
                                   retryCount, nullptr);
   // The library may fill all 20 bytes; never read past them.
-  const std::string newVersionText(newVersion, strnlen(newVersion, kUpdNewVersionSize));
-  if (trace.isOn())
-    trace.log(" New version number=" + newVersionText);
+  trace.detail([&] {
+    return " New version number=" +
+           std::string(newVersion, strnlen(newVersion, kUpdNewVersionSize));
+  });
   delete[] newVersion;
-  if (trace.isOn())
-    trace.log(LogText(" WebUpdaterDll Check for updates call returned : ") + checkCodeName(code));
+  trace.detail([&] {
+    return LogText(" WebUpdaterDll Check for updates call returned : ") + checkCodeName(code);
+  });
   return finish(mapCheckCode(code));
 }
 
 bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& downloadedFile) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::downloadUpdate() ");
-  if (trace.isOn())
-    trace.log(" url=" + url);
+  trace.detail([&] { return " url=" + url; });
   downloadedFile.clear();
-  if (module_ == nullptr) {
-    if (trace.isOn())
-      trace.log(" WebUpdater DLL is not loaded.");
+  auto download =
+      FIND_EXPORT(trace, UpdDownloadUpdateExA, " WebUpdater DLL is not loaded.", kLookupFailed);
+  if (download == nullptr)
     return false;
-  }
-  auto download = LOOKUP_EXPORT(module_, UpdDownloadUpdateExA);
-  if (download == nullptr) {
-    const DWORD error = GetLastError();
-    if (trace.isOn())
-      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") + decimal(error));
-    return false;
-  }
 
   char* const ownBuffer = static_cast<char*>(::operator new(kUpdPathBufferSize));
   ZeroMemory(ownBuffer, kUpdPathBufferSize);
   char* path = ownBuffer;
   const unsigned long timeOut = readDword(SettingsKeys::kDownloadUpdateTimeOut, 30);
   const unsigned long retryCount = readDword(SettingsKeys::kDownloadUpdateRetryCount, 1);
-  if (trace.isOn())
-    trace.log("About to download update file.");
+  trace.detail("About to download update file.");
 
   unsigned long long ignored = 0;
   const int code =
@@ -271,18 +247,17 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
   if (path != ownBuffer)
     ::operator delete(ownBuffer);
 
-  if (trace.isOn()) {
-    trace.log(LogText(" WebUpdaterDll Download updates call returned : ") + decimal(code));
-    if (path == nullptr)
-      trace.log("ERROR - Download update file = ''");
-    trace.log(LogText("Download update file = '") + (path != nullptr ? path : "") + "'");
-  }
+  trace.detail(
+      [&] { return LogText(" WebUpdaterDll Download updates call returned : ") + decimal(code); });
+  if (path == nullptr)
+    trace.detail("ERROR - Download update file = ''");
+  trace.detail(
+      [&] { return LogText("Download update file = '") + (path != nullptr ? path : "") + "'"; });
   // A success without a path is no download: there is nothing to install.
   const bool result = code == kUpdDownloadSucceeded && path != nullptr;
   if (result) {
     downloadedFile = path;
-    if (trace.isOn())
-      trace.log("Update successfully downloaded '" + downloadedFile + "'");
+    trace.detail([&] { return "Update successfully downloaded '" + downloadedFile + "'"; });
   }
   ::operator delete(path);
   return trace.returning(result);
@@ -292,37 +267,26 @@ bool WebUpdaterAdapter::installUpdateUsingCurrentProcess(const std::string& inst
                                                          const std::string& destinationDir) {
   FunctionTrace trace =
       FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::installUpdateUsingCurrentProcess() ");
-  if (trace.isOn())
-    trace.log("installationFileName='" + installationFileName + "', destinationDir='" +
-              destinationDir + "'");
-  if (module_ == nullptr) {
-    if (trace.isOn()) {
-      trace.log(" Updater DLL is not loaded.");
-      trace.setRc(0);
-    }
-    return false;
-  }
-  auto apply = LOOKUP_EXPORT(module_, UpdApplyUpdateA);
+  trace.detail([&] {
+    return "installationFileName='" + installationFileName + "', destinationDir='" +
+           destinationDir + "'";
+  });
+  auto apply = FIND_EXPORT(trace, UpdApplyUpdateA, " Updater DLL is not loaded.", kLookupFailed);
   if (apply == nullptr) {
-    const DWORD error = GetLastError();
-    if (trace.isOn()) {
-      trace.log(LogText(" ::GetProcAddress failed. ::GetLastError()=") + decimal(error));
-      trace.setRc(0);
-    }
+    trace.setRc(0);
     return false;
   }
   // "DATA" is the established wording whatever kind of package is applied.
-  if (trace.isOn())
-    trace.log(" About to install a DATA update '" + installationFileName + "' into dir :'" +
-              destinationDir + "'");
+  trace.detail([&] {
+    return " About to install a DATA update '" + installationFileName + "' into dir :'" +
+           destinationDir + "'";
+  });
   const int code =
       apply(installationFileName.c_str(), destinationDir.c_str(), nullptr, nullptr, nullptr);
-  if (trace.isOn())
-    trace.log(LogText(" UpdaterDll apply updates call returned : ") + decimal(code));
+  trace.detail(
+      [&] { return LogText(" UpdaterDll apply updates call returned : ") + decimal(code); });
   const bool result = code == kUpdApplied;
-  if (trace.isOn()) {
-    trace.log(result ? " DATA update was SUCCESSFUL" : " DATA update FAILED");
-    trace.setRc(result ? 1 : 0);
-  }
+  trace.detail(result ? " DATA update was SUCCESSFUL" : " DATA update FAILED");
+  trace.setRc(result ? 1 : 0);
   return result;
 }

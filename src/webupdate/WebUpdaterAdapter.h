@@ -5,6 +5,10 @@
 #include <cstdint>
 #include <string>
 
+#include "system/UniqueHandle.h"
+
+class FunctionTrace;
+
 // Answers of isUpdateAvailable().
 enum UpdateCheckResult : uint32_t {
   UPDATE_CHECK_FAILED = 0,
@@ -32,7 +36,7 @@ class WebUpdaterAdapter {
   WebUpdaterAdapter& operator=(const WebUpdaterAdapter&) = delete;
 
   void initialize();
-  // Must be the last call on the adapter: the handle is left as it was.
+  // Unloads the library; the adapter is not loaded afterwards.
   void uninitialize();
 
   // The allocation callback handed to the library: `size` bytes from operator new. Never throws
@@ -51,5 +55,13 @@ class WebUpdaterAdapter {
   static void setConnectedStateFunction(ConnectedStateFunction function);
 
  private:
-  HMODULE module_ = nullptr;
+  // The export `name`, typed as `FunctionPointer`; null after logging `notLoaded` when the
+  // library is not loaded, or `lookupFailed` and the error when the export is missing.
+  template <typename FunctionPointer>
+  FunctionPointer find(FunctionTrace& trace,
+                       const char* name,
+                       const char* notLoaded,
+                       const char* lookupFailed) const;
+
+  ScopedModule module_;
 };

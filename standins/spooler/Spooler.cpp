@@ -59,6 +59,15 @@ void FillInfo2(const PrinterScenario& printer,
 
 }  // namespace
 
+struct Spooler::Call {
+  explicit Call(Spooler* spooler)
+      : callerError(GetLastError()), lock(&spooler->section_), scenario(spooler->refresh()) {}
+
+  const DWORD callerError;
+  const Lock lock;
+  const Scenario scenario;
+};
+
 Spooler::Spooler(HMODULE module) : module_(module) {
   InitializeCriticalSection(&section_);
 }
@@ -73,9 +82,8 @@ BOOL Spooler::enumPrinters(DWORD flags,
                            DWORD size,
                            DWORD* needed,
                            DWORD* returned) {
-  DWORD callerError = GetLastError();
-  Lock lock(&section_);
-  Scenario scenario = refresh();
+  const Call call(this);
+  const Scenario& scenario = call.scenario;
   DWORD error = 0;
   if (needed == nullptr || returned == nullptr) {
     error = RPC_X_NULL_REF_POINTER;
@@ -102,16 +110,15 @@ BOOL Spooler::enumPrinters(DWORD flags,
       *returned = static_cast<DWORD>(scenario.printers.size());
     }
   }
-  return finish(scenario,
+  return finish(call,
                 "EnumPrintersA flags=" + std::to_string(flags) + " level=" + std::to_string(level) +
                     " buffer=" + Flag(buffer != nullptr),
-                error, callerError);
+                error);
 }
 
 BOOL Spooler::openPrinter(const char* name, HANDLE* handle, const PRINTER_DEFAULTSA* defaults) {
-  DWORD callerError = GetLastError();
-  Lock lock(&section_);
-  Scenario scenario = refresh();
+  const Call call(this);
+  const Scenario& scenario = call.scenario;
   std::string printerName = name != nullptr ? name : "";
   DWORD access = defaults != nullptr ? defaults->DesiredAccess : 0;
   const PrinterScenario* printer = scenario.findPrinter(printerName);
@@ -127,14 +134,12 @@ BOOL Spooler::openPrinter(const char* name, HANDLE* handle, const PRINTER_DEFAUL
     handles_[lastHandle_] = printerName;
     *handle = reinterpret_cast<HANDLE>(lastHandle_);
   }
-  return finish(scenario, "OpenPrinterA name=" + printerName + " access=" + Hex(access), error,
-                callerError);
+  return finish(call, "OpenPrinterA name=" + printerName + " access=" + Hex(access), error);
 }
 
 BOOL Spooler::getPrinter(HANDLE handle, DWORD level, BYTE* buffer, DWORD size, DWORD* needed) {
-  DWORD callerError = GetLastError();
-  Lock lock(&section_);
-  Scenario scenario = refresh();
+  const Call call(this);
+  const Scenario& scenario = call.scenario;
   std::string name;
   const PrinterScenario* printer = printerOf(scenario, handle, &name);
   DWORD jobs = 0;
@@ -159,16 +164,15 @@ BOOL Spooler::getPrinter(HANDLE handle, DWORD level, BYTE* buffer, DWORD size, D
       ++states_[printer->name].polls;
     }
   }
-  return finish(scenario,
+  return finish(call,
                 "GetPrinterA name=" + name + " level=" + std::to_string(level) +
                     " buffer=" + Flag(buffer != nullptr) + " jobs=" + std::to_string(jobs),
-                error, callerError);
+                error);
 }
 
 BOOL Spooler::setPrinter(HANDLE handle, DWORD level, DWORD command) {
-  DWORD callerError = GetLastError();
-  Lock lock(&section_);
-  Scenario scenario = refresh();
+  const Call call(this);
+  const Scenario& scenario = call.scenario;
   std::string name;
   const PrinterScenario* printer = printerOf(scenario, handle, &name);
   DWORD error = 0;
@@ -185,14 +189,12 @@ BOOL Spooler::setPrinter(HANDLE handle, DWORD level, DWORD command) {
   } else if (command != PRINTER_CONTROL_PURGE) {
     error = ERROR_INVALID_PARAMETER;
   }
-  return finish(scenario, "SetPrinterA name=" + name + " command=" + std::to_string(command), error,
-                callerError);
+  return finish(call, "SetPrinterA name=" + name + " command=" + std::to_string(command), error);
 }
 
 BOOL Spooler::closePrinter(HANDLE handle) {
-  DWORD callerError = GetLastError();
-  Lock lock(&section_);
-  Scenario scenario = refresh();
+  const Call call(this);
+  const Scenario& scenario = call.scenario;
   std::string name;
   const PrinterScenario* printer = printerOf(scenario, handle, &name);
   DWORD error = 0;
@@ -203,13 +205,12 @@ BOOL Spooler::closePrinter(HANDLE handle) {
     handles_.erase(open);
     error = printer != nullptr ? printer->failClose : 0;
   }
-  return finish(scenario, "ClosePrinter name=" + name, error, callerError);
+  return finish(call, "ClosePrinter name=" + name, error);
 }
 
 BOOL Spooler::getDriverDirectory(DWORD level, BYTE* buffer, DWORD size, DWORD* needed) {
-  DWORD callerError = GetLastError();
-  Lock lock(&section_);
-  Scenario scenario = refresh();
+  const Call call(this);
+  const Scenario& scenario = call.scenario;
   DWORD error = 0;
   if (needed == nullptr) {
     error = RPC_X_NULL_REF_POINTER;
@@ -223,7 +224,7 @@ BOOL Spooler::getDriverDirectory(DWORD level, BYTE* buffer, DWORD size, DWORD* n
       memcpy(buffer, scenario.driverDirectory.c_str(), *needed);
     }
   }
-  return finish(scenario, "GetPrinterDriverDirectoryA", error, callerError);
+  return finish(call, "GetPrinterDriverDirectoryA", error);
 }
 
 Scenario Spooler::refresh() {
@@ -236,14 +237,11 @@ Scenario Spooler::refresh() {
   return scenario;
 }
 
-BOOL Spooler::finish(const Scenario& scenario,
-                     const std::string& text,
-                     DWORD error,
-                     DWORD callerError) {
-  AppendJournalLine(scenario.journalPath, text + " result=" + Flag(error == 0));
+BOOL Spooler::finish(const Call& call, const std::string& text, DWORD error) {
+  AppendJournalLine(call.scenario.journalPath, text + " result=" + Flag(error == 0));
   // Reading the scenario and writing the journal change the last error; the caller sees only
   // this call's own outcome.
-  SetLastError(error == 0 ? callerError : error);
+  SetLastError(error == 0 ? call.callerError : error);
   return error == 0 ? TRUE : FALSE;
 }
 

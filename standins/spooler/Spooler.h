@@ -62,10 +62,14 @@ class Spooler {
     bool paused = false;
   };
 
+  // What every operation does first, in this order: keeps the caller's last error, takes the
+  // lock and reads the scenario. Defined with the operations.
+  struct Call;
+
   // Reads the scenario and resets the in-memory state if its source changed.
   Scenario refresh();
   // Journals `text` with its result field and sets the last error; returns the BOOL result.
-  BOOL finish(const Scenario& scenario, const std::string& text, DWORD error, DWORD callerError);
+  BOOL finish(const Call& call, const std::string& text, DWORD error);
   // The printer behind an open handle, or null; `name` receives the handle's printer name.
   const PrinterScenario* printerOf(const Scenario& scenario,
                                    HANDLE handle,

@@ -30,11 +30,11 @@ struct Call {
   Call()
       : scenario(scenarioPath()),
         journal(scenario.value("Library", "Journal", "")),
-        mode(wupd::makeUpdaterMode(scenario)) {}
+        mode(wupd::updaterMode(scenario)) {}
 
   standin::ScenarioFile scenario;
   wupd::Journal journal;
-  std::unique_ptr<wupd::UpdaterMode> mode;
+  const wupd::UpdaterMode& mode;
 };
 
 std::string text(const char* value) {
@@ -112,7 +112,7 @@ int UpdUninitialize() {
 
 int UpdCheckConnection() {
   Call call;
-  int result = call.mode->checkConnection();
+  int result = call.mode.checkConnection(call.scenario);
   call.journal.append("UpdCheckConnection | result=" + std::to_string(result));
   return result;
 }
@@ -125,7 +125,7 @@ int UpdCheckForUpdateA(const char* url,
                        void*) {
   Call call;
   wupd::CheckOutcome outcome =
-      call.mode->checkForUpdate(text(url), text(currentVersion), timeout, retries);
+      call.mode.checkForUpdate(call.scenario, text(url), text(currentVersion), timeout, retries);
   std::string written;
   if (newVersion != nullptr && !outcome.newVersion.empty()) {
     copyTruncated(outcome.newVersion, newVersion, kUpdNewVersionSize);
@@ -147,7 +147,7 @@ int UpdDownloadUpdateExA(const char* url,
                          char** path,
                          void*) {
   Call call;
-  wupd::DownloadOutcome outcome = call.mode->download(text(url), timeout, retries);
+  wupd::DownloadOutcome outcome = call.mode.download(call.scenario, text(url), timeout, retries);
   if (result8 != nullptr)
     std::memset(result8, 0, 8);
   wupd::PathDelivery delivery = deliverPath(path, outcome.delivery, outcome.file);
@@ -171,7 +171,7 @@ int UpdApplyUpdateA(const char* packageFile, const char* destinationDir, void*, 
     for (;;)
       Sleep(INFINITE);
   }
-  int result = call.mode->apply(text(packageFile), text(destinationDir));
+  int result = call.mode.apply(call.scenario, text(packageFile), text(destinationDir));
   call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) +
                       " | dir=" + text(destinationDir) + " | result=" + std::to_string(result));
   return result;

@@ -1,6 +1,6 @@
 #include "FileUtil.h"
 
-#include "ScopedHandle.h"
+#include "system/UniqueHandle.h"
 
 #include <algorithm>
 #include <vector>

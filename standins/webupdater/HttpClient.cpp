@@ -4,23 +4,6 @@ namespace wupd {
 
 namespace {
 
-// Owns one WinINet handle.
-class InternetHandle {
- public:
-  explicit InternetHandle(HINTERNET handle) : handle_(handle) {}
-  ~InternetHandle() {
-    if (handle_ != nullptr)
-      InternetCloseHandle(handle_);
-  }
-  InternetHandle(const InternetHandle&) = delete;
-  InternetHandle& operator=(const InternetHandle&) = delete;
-
-  HINTERNET get() const { return handle_; }
-
- private:
-  HINTERNET handle_;
-};
-
 const char kAgent[] = "Orrery web updater stand-in";
 
 }  // namespace
@@ -28,10 +11,7 @@ const char kAgent[] = "Orrery web updater stand-in";
 HttpClient::HttpClient()
     : session_(InternetOpenA(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0)) {}
 
-HttpClient::~HttpClient() {
-  if (session_ != nullptr)
-    InternetCloseHandle(session_);
-}
+HttpClient::~HttpClient() = default;
 
 HttpResponse HttpClient::get(const std::string& url,
                              uint32_t timeoutSeconds,
@@ -70,8 +50,8 @@ HttpResponse HttpClient::attempt(const std::string& url, uint32_t timeoutSeconds
   // Deliberately not InternetOpenUrlA: Wine does not pass the session's send and receive
   // time-outs on to the request, so a silent server would block forever. Set on the request
   // handle before sending, they hold on Wine and Windows alike.
-  InternetHandle connection(
-      InternetConnectA(session_, host, parts.nPort, nullptr, nullptr, INTERNET_SERVICE_HTTP, 0, 0));
+  InternetHandle connection(InternetConnectA(session_.get(), host, parts.nPort, nullptr, nullptr,
+                                             INTERNET_SERVICE_HTTP, 0, 0));
   if (connection.get() == nullptr)
     return response;
   DWORD flags = INTERNET_FLAG_RELOAD | INTERNET_FLAG_NO_CACHE_WRITE;

@@ -7,7 +7,15 @@
 #include <cstdint>
 #include <string>
 
+#include "system/UniqueHandle.h"
+
 namespace wupd {
+
+struct CloseInternetHandle {
+  bool operator()(HINTERNET handle) const { return InternetCloseHandle(handle) != FALSE; }
+};
+// The owner of one WinINet handle.
+using InternetHandle = UniqueHandle<HINTERNET, CloseInternetHandle>;
 
 // The answer to one GET, after all attempts.
 struct HttpResponse {
@@ -32,7 +40,7 @@ class HttpClient {
   HttpClient& operator=(const HttpClient&) = delete;
 
   // False when InternetOpenA failed.
-  bool isOpen() const { return session_ != nullptr; }
+  bool isOpen() const { return session_.valid(); }
 
   // GETs `url` bypassing the cache, up to 1 + `retries` times until a 200 arrives.
   // `timeoutSeconds` sets the connect, send and receive time-outs; 0 keeps WinINet's.
@@ -41,7 +49,7 @@ class HttpClient {
  private:
   HttpResponse attempt(const std::string& url, uint32_t timeoutSeconds) const;
 
-  HINTERNET session_;
+  InternetHandle session_;
 };
 
 }  // namespace wupd

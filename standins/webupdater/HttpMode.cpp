@@ -1,8 +1,7 @@
-#include "HttpMode.h"
-
 #include "FileUtil.h"
 #include "HttpClient.h"
 #include "Package.h"
+#include "UpdaterMode.h"
 #include "common/ScenarioFile.h"
 
 #include <optional>
@@ -17,8 +16,6 @@ std::string temporaryDirectory() {
   return length == 0 || length > MAX_PATH ? std::string(".") : std::string(buffer, length);
 }
 
-}  // namespace
-
 std::string downloadFileName(const std::string& url) {
   std::string path = url.substr(0, url.find_first_of("?#"));
   size_t scheme = path.find("://");
@@ -30,18 +27,18 @@ std::string downloadFileName(const std::string& url) {
   return name.empty() ? std::string("package.bin") : name;
 }
 
-int HttpMode::checkConnection() {
+int checkConnection(const standin::ScenarioFile&) {
   HttpClient client;
   return client.isOpen() ? 1 : 0;
 }
 
-CheckOutcome HttpMode::checkForUpdate(const std::string& url,
-                                      const std::string& currentVersion,
-                                      uint32_t timeout,
-                                      uint32_t retries) {
+CheckOutcome checkForUpdate(const standin::ScenarioFile&,
+                            const std::string& url,
+                            const std::string& currentVersion,
+                            uint32_t timeout,
+                            uint32_t retries) {
   CheckOutcome outcome;
-  HttpClient client;
-  HttpResponse response = client.get(url, timeout, retries);
+  const HttpResponse response = HttpClient().get(url, timeout, retries);
   switch (response.outcome) {
     case HttpResponse::Outcome::kNoSession:
     case HttpResponse::Outcome::kNoConnection:
@@ -65,13 +62,15 @@ CheckOutcome HttpMode::checkForUpdate(const std::string& url,
   return outcome;
 }
 
-DownloadOutcome HttpMode::download(const std::string& url, uint32_t timeout, uint32_t retries) {
+DownloadOutcome download(const standin::ScenarioFile& scenario,
+                         const std::string& url,
+                         uint32_t timeout,
+                         uint32_t retries) {
   DownloadOutcome outcome;
-  HttpClient client;
-  HttpResponse response = client.get(url, timeout, retries);
+  const HttpResponse response = HttpClient().get(url, timeout, retries);
   if (response.outcome != HttpResponse::Outcome::kOk)
     return outcome;
-  std::string dir = scenario_.value("Library", "DownloadDirectory", temporaryDirectory());
+  std::string dir = scenario.value("Library", "DownloadDirectory", temporaryDirectory());
   std::string file = fullPath(joinPath(dir, downloadFileName(url)));
   if (!writeFile(file, response.body))
     return outcome;
@@ -81,12 +80,18 @@ DownloadOutcome HttpMode::download(const std::string& url, uint32_t timeout, uin
   return outcome;
 }
 
-int HttpMode::apply(const std::string& packageFile, const std::string& destinationDir) {
+int apply(const standin::ScenarioFile&,
+          const std::string& packageFile,
+          const std::string& destinationDir) {
   std::string text;
   if (!readFile(packageFile, &text))
     return 0;
   std::optional<Package> package = Package::parse(text);
   return package && package->applyTo(destinationDir) ? 1 : 0;
 }
+
+}  // namespace
+
+const UpdaterMode kHttpMode = {checkConnection, checkForUpdate, download, apply};
 
 }  // namespace wupd

@@ -1,7 +1,7 @@
 #include "Journal.h"
 
 #include "FileUtil.h"
-#include "ScopedHandle.h"
+#include "system/UniqueHandle.h"
 
 #include <windows.h>
 

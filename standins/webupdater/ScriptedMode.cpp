@@ -1,4 +1,4 @@
-#include "ScriptedMode.h"
+#include "UpdaterMode.h"
 
 #include "FileUtil.h"
 #include "common/ScenarioFile.h"
@@ -9,17 +9,20 @@
 
 namespace wupd {
 
-int ScriptedMode::checkConnection() {
-  return static_cast<int>(scenario_.number("Library", "Connection", 1));
+namespace {
+
+int checkConnection(const standin::ScenarioFile& scenario) {
+  return static_cast<int>(scenario.number("Library", "Connection", 1));
 }
 
-CheckOutcome ScriptedMode::checkForUpdate(const std::string& url,
-                                          const std::string&,
-                                          uint32_t,
-                                          uint32_t) {
+CheckOutcome checkForUpdate(const standin::ScenarioFile& scenario,
+                            const std::string& url,
+                            const std::string&,
+                            uint32_t,
+                            uint32_t) {
   CheckOutcome outcome;
   outcome.result = 2;
-  std::optional<std::string> rule = scenario_.rule("Check", url);
+  std::optional<std::string> rule = scenario.rule("Check", url);
   if (!rule)
     return outcome;
   std::vector<std::string> fields = standin::splitFields(*rule, 2);
@@ -29,9 +32,12 @@ CheckOutcome ScriptedMode::checkForUpdate(const std::string& url,
   return outcome;
 }
 
-DownloadOutcome ScriptedMode::download(const std::string& url, uint32_t, uint32_t) {
+DownloadOutcome download(const standin::ScenarioFile& scenario,
+                         const std::string& url,
+                         uint32_t,
+                         uint32_t) {
   DownloadOutcome outcome;
-  std::optional<std::string> rule = scenario_.rule("Download", url);
+  std::optional<std::string> rule = scenario.rule("Download", url);
   if (!rule)
     return outcome;
   std::vector<std::string> fields = standin::splitFields(*rule, 4);
@@ -47,9 +53,15 @@ DownloadOutcome ScriptedMode::download(const std::string& url, uint32_t, uint32_
   return outcome;
 }
 
-int ScriptedMode::apply(const std::string& packageFile, const std::string&) {
-  std::optional<std::string> rule = scenario_.rule("Apply", packageFile);
+int apply(const standin::ScenarioFile& scenario,
+          const std::string& packageFile,
+          const std::string&) {
+  std::optional<std::string> rule = scenario.rule("Apply", packageFile);
   return rule ? static_cast<int>(standin::parseNumber(*rule, 1)) : 1;
 }
+
+}  // namespace
+
+const UpdaterMode kScriptedMode = {checkConnection, checkForUpdate, download, apply};
 
 }  // namespace wupd

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace standin {
@@ -28,23 +27,38 @@ struct DownloadOutcome {
   std::string file;  // the path handed back; may be empty
 };
 
-// What the stand-in answers, chosen by [Library] Mode. The exports own the caller's buffers
-// and the journal; a mode only decides results and does the work (files, HTTP). None throws.
-class UpdaterMode {
- public:
-  virtual ~UpdaterMode() = default;
-
-  virtual int checkConnection() = 0;
-  virtual CheckOutcome checkForUpdate(const std::string& url,
-                                      const std::string& currentVersion,
-                                      uint32_t timeout,
-                                      uint32_t retries) = 0;
-  virtual DownloadOutcome download(const std::string& url, uint32_t timeout, uint32_t retries) = 0;
-  virtual int apply(const std::string& packageFile, const std::string& destinationDir) = 0;
+// What the stand-in answers, chosen by [Library] Mode: a table of the four operations, each
+// reading the scenario of the call. The exports own the caller's buffers and the journal; a mode
+// only decides results and does the work (files, HTTP). None throws.
+struct UpdaterMode {
+  int (*checkConnection)(const standin::ScenarioFile& scenario);
+  CheckOutcome (*checkForUpdate)(const standin::ScenarioFile& scenario,
+                                 const std::string& url,
+                                 const std::string& currentVersion,
+                                 uint32_t timeout,
+                                 uint32_t retries);
+  DownloadOutcome (*download)(const standin::ScenarioFile& scenario,
+                              const std::string& url,
+                              uint32_t timeout,
+                              uint32_t retries);
+  int (*apply)(const standin::ScenarioFile& scenario,
+               const std::string& packageFile,
+               const std::string& destinationDir);
 };
 
-// The scripted mode, or the HTTP mode when [Library] Mode is "http". The mode keeps a
-// reference to `scenario`, which must outlive it.
-std::unique_ptr<UpdaterMode> makeUpdaterMode(const standin::ScenarioFile& scenario);
+// Answers from the scenario's [Library], [Check], [Download] and [Apply] rules. Downloads create
+// the rule's file (with missing parent directories) whatever the result code.
+extern const UpdaterMode kScriptedMode;
+
+// Talks to a real update service with WinINet:
+// - checkForUpdate GETs the URL, whose body is the latest version text;
+// - download GETs the URL into [Library] DownloadDirectory (default %TEMP%), named after the
+//   URL's last path segment (without query or fragment; "package.bin" when that is empty), and
+//   hands the path back through the allocation callback;
+// - apply unpacks a package file (see Package) into the destination directory.
+extern const UpdaterMode kHttpMode;
+
+// kHttpMode when [Library] Mode is "http", otherwise kScriptedMode.
+const UpdaterMode& updaterMode(const standin::ScenarioFile& scenario);
 
 }  // namespace wupd

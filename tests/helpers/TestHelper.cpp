@@ -18,28 +18,16 @@
 #include "printers/DeviceEnumerator.h"
 #include "printers/PrinterSpoolerWrapper.h"
 #include "settings/Settings.h"
+#include "system/CurrentProcess.h"
 #include "system/DllSearch.h"
+#include "system/Localize.h"
 #include "system/Mutex.h"
-#include "updater/CurrentProcess.h"
-#include "updater/Localize.h"
-#include "updater/OsVersion.h"
+#include "system/OsVersion.h"
+#include "system/UniqueHandle.h"
+#include "updater/ProcessScope.h"
 #include "webupdate/TandemUtilities.h"
 
 namespace {
-
-// The program's start-up and teardown around one command.
-struct ProgramScope {
-  ProgramScope() {
-    Localize::createInstance(nullptr);
-    Logger::createInstance();
-  }
-  ~ProgramScope() {
-    CurrentProcess::destroyInstance();
-    DeviceEnumerator::destroy();
-    Logger::destroyInstance();
-    Localize::destroyInstance();
-  }
-};
 
 void print(const char* key, const std::string& value) {
   printf("%s=%s\n", key, value.c_str());
@@ -47,7 +35,7 @@ void print(const char* key, const std::string& value) {
 }
 
 void probe() {
-  ProgramScope scope;
+  const ProcessScope process;
   const Localize& localize = *Localize::getInstance();
   const OsVersion& os = OsVersion::getInstance();
   print("localId", localize.getLocalId());
@@ -78,11 +66,10 @@ void mutexHold(const std::string& name, DWORD ms, const std::string& mode) {
 // Writes `count` traced operations once the event `gate` is set; the detail text is long enough
 // that a torn or overlapped line shows.
 void writeLines(const std::string& tag, int count, const std::string& gate) {
-  HANDLE event = OpenEventA(SYNCHRONIZE, FALSE, gate.c_str());
-  ProgramScope scope;
+  const ScopedHandle event(OpenEventA(SYNCHRONIZE, FALSE, gate.c_str()));
+  const ProcessScope process;
   print("ready", "1");
-  WaitForSingleObject(event, 60000);
-  CloseHandle(event);
+  WaitForSingleObject(event.get(), 60000);
   for (int n = 0; n < count; ++n) {
     FunctionTrace trace = FunctionTrace::open(kLogUpdater, "Writer::writeLine() ");
     std::string text = " tag=" + tag + " n=" + std::to_string(n) + " ";

@@ -6,6 +6,7 @@
 
 #include "logging/BasicLogger.h"
 #include "support/TestSupport.h"
+#include "system/UniqueHandle.h"
 
 namespace {
 
@@ -52,10 +53,9 @@ TEST(BasicLogger, AppendsOneLinePerWriteToTheFileItWasGiven) {
     {
       BasicLogger logger(path, 25);
       EXPECT_EQ(file, logger.getLogFilePath());
-      HANDLE mutex =
-          OpenMutexA(SYNCHRONIZE, FALSE, ("CVLOG_" + file.substr(file.rfind('\\') + 1)).c_str());
-      EXPECT_NE(nullptr, mutex);
-      CloseHandle(mutex);
+      EXPECT_TRUE(ScopedHandle(OpenMutexA(SYNCHRONIZE, FALSE,
+                                          ("CVLOG_" + file.substr(file.rfind('\\') + 1)).c_str()))
+                      .valid());
       logger.write(kQnv, LOG_TRACE, "+A::b() ");
       logger.write(LoggerComponent("AVeryLongComponentNameOfThirty", 0), LOG_TRACE, "x");
       logger.write(kQnv, LOG_TRACE, static_cast<const char*>(nullptr));

@@ -14,6 +14,7 @@
 #include "logging/Logger.h"
 #include "support/TestSupport.h"
 #include "system/Mutex.h"
+#include "system/UniqueHandle.h"
 
 using testsupport::besideTests;
 using Lines = std::vector<std::string>;
@@ -46,7 +47,7 @@ class LogReliability : public testing::Test {
   // long detail line one level deeper and an exit line.
   void runWriters(int count, int operations) {
     const std::string gate = "cvlo_gate_" + std::to_string(GetTickCount());
-    HANDLE event = CreateEventA(nullptr, TRUE, FALSE, gate.c_str());
+    const ScopedHandle event(CreateEventA(nullptr, TRUE, FALSE, gate.c_str()));
     std::vector<std::unique_ptr<testsupport::Process>> writers;
     for (int i = 0; i < count; ++i) {
       writers.push_back(std::make_unique<testsupport::Process>(besideTests(
@@ -54,10 +55,9 @@ class LogReliability : public testing::Test {
           "write w" + std::to_string(i) + " " + std::to_string(operations) + " " + gate)));
       ASSERT_TRUE(writers.back()->waitForOutput("ready", 30000));
     }
-    SetEvent(event);
+    SetEvent(event.get());
     for (const auto& writer : writers)
       EXPECT_TRUE(writer->wait(90000) && writer->exitCode() == 0);
-    CloseHandle(event);
     std::set<std::string> tags;
     for (const auto& [writer, written] : textsPerWriter()) {
       const std::string::size_type at = written.at(1).find("tag=");
@@ -91,12 +91,14 @@ TEST_F(LogReliability, ConcurrentProcessesLoseNoLineAndKeepEachLineWhole) {
 // nothing, even while it lives on.
 TEST_F(LogReliability, ConcurrentThreadsKeepTheirOwnNestingAndLeaveTheMutexFree) {
   const int kThreads = 4, kOperations = 150;
-  HANDLE quit = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  HANDLE finished[kThreads];
+  const ScopedHandle quit(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+  ScopedHandle finished[kThreads];
+  HANDLE finishedHandles[kThreads];
   std::vector<std::thread> threads;
-  for (HANDLE& done : finished) {
-    done = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    threads.emplace_back([quit, done] {
+  for (int i = 0; i < kThreads; ++i) {
+    finished[i].reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
+    finishedHandles[i] = finished[i].get();
+    threads.emplace_back([quit = quit.get(), done = finished[i].get()] {
       for (int n = 0; n < kOperations; ++n) {
         FunctionTrace outer = FunctionTrace::open(kLogUpdater, "Outer::run() ");
         FunctionTrace inner = FunctionTrace::open(kLogUpdater, "Inner::run() ");
@@ -107,16 +109,13 @@ TEST_F(LogReliability, ConcurrentThreadsKeepTheirOwnNestingAndLeaveTheMutexFree)
       WaitForSingleObject(quit, 60000);
     });
   }
-  WaitForMultipleObjects(kThreads, finished, TRUE, 15000);
+  WaitForMultipleObjects(kThreads, finishedHandles, TRUE, 15000);
   Mutex logMutex(false, "CVLOG_cvloQNV.log", true);
   EXPECT_TRUE(logMutex.acquire(2000)) << "a thread that has finished writing holds the log mutex";
   logMutex.release();
-  SetEvent(quit);
-  for (size_t i = 0; i < threads.size(); ++i) {
-    threads[i].join();
-    CloseHandle(finished[i]);
-  }
-  CloseHandle(quit);
+  SetEvent(quit.get());
+  for (std::thread& thread : threads)
+    thread.join();
   Lines expected;
   for (int n = 0; n < kOperations; ++n)
     expected.insert(expected.end(),

@@ -4,7 +4,7 @@
 
 #include "settings/Settings.h"
 #include "support/TestSupport.h"
-#include "updater/Localize.h"
+#include "system/Localize.h"
 
 using testsupport::keyExists;
 using testsupport::ScopedStore;

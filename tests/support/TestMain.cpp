@@ -1,18 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "logging/Logger.h"
-#include "updater/CurrentProcess.h"
-#include "updater/Localize.h"
+#include "updater/ProcessScope.h"
 
-// Every test executable runs with the program's start-up singletons in place, as the program
-// does: Localize (named after this executable) and the Logger.
+// Every test executable runs as a tool of the program does: with Localize (named after this
+// executable) and the Logger in place.
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  Localize::createInstance(nullptr);
-  Logger::createInstance();
-  const int result = RUN_ALL_TESTS();
-  CurrentProcess::destroyInstance();
-  Logger::destroyInstance();
-  Localize::destroyInstance();
-  return result;
+  const ProcessScope process;
+  return RUN_ALL_TESTS();
 }

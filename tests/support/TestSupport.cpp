@@ -7,7 +7,8 @@
 #include <sstream>
 
 #include "logging/Logger.h"
-#include "updater/Localize.h"
+#include "settings/SettingsLogSwitches.h"
+#include "system/Localize.h"
 
 namespace testsupport {
 
@@ -28,11 +29,9 @@ std::string storeRoot() {
 }
 
 bool keyExists(const std::string& path) {
-  HKEY key = nullptr;
-  const bool exists =
-      RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS;
-  RegCloseKey(key);
-  return exists;
+  ScopedKey key;
+  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.receive()) ==
+         ERROR_SUCCESS;
 }
 
 std::string registryValue(const std::string& path, const std::string& name) {
@@ -51,10 +50,9 @@ void deleteKeyTree(const std::string& path) {
 
 ScopedStore::ScopedStore() {
   deleteKeyTree(familyPath());
-  HKEY key = nullptr;
+  ScopedKey key;
   RegCreateKeyExA(HKEY_LOCAL_MACHINE, storeRoot().c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                  &key, nullptr);
-  RegCloseKey(key);
+                  key.receive(), nullptr);
 }
 
 ScopedStore::~ScopedStore() {
@@ -77,8 +75,9 @@ void ScopedStore::remove(const std::string& section, const std::string& name) {
 }
 
 void restartLogger() {
+  static const SettingsLogSwitches switches;
   Logger::destroyInstance();
-  Logger::createInstance();
+  Logger::createInstance(switches);
 }
 
 LogCapture::LogCapture(DWORD allMask, bool headers) : path_(Logger::getLogFilePath()) {
@@ -163,29 +162,27 @@ std::vector<std::string> splitLines(const std::string& text) {
 
 Process::Process(const std::string& commandLine) {
   SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-  HANDLE output = CreateFileA(output_.file("output.txt").c_str(), FILE_APPEND_DATA,
-                              FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, CREATE_ALWAYS,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
+  const ScopedHandle output(CreateFileA(output_.file("output.txt").c_str(), FILE_APPEND_DATA,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, CREATE_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
   STARTUPINFOA startup = {};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = startup.hStdError = output;
+  startup.hStdOutput = startup.hStdError = output.get();
   PROCESS_INFORMATION process = {};
   std::string line = commandLine;
   if (CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                      &process)) {
-    process_ = process.hProcess;
-    CloseHandle(process.hThread);
+    process_.reset(process.hProcess);
+    const ScopedHandle thread(process.hThread);  // Not needed: closed at once.
   }
-  CloseHandle(output);
 }
 
 Process::~Process() {
-  if (process_ != nullptr && !wait(0)) {
-    TerminateProcess(process_, 1);
+  if (process_.valid() && !wait(0)) {
+    TerminateProcess(process_.get(), 1);
     wait(5000);
   }
-  CloseHandle(process_);
 }
 
 bool Process::waitForOutput(const std::string& text, DWORD timeoutMs) const {

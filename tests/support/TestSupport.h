@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "spooler/Scenario.h"
+#include "system/UniqueHandle.h"
 
 // Helpers of the test executables, over the real Wine registry, files, processes and stand-ins.
 namespace testsupport {
@@ -101,18 +102,18 @@ class Process {
   // False when `timeoutMs` passes first.
   bool waitForOutput(const std::string& text, DWORD timeoutMs) const;
   bool wait(DWORD timeoutMs) const {
-    return process_ != nullptr && WaitForSingleObject(process_, timeoutMs) == WAIT_OBJECT_0;
+    return process_.valid() && WaitForSingleObject(process_.get(), timeoutMs) == WAIT_OBJECT_0;
   }
   DWORD exitCode() const {
     DWORD code = 0;
-    GetExitCodeProcess(process_, &code);
+    GetExitCodeProcess(process_.get(), &code);
     return code;
   }
   std::string output() const { return readFile(output_.file("output.txt")); }
 
  private:
   TempDir output_;
-  HANDLE process_ = nullptr;
+  ScopedHandle process_;
 };
 
 // Runs a command line for at most two minutes and returns its output; `exitCode` receives its

@@ -7,6 +7,7 @@
 
 #include "system/Mutex.h"
 #include "system/SecurityEveryone.h"
+#include "system/UniqueHandle.h"
 
 namespace {
 
@@ -18,22 +19,20 @@ std::string describe(PACL dacl) {
   auto* allowed = static_cast<ACCESS_ALLOWED_ACE*>(ace);
   char* sid = nullptr;
   ConvertSidToStringSidA(&allowed->SidStart, &sid);
+  const ScopedLocal sidText(sid);
   char text[128];
   snprintf(text, sizeof(text), "%u %u %u %#lx %s", dacl->AceCount, allowed->Header.AceType,
            allowed->Header.AceFlags, allowed->Mask, sid);
-  LocalFree(sid);
   return text;
 }
 
 // The DACL that the system stored for an object.
 std::string stored(HANDLE object, SE_OBJECT_TYPE type) {
   PACL dacl = nullptr;
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  ScopedLocal descriptor;
   GetSecurityInfo(object, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr,
-                  &descriptor);
-  const std::string text = describe(dacl);
-  LocalFree(descriptor);
-  return text;
+                  descriptor.receive());
+  return describe(dacl);
 }
 
 }  // namespace
@@ -55,7 +54,6 @@ TEST(SecurityEveryone, AllowsEveryoneEverything) {
 // The mutexes that processes of every user share (the log's) have a null DACL.
 TEST(SecurityEveryone, MutexesForEveryoneHaveANullDacl) {
   Mutex mutex(false, "cvtest_everyone", true);
-  HANDLE opened = OpenMutexA(READ_CONTROL, FALSE, "cvtest_everyone");
-  EXPECT_EQ("null", stored(opened, SE_KERNEL_OBJECT));
-  CloseHandle(opened);
+  const ScopedHandle opened(OpenMutexA(READ_CONTROL, FALSE, "cvtest_everyone"));
+  EXPECT_EQ("null", stored(opened.get(), SE_KERNEL_OBJECT));
 }

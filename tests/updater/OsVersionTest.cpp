@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "support/TestSupport.h"
-#include "updater/CurrentProcess.h"
+#include "system/CurrentProcess.h"
 
 // What the Windows version decides, seen from copies of the helper that Wine presents as each
 // version: its code (6.2 has none, so its driver directory gets no suffix although it counts as

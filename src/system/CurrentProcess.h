@@ -1,12 +1,10 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 
-// Facts about the running executable, and the updater's outcome flags. A lazily created
-// singleton: getInstance() creates it under its own lock, destroyInstance() (at shutdown) deletes
-// it. Construction throws Win32Exception("CurrentProcess::CurrentProcess") when the executable's
-// path cannot be read.
+// Facts about the running executable. A lazily created singleton: getInstance() creates it under
+// its own lock, destroyInstance() (at shutdown) deletes it. Construction throws
+// Win32Exception("CurrentProcess::CurrentProcess") when the executable's path cannot be read.
 class CurrentProcess {
  public:
   static CurrentProcess* getInstance();
@@ -25,12 +23,6 @@ class CurrentProcess {
   // True when the path's attributes can be read, and also for errors other than "file not found"
   // and "path not found" (an unreadable path exists).
   static bool fileExists(const std::string& path);
-
-  // Sets the DWORD flag `name` in "Settings\Updater" to `value`, unless it holds 2: a flag that
-  // another component set to 2 is never overwritten. An absent flag is created as 0 first.
-  static void setUpdaterFlag(const std::string& name, uint32_t value);
-  static void setDataUpdatedFlag();
-  static void setCompleteSoftwareUpdatedFlag();
 
  private:
   CurrentProcess();

@@ -1,7 +1,8 @@
-#include "updater/OsVersion.h"
+#include "system/OsVersion.h"
 
 #include <winspool.h>
 
+#include "system/ExportLookup.h"
 #include "system/Win32Exception.h"
 
 namespace {
@@ -11,15 +12,19 @@ const OsVersion g_osVersion;
 OsVersion::OsVersion() {
   ZeroMemory(&info_, sizeof(info_));
   info_.dwOSVersionInfoSize = sizeof(OSVERSIONINFOA);
-  if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info_)))
-    throw Win32Exception("OsVersion::OsVersion(): GetVersionEx failed", GetLastError(), "OsVersion",
+  if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info_))) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("OsVersion::OsVersion(): GetVersionEx failed", error, "OsVersion",
                          __LINE__);
+  }
   // The extended record is asked for only where the plain query showed a system that has it.
   if (isWin2000OrLater()) {
     info_.dwOSVersionInfoSize = sizeof(OSVERSIONINFOEXA);
-    if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info_)))
+    if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA*>(&info_))) {
+      const DWORD error = GetLastError();
       throw Win32Exception("OsVersion::OsVersion(): GetVersionEx failed with OSVERSIONINFOEX",
-                           GetLastError(), "OsVersion", __LINE__);
+                           error, "OsVersion", __LINE__);
+    }
   }
 }
 
@@ -40,31 +45,26 @@ bool OsVersion::isVistaOrLater() const {
 }
 
 uint32_t OsVersion::getWindowsVersion() const {
-  const DWORD major = info_.dwMajorVersion;
-  const DWORD minor = info_.dwMinorVersion;
-  if (info_.dwPlatformId == VER_PLATFORM_WIN32_WINDOWS) {
-    if (major == 4 && minor == 0)
-      return kWindows95;
-    if (major == 4 && minor == 10)
-      return kWindows98;
-    if (major == 4 && minor == 90)
-      return kWindowsMe;
-    return kUnknown;
+  struct Known {
+    DWORD platform, major, minor;
+    uint32_t code;
+  };
+  static const Known kKnown[] = {
+      {VER_PLATFORM_WIN32_WINDOWS, 4, 0, kWindows95},
+      {VER_PLATFORM_WIN32_WINDOWS, 4, 10, kWindows98},
+      {VER_PLATFORM_WIN32_WINDOWS, 4, 90, kWindowsMe},
+      {VER_PLATFORM_WIN32_NT, 4, 0, kWindowsNt4},
+      {VER_PLATFORM_WIN32_NT, 5, 0, kWindows2000},
+      {VER_PLATFORM_WIN32_NT, 5, 1, kWindowsXp},
+      {VER_PLATFORM_WIN32_NT, 5, 2, kWindows2003},
+      {VER_PLATFORM_WIN32_NT, 6, 0, kWindowsVista},
+      {VER_PLATFORM_WIN32_NT, 6, 1, kWindows7},
+  };
+  for (const Known& known : kKnown) {
+    if (info_.dwPlatformId == known.platform && info_.dwMajorVersion == known.major &&
+        info_.dwMinorVersion == known.minor)
+      return known.code;
   }
-  if (!isNt())
-    return kUnknown;
-  if (major == 4 && minor == 0)
-    return kWindowsNt4;
-  if (major == 5 && minor == 0)
-    return kWindows2000;
-  if (major == 5 && minor == 1)
-    return kWindowsXp;
-  if (major == 5 && minor == 2)
-    return kWindows2003;
-  if (major == 6 && minor == 0)
-    return kWindowsVista;
-  if (major == 6 && minor == 1)
-    return kWindows7;
   return kUnknown;
 }
 
@@ -83,12 +83,10 @@ std::string OsVersion::getPrinterDriverDirectory() const {
 }
 
 bool OsVersion::isWow64() const {
-  using IsWow64ProcessFn = BOOL(WINAPI*)(HANDLE, PBOOL);
   HMODULE kernel = GetModuleHandleA("kernel32");
   if (kernel == nullptr)
     return false;
-  auto isWow64Process = reinterpret_cast<IsWow64ProcessFn>(
-      reinterpret_cast<void*>(GetProcAddress(kernel, "IsWow64Process")));
+  auto isWow64Process = LOOKUP_EXPORT(kernel, IsWow64Process);
   if (isWow64Process == nullptr)
     return false;
   BOOL wow64 = FALSE;

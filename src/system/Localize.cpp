@@ -1,4 +1,4 @@
-#include "updater/Localize.h"
+#include "system/Localize.h"
 
 #include <cstring>
 

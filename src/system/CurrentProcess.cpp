@@ -1,9 +1,7 @@
-#include "updater/CurrentProcess.h"
+#include "system/CurrentProcess.h"
 
 #include <windows.h>
 
-#include "settings/Settings.h"
-#include "settings/SettingsKeys.h"
 #include "system/CriticalSection.h"
 #include "system/CriticalSectionLock.h"
 #include "system/Win32Exception.h"
@@ -50,21 +48,4 @@ bool CurrentProcess::fileExists(const std::string& path) {
     return true;
   const DWORD error = GetLastError();
   return error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND;
-}
-
-void CurrentProcess::setUpdaterFlag(const std::string& name, uint32_t value) {
-  Settings settings;
-  unsigned long current = 0;
-  settings.getOrCreateDwordValue(SettingsKeys::kUpdaterSection, name, current, 0, 0);
-  if (current == 2)
-    return;
-  settings.setDwordValue(SettingsKeys::kUpdaterSection, name, value, 0);
-}
-
-void CurrentProcess::setDataUpdatedFlag() {
-  setUpdaterFlag(SettingsKeys::kDataUpdated, 1);
-}
-
-void CurrentProcess::setCompleteSoftwareUpdatedFlag() {
-  setUpdaterFlag(SettingsKeys::kCompleteSoftwareUpdated, 1);
 }
