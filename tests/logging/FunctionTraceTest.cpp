@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <stdexcept>
 
 #include "logging/FunctionTrace.h"
@@ -44,4 +45,10 @@ TEST(FunctionTrace, FramesNestedOperationsAndTheirResultsEvenWhenTheyThrow) {
                      kColumn + " Outer::run()  caught", kColumn + "-Outer::run()  rc=true"}),
               capture.lines());
   }
+}
+
+// Numbers are signed as their type is; digits beyond nine are lower-case letters.
+TEST(LogText, NumbersKeepTheSignOfTheirTypeAndWriteLowerCaseDigits) {
+  EXPECT_EQ("-2147483648 4294967295 7fffffff",
+            (decimal(INT32_MIN) + " " + decimal(UINT32_MAX) + " " + LogText(INT32_MAX, 16)).str());
 }

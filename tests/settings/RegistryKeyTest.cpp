@@ -37,11 +37,17 @@ class RegistryKeyTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(RegistryKeyTest, OpensOnlyExistingKeysUnlessToldToCreate) {
+// Children are listed in enumeration order after what the list holds, up to the limit given.
+TEST_F(RegistryKeyTest, OpensOnlyExistingKeysUnlessToldToCreateAndListsChildrenUpToALimit) {
   EXPECT_TRUE(keyExists(kRoot + "a\\b\\c"));
   EXPECT_EQ("RegistryKey::regOpenKeyEx() (2)",
             thrown([] { RegistryKey key(kRoot + "x\\y", false, HKEY_LOCAL_MACHINE); }));
   EXPECT_FALSE(keyExists(kRoot + "x"));
+  for (const std::string name : {"c0", "c1", "c2"})
+    RegistryKey child(kRoot + "a\\b\\c\\" + name, true, HKEY_LOCAL_MACHINE);
+  std::list<std::string> names = {"existing"};
+  key_.getChildrenNames(names, 2);
+  EXPECT_EQ((std::list<std::string>{"existing", "c0", "c1"}), names);
 }
 
 // Values round-trip (a string with its terminating zero); missing ones read false and leave the
@@ -88,15 +94,6 @@ TEST_F(RegistryKeyTest, AValueOfAnotherTypeThrowsAndExpandableStringsStayUnexpan
   EXPECT_EQ(0ul, dword);
   EXPECT_TRUE(key_.getValue("Dir", text));
   EXPECT_EQ("%TEMP%", text);
-}
-
-// Children come in enumeration order, appended to what the list holds, up to the limit given.
-TEST_F(RegistryKeyTest, ListsChildrenUpToTheLimit) {
-  for (const std::string name : {"c0", "c1", "c2"})
-    RegistryKey child(kRoot + "a\\b\\c\\" + name, true, HKEY_LOCAL_MACHINE);
-  std::list<std::string> names = {"existing"};
-  key_.getChildrenNames(names, 2);
-  EXPECT_EQ((std::list<std::string>{"existing", "c0", "c1"}), names);
 }
 
 // A tree is deleted whole and a missing one is no error; a key named SOFTWARE in any case is

@@ -15,11 +15,10 @@ climbing = []
 for folder, layer in LAYERS.items():
     for name in sorted(os.listdir(os.path.join(src, folder))):
         path = os.path.join(src, folder, name)
-        with open(path, errors="replace") as source:
-            for number, line in enumerate(source, 1):
-                match = INCLUDE.match(line)
-                if match and match.group(1) != folder and LAYERS.get(match.group(1), 99) >= layer:
-                    climbing.append("%s:%d: %s/ may not include %s/: %s" % (
-                        path, number, folder, match.group(1), line.strip()))
+        for number, line in enumerate(open(path, errors="replace"), 1):
+            match = INCLUDE.match(line)
+            if match and match.group(1) != folder and LAYERS.get(match.group(1), 99) >= layer:
+                climbing.append("%s:%d: %s/ may not include %s/: %s" % (
+                    path, number, folder, match.group(1), line.strip()))
 print("\n".join(climbing) or "Every include of src/ stays in its folder or goes down the layers.")
 sys.exit(1 if climbing else 0)

@@ -120,8 +120,7 @@ class Process {
 // exit code (STILL_ACTIVE when it had to be ended).
 std::string runProcess(const std::string& commandLine, DWORD* exitCode = nullptr);
 
-// This test executable's directory with a trailing backslash, and a command line of a program in
-// it.
+// This executable's directory with a trailing backslash, and a command line of a program in it.
 std::string executableDirectory();
 std::string besideTests(const std::string& name, const std::string& arguments = "");
 
