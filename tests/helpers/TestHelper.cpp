@@ -5,7 +5,10 @@
 //   probe                        facts of Localize, OsVersion, CurrentProcess, the service codes
 //   mutex-hold NAME MS MODE      take the mutex, print "held", sleep, then release or abandon it
 //   mutex-try NAME MS            "acquired" or "busy" after waiting up to MS
-//   load-from DIR NAME [harden]  whether LoadLibraryA(NAME) finds NAME in the current directory DIR
+//   load-from DIR NAME [run]     whether LoadLibraryA(NAME) finds NAME in the current directory DIR
+//                                (after an update run, whose start-up hardens the DLL search)
+//   library-search NAME          whether a hardened process that has loaded the web-updater
+//                                library finds NAME by name (in the library's folder)
 //   write TAG COUNT GATE         "ready", wait for the event GATE, write COUNT traced operations
 #include <windows.h>
 
@@ -24,8 +27,10 @@
 #include "system/Mutex.h"
 #include "system/OsVersion.h"
 #include "system/UniqueHandle.h"
+#include "updater/Application.h"
 #include "updater/ProcessScope.h"
 #include "webupdate/TandemUtilities.h"
+#include "webupdate/WebUpdaterAdapter.h"
 
 namespace {
 
@@ -98,8 +103,13 @@ int main(int argc, char** argv) {
   } else if (command == "load-from" && argc > 3) {
     SetCurrentDirectoryA(argv[2]);
     if (argc > 4)
-      hardenDllSearch();
+      runApplication("");
     print("loaded", std::to_string(LoadLibraryA(argv[3]) != nullptr));
+  } else if (command == "library-search" && argc > 2) {
+    hardenDllSearch();
+    const ProcessScope process;
+    const WebUpdaterAdapter library;
+    print("loaded", std::to_string(LoadLibraryA(argv[2]) != nullptr));
   } else if (command == "write" && argc > 4) {
     writeLines(argv[2], static_cast<int>(number(3)), argv[4]);
   } else {

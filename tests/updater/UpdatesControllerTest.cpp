@@ -7,8 +7,8 @@
 
 #include "printers/DeviceEnumerator.h"
 #include "support/TestSupport.h"
-#include "updater/CommandLineParams.h"
 #include "system/OsVersion.h"
+#include "updater/CommandLineParams.h"
 #include "updater/UpdatesController.h"
 #include "webupdate/WebUpdaterAdapter.h"
 

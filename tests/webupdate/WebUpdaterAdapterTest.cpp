@@ -97,6 +97,20 @@ TEST_F(WebUpdaterAdapterTest, WithoutTheLibraryOrItsExportsEveryOperationFails) 
   EXPECT_TRUE(library_.calls().empty());
 }
 
+// In a process whose DLL search is hardened, the library's folder joins the search, so that the
+// library finds the DLLs it ships beside it (the helper runs as cvwe_helper.exe, so that it shares
+// this executable's store, which names the folder).
+TEST_F(WebUpdaterAdapterTest, TheLibrarysFolderJoinsTheHardenedDllSearch) {
+  testsupport::TempDir folder;
+  for (const char* name : {"cvwewupd.DLL", "cvcompanion.dll"})
+    ASSERT_TRUE(CopyFileA((testsupport::executableDirectory() + "wupdstandin.dll").c_str(),
+                          folder.file(name).c_str(), FALSE));
+  store_.set(kUpdater, "WebUpdaterDllPath", folder.path());
+  const std::string output =
+      testsupport::runCopy("test_helper.exe", "cvwe_helper.exe", "library-search cvcompanion.dll");
+  EXPECT_EQ("loaded=1", output.substr(0, 8)) << output;
+}
+
 TEST_F(WebUpdaterAdapterTest, TimeOutsAndRetriesAreCreatedWithDefaultsAndPassedUnchanged) {
   library_.check("*", "2").download("*", "1,buffer,").write();
   // What the check and the download were given: "timeout=<s> | retries=<n> " each.
