@@ -4,7 +4,8 @@
 #include "support/TestSupport.h"
 
 // The installer tool under a name of its own, local id "cvsz": it installs cvszqnv.loc beside it
-// into "...\Local\cvsz\" and never touches the program's store. It says what it did in one line.
+// into "...\Local\cvsz\" and never touches the program's store. It says what it did in one line:
+// on stdout when it installed everything, on stderr otherwise.
 TEST(SettingsInstallerTool, InstallsTheFileBesideItAndExitsWithWhatHappened) {
   const std::string file = testsupport::executableDirectory() + "cvszqnv.loc";
   const std::string root = "Software\\CorvaneInkjet\\QNV\\Local\\cvsz\\";
@@ -33,10 +34,13 @@ TEST(SettingsInstallerTool, InstallsTheFileBesideItAndExitsWithWhatHappened) {
     if (!row.content.empty())
       testsupport::writeFile(file, row.content);
     DWORD exitCode = 99;
-    const std::string output =
-        testsupport::runCopy("cvupsettings.exe", "cvsztool.exe", row.arguments, "", &exitCode);
-    EXPECT_EQ(row.exitCode, exitCode) << output;
-    EXPECT_EQ(row.output, output.substr(0, row.output.size()));
+    std::string errors;
+    const std::string output = testsupport::runCopy("cvupsettings.exe", "cvsztool.exe",
+                                                    row.arguments, "", &exitCode, &errors);
+    EXPECT_EQ(row.exitCode, exitCode) << output << errors;
+    const bool failed = row.exitCode != 0;
+    EXPECT_EQ(row.output, (failed ? errors : output).substr(0, row.output.size()));
+    EXPECT_EQ("", failed ? output : errors);
     EXPECT_EQ(row.interval,
               testsupport::registryValue(root + "Settings\\Updater", "PrinterPollInterval"));
   }

@@ -162,13 +162,17 @@ std::vector<std::string> splitLines(const std::string& text) {
 
 Process::Process(const std::string& commandLine) {
   SECURITY_ATTRIBUTES inherit = {sizeof(inherit), nullptr, TRUE};
-  const ScopedHandle output(CreateFileA(output_.file("output.txt").c_str(), FILE_APPEND_DATA,
-                                        FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, CREATE_ALWAYS,
-                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+  const auto create = [&](const char* name) {
+    return ScopedHandle(CreateFileA(output_.file(name).c_str(), FILE_APPEND_DATA,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE, &inherit, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+  };
+  const ScopedHandle output = create("output.txt"), errors = create("errors.txt");
   STARTUPINFOA startup = {};
   startup.cb = sizeof(startup);
   startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = startup.hStdError = output.get();
+  startup.hStdOutput = output.get();
+  startup.hStdError = errors.get();
   PROCESS_INFORMATION process = {};
   std::string line = commandLine;
   if (CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
@@ -193,11 +197,14 @@ bool Process::waitForOutput(const std::string& text, DWORD timeoutMs) const {
   return true;
 }
 
-std::string runProcess(const std::string& commandLine, DWORD* exitCode) {
+std::string runProcess(const std::string& commandLine, DWORD* exitCode, std::string* errors) {
   Process process(commandLine);
   process.wait(120000);
   if (exitCode != nullptr)
     *exitCode = process.exitCode();
+  if (errors == nullptr)
+    return process.output() + process.errors();
+  *errors = process.errors();
   return process.output();
 }
 
@@ -216,14 +223,15 @@ std::string runCopy(const std::string& source,
                     const std::string& copy,
                     const std::string& arguments,
                     const std::string& wineVersion,
-                    DWORD* exitCode) {
+                    DWORD* exitCode,
+                    std::string* errors) {
   const std::string path = executableDirectory() + copy;
   const std::string versionKey = "Software\\Wine\\AppDefaults\\" + copy;
   CopyFileA((executableDirectory() + source).c_str(), path.c_str(), FALSE);
   if (!wineVersion.empty())
     RegSetKeyValueA(HKEY_CURRENT_USER, versionKey.c_str(), "Version", REG_SZ, wineVersion.c_str(),
                     static_cast<DWORD>(wineVersion.size() + 1));
-  const std::string output = runProcess(besideTests(copy, arguments), exitCode);
+  const std::string output = runProcess(besideTests(copy, arguments), exitCode, errors);
   RegDeleteKeyA(HKEY_CURRENT_USER, versionKey.c_str());
   DeleteFileA(path.c_str());
   return output;

@@ -90,8 +90,8 @@ inline bool fileExists(const std::string& path) {
 }
 std::vector<std::string> splitLines(const std::string& text);  // CR LF or LF lines.
 
-// A process started with its stdout and stderr going to a file; ended (if still running) when
-// the object goes.
+// A process started with its stdout and stderr going to files; ended (if still running) when the
+// object goes.
 class Process {
  public:
   explicit Process(const std::string& commandLine);
@@ -110,15 +110,19 @@ class Process {
     return code;
   }
   std::string output() const { return readFile(output_.file("output.txt")); }
+  std::string errors() const { return readFile(output_.file("errors.txt")); }
 
  private:
   TempDir output_;
   ScopedHandle process_;
 };
 
-// Runs a command line for at most two minutes and returns its output; `exitCode` receives its
-// exit code (STILL_ACTIVE when it had to be ended).
-std::string runProcess(const std::string& commandLine, DWORD* exitCode = nullptr);
+// Runs a command line for at most two minutes and returns its stdout; `exitCode` receives its
+// exit code (STILL_ACTIVE when it had to be ended) and `errors` its stderr, which is otherwise
+// appended to the output.
+std::string runProcess(const std::string& commandLine,
+                       DWORD* exitCode = nullptr,
+                       std::string* errors = nullptr);
 
 // This executable's directory with a trailing backslash, and a command line of a program in it.
 std::string executableDirectory();
@@ -131,7 +135,8 @@ std::string runCopy(const std::string& source,
                     const std::string& copy,
                     const std::string& arguments,
                     const std::string& wineVersion = "",
-                    DWORD* exitCode = nullptr);
+                    DWORD* exitCode = nullptr,
+                    std::string* errors = nullptr);
 // The "key=value" lines of an output.
 std::map<std::string, std::string> facts(const std::string& output);
 
