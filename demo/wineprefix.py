@@ -99,7 +99,12 @@ class Prefix:
         self.write(r"C:\import.reg", "\r\n".join(lines))
         self.wine(["regedit", "/S", r"C:\import.reg"])
 
-    def reg_dword(self, key, name):
+    def reg_value(self, key, name, kind="REG_DWORD"):
+        """A value's data as `reg query` prints it, or None when there is no such value."""
         out = self.wine(["reg", "query", key, "/v", name]).stdout
-        match = re.search(re.escape(name) + r"\s+REG_DWORD\s+0x([0-9a-fA-F]+)", out)
-        return int(match.group(1), 16) if match else None
+        match = re.search(re.escape(name) + r"\s+" + kind + r"\s+(.*?)\s*$", out, re.M)
+        return match.group(1) if match else None
+
+    def reg_dword(self, key, name):
+        value = self.reg_value(key, name)
+        return int(value, 16) if value else None

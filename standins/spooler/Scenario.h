@@ -9,7 +9,7 @@
 struct PrinterScenario {
   std::string name;
   std::string driver;
-  std::string port;
+  std::string port{};  // "{}": a printer is often written {name, driver}, the rest defaulted.
   DWORD attributes = 0;
   DWORD status = 0;
   DWORD jobs = 0;

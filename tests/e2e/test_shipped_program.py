@@ -68,10 +68,7 @@ class ShippedProgram(unittest.TestCase):
                 for c in self.journal("spooler.txt") if " SetPrinterA " in c]
 
     def pause_record(self):
-        out = self.prefix.wine(["reg", "query", STORE + r"\Settings\Updater", "/v",
-                                "PausedPrinters"]).stdout
-        line = [l for l in out.splitlines() if "PausedPrinters" in l]
-        return line[0].split("REG_MULTI_SZ", 1)[1].strip() if line else None
+        return self.prefix.reg_value(STORE + r"\Settings\Updater", "PausedPrinters", "REG_MULTI_SZ")
 
     def recovery_lines(self):
         return [l for l in (self.prefix.read(LOG) or "").splitlines()

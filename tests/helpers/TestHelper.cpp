@@ -17,10 +17,7 @@
 #include <string>
 
 #include "logging/FunctionTrace.h"
-#include "logging/Logger.h"
-#include "printers/DeviceEnumerator.h"
 #include "printers/PrinterSpoolerWrapper.h"
-#include "settings/Settings.h"
 #include "system/CurrentProcess.h"
 #include "system/DllSearch.h"
 #include "system/Localize.h"

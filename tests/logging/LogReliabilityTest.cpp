@@ -4,6 +4,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <regex>
@@ -91,29 +92,28 @@ TEST_F(LogReliability, ConcurrentProcessesLoseNoLineAndKeepEachLineWhole) {
 // nothing, even while it lives on.
 TEST_F(LogReliability, ConcurrentThreadsKeepTheirOwnNestingAndLeaveTheMutexFree) {
   const int kThreads = 4, kOperations = 150;
-  const ScopedHandle quit(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-  ScopedHandle finished[kThreads];
-  HANDLE finishedHandles[kThreads];
+  std::atomic<int> finished{0};
+  std::atomic<bool> quit{false};
   std::vector<std::thread> threads;
   for (int i = 0; i < kThreads; ++i) {
-    finished[i].reset(CreateEventA(nullptr, TRUE, FALSE, nullptr));
-    finishedHandles[i] = finished[i].get();
-    threads.emplace_back([quit = quit.get(), done = finished[i].get()] {
+    threads.emplace_back([&finished, &quit] {
       for (int n = 0; n < kOperations; ++n) {
         FunctionTrace outer = FunctionTrace::open(kLogUpdater, "Outer::run() ");
         FunctionTrace inner = FunctionTrace::open(kLogUpdater, "Inner::run() ");
         inner.log(" n=" + std::to_string(n));
         inner.setRc(n);
       }
-      SetEvent(done);
-      WaitForSingleObject(quit, 60000);
+      ++finished;
+      while (!quit)
+        Sleep(1);
     });
   }
-  WaitForMultipleObjects(kThreads, finishedHandles, TRUE, 15000);
+  while (finished < kThreads)
+    Sleep(1);
   Mutex logMutex(false, "CVLOG_cvloQNV.log", true);
   EXPECT_TRUE(logMutex.acquire(2000)) << "a thread that has finished writing holds the log mutex";
   logMutex.release();
-  SetEvent(quit.get());
+  quit = true;
   for (std::thread& thread : threads)
     thread.join();
   Lines expected;

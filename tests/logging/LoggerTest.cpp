@@ -13,14 +13,11 @@ using testsupport::ScopedStore;
 
 namespace {
 
-// One traced operation with one detail line and result 0, written as the program's are: only
-// while the trace is on.
+// One traced operation with one detail line and result 0, written as the program's are.
 void tracedOperation(const LoggerComponent& component, const char* name) {
   FunctionTrace trace = FunctionTrace::open(component, name);
-  if (trace.isOn()) {
-    trace.log(" detail");
-    trace.setRc(0);
-  }
+  trace.detail(" detail");
+  trace.setRc(0);
 }
 
 // The "Logger" switches that exist, as " name=value" in a fixed order.

@@ -4,7 +4,7 @@
 #include "support/TestSupport.h"
 
 using testsupport::SpoolerScenario;
-constexpr auto printer = &SpoolerScenario::printer;
+using Printer = PrinterScenario;  // Name and driver, nothing queued.
 using Names = std::list<std::string>;
 
 namespace {
@@ -30,9 +30,9 @@ class DeviceEnumeratorTest : public testing::Test {
 
 // Local printers and connections whose driver name matches byte for byte, in spooler order.
 TEST_F(DeviceEnumeratorTest, ListsThePrintersOfTheDriverByteForByte) {
-  spooler_.write({printer("Office", kDriver), printer("Lower", "corvane inkjet driver"),
-                  printer("Trailing", "Corvane Inkjet Driver "), printer("Other", "Generic Text"),
-                  printer("\\\\server\\Shared", kDriver)});
+  spooler_.write({Printer{"Office", kDriver}, Printer{"Lower", "corvane inkjet driver"},
+                  Printer{"Trailing", "Corvane Inkjet Driver "}, Printer{"Other", "Generic Text"},
+                  Printer{"\\\\server\\Shared", kDriver}});
   EXPECT_EQ((Names{"Office", "\\\\server\\Shared"}), printers());
   EXPECT_EQ("EnumPrintersA flags=6 level=2 buffer=1 result=1",
             spooler_.calls("EnumPrintersA").at(1));
@@ -41,14 +41,14 @@ TEST_F(DeviceEnumeratorTest, ListsThePrintersOfTheDriverByteForByte) {
 // An empty result is asked for again on every call; a found list is kept for the rest of the run,
 // and a new instance reads the driver name again.
 TEST_F(DeviceEnumeratorTest, KeepsAFoundListUntilItIsDestroyed) {
-  spooler_.write({printer("Lab", "Lab Driver")});
+  spooler_.write({Printer{"Lab", "Lab Driver"}});
   EXPECT_TRUE(printers().empty());
   EXPECT_TRUE(printers().empty());
   EXPECT_EQ(4u, spooler_.calls("EnumPrintersA").size());
-  spooler_.write({printer("Lab", "Lab Driver"), printer("Office", kDriver)});
+  spooler_.write({Printer{"Lab", "Lab Driver"}, Printer{"Office", kDriver}});
   EXPECT_EQ(Names{"Office"}, printers());
   spooler_.write(
-      {printer("Lab", "Lab Driver"), printer("Office", kDriver), printer("Later", kDriver)});
+      {Printer{"Lab", "Lab Driver"}, Printer{"Office", kDriver}, Printer{"Later", kDriver}});
   EXPECT_EQ(Names{"Office"}, printers());
   EXPECT_EQ(6u, spooler_.calls("EnumPrintersA").size());
   DeviceEnumerator::destroy();

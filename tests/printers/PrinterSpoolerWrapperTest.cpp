@@ -17,7 +17,7 @@ namespace {
 const char kDriver[] = "Corvane Inkjet Driver";
 
 PrinterScenario printer(const std::string& name, DWORD jobs = 0, long long drainAfterPolls = -1) {
-  PrinterScenario printer = SpoolerScenario::printer(name, kDriver);
+  PrinterScenario printer{name, kDriver};
   printer.jobs = jobs;
   printer.drainAfterPolls = drainAfterPolls;
   return printer;
@@ -52,7 +52,7 @@ class PrinterSpoolerWrapperTest : public testing::Test {
 // Every printer of interest is opened with full rights and paused; the pause is recorded until
 // the resume, and the handles stay open for the caller.
 TEST_F(PrinterSpoolerWrapperTest, PausesEveryPrinterOfInterestAndRecordsItUntilTheResume) {
-  stage({printer("A"), SpoolerScenario::printer("Other", "Generic Text"), printer("B")});
+  stage({printer("A"), PrinterScenario{"Other", "Generic Text"}, printer("B")});
   ASSERT_TRUE(wrapper_.pausePrinters(handles_));
   EXPECT_EQ((Names{"A", "B"}), spooler_.names("OpenPrinterA", "access=0xf000c result=1"));
   EXPECT_EQ((Names{"A", "B"}), paused());

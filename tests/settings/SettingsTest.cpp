@@ -4,18 +4,14 @@
 
 #include "settings/Settings.h"
 #include "support/TestSupport.h"
-#include "system/Localize.h"
 
+using testsupport::familyPath;
 using testsupport::keyExists;
 using testsupport::ScopedStore;
 
 namespace {
 
 const char kUpdater[] = "Settings\\Updater";
-
-std::string familyPath() {
-  return Localize::getInstance()->getProductFamilyRegistryPath();
-}
 
 }  // namespace
 

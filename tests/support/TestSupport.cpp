@@ -1,8 +1,7 @@
 #include "support/TestSupport.h"
 
-#include <shellapi.h>
-
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -18,14 +17,14 @@ void setDword(const std::string& path, const std::string& name, DWORD value) {
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), REG_DWORD, &value, sizeof(value));
 }
 
-std::string familyPath() {
-  return Localize::getInstance()->getProductFamilyRegistryPath();
-}
-
 }  // namespace
 
 std::string storeRoot() {
   return Localize::getInstance()->getRegistryPath(0);
+}
+
+std::string familyPath() {
+  return Localize::getInstance()->getProductFamilyRegistryPath();
 }
 
 bool keyExists(const std::string& path) {
@@ -127,12 +126,8 @@ TempDir::~TempDir() {
 }
 
 void removeTree(const std::string& path) {
-  const std::string from = path + '\0';  // A double-null-terminated list.
-  SHFILEOPSTRUCTA operation = {};
-  operation.wFunc = FO_DELETE;
-  operation.pFrom = from.c_str();
-  operation.fFlags = FOF_NO_UI;
-  SHFileOperationA(&operation);
+  std::error_code ignored;
+  std::filesystem::remove_all(path, ignored);
 }
 
 bool writeFile(const std::string& path, const std::string& content) {

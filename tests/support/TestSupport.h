@@ -15,8 +15,10 @@
 // Helpers of the test executables, over the real Wine registry, files, processes and stand-ins.
 namespace testsupport {
 
-// The store root of this executable (scope 0), e.g. "Software\CorvaneInkjet\QNV\Local\cvse\".
+// The store root of this executable (scope 0), e.g. "Software\CorvaneInkjet\QNV\Local\cvse\",
+// and its product family's key.
 std::string storeRoot();
+std::string familyPath();
 // Keys below HKEY_LOCAL_MACHINE; deleting a missing tree is no error.
 bool keyExists(const std::string& path);
 // A DWORD in decimal, a string as it is, or "none".
@@ -96,8 +98,6 @@ class Process {
  public:
   explicit Process(const std::string& commandLine);
   ~Process();
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
 
   // False when `timeoutMs` passes first.
   bool waitForOutput(const std::string& text, DWORD timeoutMs) const;
@@ -149,8 +149,6 @@ class StandInScenario {
     SetEnvironmentVariableA(variable_, directory_.file("scenario.ini").c_str());
   }
   ~StandInScenario() { SetEnvironmentVariableA(variable_, nullptr); }
-  StandInScenario(const StandInScenario&) = delete;
-  StandInScenario& operator=(const StandInScenario&) = delete;
 
   // This process's calls of `function` (of every function when empty), in order, without the
   // process id.
@@ -173,13 +171,6 @@ class SpoolerScenario : public StandInScenario {
  public:
   SpoolerScenario() : StandInScenario("SPOOLER_SCENARIO", " ") { write({}); }
 
-  // A printer of `driver` with nothing queued.
-  static PrinterScenario printer(const std::string& name, const std::string& driver) {
-    PrinterScenario printer;
-    printer.name = name;
-    printer.driver = driver;
-    return printer;
-  }
   // Presents these printers and enumeration failure; the stand-in's printer state starts afresh.
   void write(const std::vector<PrinterScenario>& printers, DWORD failEnum = 0);
   // The printer names of the calls of `function` that contain `filter` ("command=2 result=1").

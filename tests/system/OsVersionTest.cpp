@@ -12,7 +12,7 @@ TEST(OsVersion, DecidesTheCodesTheDriverDirectoryAndTheAdministratorTest) {
   testsupport::ScopedStore store;
   store.set("Settings\\", "DriverName", "Corvane Inkjet Driver");
   testsupport::SpoolerScenario spooler;
-  PrinterScenario locked = testsupport::SpoolerScenario::printer("Locked", "Corvane Inkjet Driver");
+  PrinterScenario locked{"Locked", "Corvane Inkjet Driver"};
   locked.failOpen = ERROR_ACCESS_DENIED;
   spooler.write({locked});
   const char* rows[][6] = {

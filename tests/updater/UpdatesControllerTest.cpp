@@ -197,8 +197,8 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   const Row& row = GetParam();
   if (has(row.given, "xp") == OsVersion::getInstance().isVistaOrLater())
     GTEST_SKIP() << "runs in the copy of this test that Wine presents as the other version";
-  PrinterScenario printer = testsupport::SpoolerScenario::printer(
-      "Office Inkjet", has(row.given, "other-driver") ? "Generic Text" : kDriver);
+  PrinterScenario printer{"Office Inkjet",
+                          has(row.given, "other-driver") ? "Generic Text" : kDriver};
   printer.jobs = 1;
   printer.drainAfterPolls = 1;
   printer.failOpen = has(row.given, "user") ? ERROR_ACCESS_DENIED : 0;
@@ -272,9 +272,18 @@ TEST_F(UpdatesControllerTest, TheCatalogGoesIntoTheDriversFolderOfTheAllUsersDat
 // flag): long-standing behaviour that other components rely on.
 TEST_F(UpdatesControllerTest, ASoftwareOnlyInstallationSaysItFailed) {
   library_.apply("*", "1").write();
-  spooler_.write({testsupport::SpoolerScenario::printer("Office Inkjet", kDriver)});
+  spooler_.write({PrinterScenario{"Office Inkjet", kDriver}});
   testsupport::LogCapture log;
   EXPECT_FALSE(UpdatesController().installUpdates("", ""));
   EXPECT_TRUE(UpdatesController().installUpdates(softwarePackage(), ""));
   EXPECT_TRUE(log.contains("UpdatesController::installUpdates() software update FAILED"));
+}
+
+TEST(CommandLineParams, TheMarkerIsACaseInsensitiveSubstring) {
+  const std::pair<const char*, bool> lines[] = {{"", false},          {"-UAC", true},
+                                                {"-uac", true},       {"/silent -Uac", true},
+                                                {"foo-UACbar", true}, {"/silent /update", false},
+                                                {"- UAC", false},     {"UAC", false}};
+  for (const auto& [line, elevated] : lines)
+    EXPECT_EQ(elevated, CommandLineParams(line).containsUacParams()) << line;
 }

@@ -161,13 +161,3 @@ TEST_F(WebUpdaterAdapterTest, ADownloadGivesThePathOnlyForCodeZeroAndFreesEveryB
     EXPECT_TRUE(live.empty()) << rule << ": " << live.size() << " block(s) not freed";
   }
 }
-
-TEST_F(WebUpdaterAdapterTest, AnInstallSucceedsOnlyForCodeOne) {
-  library_.apply("good", "1").apply("*", "0").write();
-  WebUpdaterAdapter adapter;
-  EXPECT_TRUE(adapter.installUpdateUsingCurrentProcess("C:\\dl\\good.pkg", "C:\\target"));
-  EXPECT_FALSE(adapter.installUpdateUsingCurrentProcess("C:\\dl\\bad.pkg", "C:\\target"));
-  EXPECT_EQ((Lines{"UpdApplyUpdateA | package=C:\\dl\\good.pkg | dir=C:\\target | result=1",
-                   "UpdApplyUpdateA | package=C:\\dl\\bad.pkg | dir=C:\\target | result=0"}),
-            library_.calls("UpdApplyUpdateA"));
-}
