@@ -157,7 +157,7 @@ void BasicLogger::write(const LoggerComponent& component, uint32_t level, const 
     const uint32_t currentThread = GetCurrentThreadId();
     if (threadId != 0)
       stream << "tid=" << std::hex << std::setw(4) << currentThread << " ";
-    stream << std::setfill(' ') << std::left << std::setw(componentColumnWidth_)
+    stream << std::setfill(' ') << std::left << std::setw(static_cast<int>(componentColumnWidth_))
            << component.getName() << " ";
     const int32_t depth = getDepth(currentThread);
     stream << std::string(depth > 0 ? static_cast<size_t>(depth) : 0, ' ')

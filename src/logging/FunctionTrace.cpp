@@ -51,7 +51,7 @@ FunctionTrace::~FunctionTrace() {
 
 void FunctionTrace::setRc(int value) {
   if (on_)
-    result_ = LogText(static_cast<int32_t>(value), 10);
+    result_ = LogText(int32_t{value}, 10);
 }
 
 void FunctionTrace::setRc(const std::string& text) {

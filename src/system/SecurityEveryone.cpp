@@ -18,7 +18,7 @@ SecurityEveryone::SecurityEveryone(bool inheritable) {
   if (!isSupported())
     return;
   try {
-    descriptor_ = static_cast<PSECURITY_DESCRIPTOR>(calloc(1, SECURITY_DESCRIPTOR_MIN_LENGTH));
+    descriptor_ = calloc(1, SECURITY_DESCRIPTOR_MIN_LENGTH);
     if (!InitializeSecurityDescriptor(descriptor_, SECURITY_DESCRIPTOR_REVISION)) {
       const DWORD error = GetLastError();
       throw Win32Exception(kInitFailed, error, "SecurityEveryone", __LINE__);

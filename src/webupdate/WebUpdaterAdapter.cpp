@@ -149,7 +149,7 @@ void* WebUpdaterAdapter::AllocMemory(unsigned long long size) {
   try {
     FunctionTrace trace = FunctionTrace::open(
         kLogUpdater, "WebUpdaterAdapter::AllocMemory(" + std::to_string(size) + ")");
-    return ::operator new(static_cast<size_t>(size), std::nothrow);
+    return ::operator new(size, std::nothrow);
   } catch (...) {
     return nullptr;
   }

@@ -96,7 +96,7 @@ BOOL Spooler::enumPrinters(DWORD flags,
     *needed = 0;
     if (level == 2) {
       for (const PrinterScenario& printer : scenario.printers) {
-        *needed += sizeof(PRINTER_INFO_2A) + StringsSize(printer);
+        *needed += static_cast<DWORD>(sizeof(PRINTER_INFO_2A)) + StringsSize(printer);
       }
     }
     if (*needed > 0 && (buffer == nullptr || size < *needed)) {

@@ -65,8 +65,9 @@ HttpResponse HttpClient::attempt(const std::string& url, uint32_t timeoutSeconds
     return response;
   if (timeoutSeconds != 0) {
     DWORD milliseconds = timeoutSeconds * 1000;
-    for (DWORD option : {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT,
-                         INTERNET_OPTION_RECEIVE_TIMEOUT}) {
+    const DWORD options[] = {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_SEND_TIMEOUT,
+                             INTERNET_OPTION_RECEIVE_TIMEOUT};
+    for (DWORD option : options) {
       InternetSetOptionA(request.get(), option, &milliseconds, sizeof(milliseconds));
     }
   }

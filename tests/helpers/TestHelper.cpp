@@ -1,9 +1,10 @@
 // A program that tests start as a separate process, to see the program's classes from outside:
 // under another file name (product family), Windows version or locale, holding a named mutex, or
-// writing to the log beside the test process (as cvlo_writer.exe). Prints key=value lines.
+// writing to the log beside the test process (as mwlo_writer.exe). Prints key=value lines.
 //
 //   probe                        facts of Localize, OsVersion, CurrentProcess, the service codes
-//   mutex-hold NAME MS MODE      take the mutex, print "held", sleep, then release or abandon it
+//   mutex-hold NAME EVENT MODE   take the mutex, print "held", wait until the event EVENT is set,
+//                                then release or abandon the mutex
 //   mutex-try NAME MS            "acquired" or "busy" after waiting up to MS
 //   load-from DIR NAME [run]     whether LoadLibraryA(NAME) finds NAME in the current directory DIR
 //                                (after an update run, whose start-up hardens the DLL search)
@@ -55,11 +56,12 @@ void probe() {
   print("admin", std::to_string(PrinterSpoolerWrapper().canWeOpenPrintersInAdminMode()));
 }
 
-void mutexHold(const std::string& name, DWORD ms, const std::string& mode) {
+void mutexHold(const std::string& name, const std::string& event, const std::string& mode) {
+  const ScopedHandle letGo(OpenEventA(SYNCHRONIZE, FALSE, event.c_str()));
   Mutex mutex(false, name, true);
   mutex.acquire(INFINITE);
   print("held", "1");
-  Sleep(ms);
+  WaitForSingleObject(letGo.get(), 60000);
   if (mode == "abandon")
     ExitProcess(0);  // Leaves the mutex abandoned for the next waiter.
   mutex.release();
@@ -87,11 +89,11 @@ void writeLines(const std::string& tag, int count, const std::string& gate) {
 
 int main(int argc, char** argv) {
   const std::string command = argc > 1 ? argv[1] : "";
-  const auto number = [argv](int i) { return static_cast<DWORD>(strtoul(argv[i], nullptr, 10)); };
+  const auto number = [argv](int i) { return strtoul(argv[i], nullptr, 10); };
   if (command == "probe") {
     probe();
   } else if (command == "mutex-hold" && argc > 4) {
-    mutexHold(argv[2], number(3), argv[4]);
+    mutexHold(argv[2], argv[3], argv[4]);
   } else if (command == "mutex-try" && argc > 3) {
     Mutex mutex(false, argv[2], true);
     const bool acquired = mutex.acquire(number(3));

@@ -47,8 +47,8 @@ class HookedLogger : public BasicLogger {
 // the named mutex "CVLOG_" + the file name serialises the writers.
 TEST(BasicLogger, AppendsOneLinePerWriteToTheFileItWasGiven) {
   testsupport::TempDir dir;
-  for (const std::string& path : {dir.file("given.log"), std::string("cvlotest.log")}) {
-    const std::string file = path == "cvlotest.log" ? "C:\\cvlotest.log" : path;
+  for (const std::string& path : {dir.file("given.log"), std::string("mwlotest.log")}) {
+    const std::string file = path == "mwlotest.log" ? "C:\\mwlotest.log" : path;
     ASSERT_TRUE(testsupport::writeFile(file, "earlier\r\n"));
     {
       BasicLogger logger(path, 25);

@@ -1,4 +1,4 @@
-// The log under load: processes (cvlo_writer.exe, which shares this executable's log file, store
+// The log under load: processes (mwlo_writer.exe, which shares this executable's log file, store
 // and mutex) and threads writing at once.
 #include <gtest/gtest.h>
 
@@ -47,12 +47,12 @@ class LogReliability : public testing::Test {
   // Then every writer's lines must be there, whole and in order: per operation an entry line, a
   // long detail line one level deeper and an exit line.
   void runWriters(int count, int operations) {
-    const std::string gate = "cvlo_gate_" + std::to_string(GetTickCount());
+    const std::string gate = "mwlo_gate_" + std::to_string(GetTickCount());
     const ScopedHandle event(CreateEventA(nullptr, TRUE, FALSE, gate.c_str()));
     std::vector<std::unique_ptr<testsupport::Process>> writers;
     for (int i = 0; i < count; ++i) {
       writers.push_back(std::make_unique<testsupport::Process>(besideTests(
-          "cvlo_writer.exe",
+          "mwlo_writer.exe",
           "write w" + std::to_string(i) + " " + std::to_string(operations) + " " + gate)));
       ASSERT_TRUE(writers.back()->waitForOutput("ready", 30000));
     }
@@ -110,7 +110,7 @@ TEST_F(LogReliability, ConcurrentThreadsKeepTheirOwnNestingAndLeaveTheMutexFree)
   }
   while (finished < kThreads)
     Sleep(1);
-  Mutex logMutex(false, "CVLOG_cvloQNV.log", true);
+  Mutex logMutex(false, "CVLOG_mwloQNV.log", true);
   EXPECT_TRUE(logMutex.acquire(2000)) << "a thread that has finished writing holds the log mutex";
   logMutex.release();
   quit = true;

@@ -46,7 +46,7 @@ class CountingLogger : public BasicLogger {
 // "startLog" is created off on the first trace, which writes nothing and leaves the depth alone;
 // once it is on, the masks and header switches follow with their defaults.
 TEST(Logger, CreatesItsSwitchesWithTheirDefaultsOnFirstUse) {
-  EXPECT_EQ("C:\\ProgramData\\cvloQNV.log", Logger::getLogFilePath());
+  EXPECT_EQ("C:\\ProgramData\\mwloQNV.log", Logger::getLogFilePath());
   ScopedStore store;
   testsupport::restartLogger();
   const std::string before = testsupport::readFile(Logger::getLogFilePath());

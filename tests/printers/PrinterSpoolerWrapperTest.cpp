@@ -154,9 +154,8 @@ TEST_F(PrinterSpoolerWrapperTest, RecoveryResumesThePausedPrintersOfARunThatIsGo
     ASSERT_TRUE(record.hold({"Office Inkjet", "Back Office", "Gone"}));
   }
   {
-    testsupport::Process owner(
-        testsupport::besideTests("test_helper.exe", "mutex-hold cvprPausedPrinters 5000 release"));
-    ASSERT_TRUE(owner.waitForOutput("held", 20000));
+    testsupport::MutexHolder owner(testsupport::localId() + "PausedPrinters");
+    ASSERT_TRUE(owner.holds());
     EXPECT_FALSE(PauseRecord::recoverAbandonedPause(wrapper_));
     EXPECT_EQ(3u, PauseRecord::recordedPrinters().size());
   }

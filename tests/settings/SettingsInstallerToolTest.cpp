@@ -3,17 +3,20 @@
 #include "logging/Logger.h"
 #include "support/TestSupport.h"
 
-// The installer tool under a name of its own, local id "cvsz": it installs cvszqnv.loc beside it
-// into "...\Local\cvsz\" and never touches the program's store. It says what it did in one line:
-// on stdout when it installed everything, on stderr otherwise.
+// The installer tool under a name of its own in this executable's family, local id "<xx>sz": it
+// installs <xx>szqnv.loc beside it into "...\Local\<xx>sz\" and never touches the program's
+// store. It says what it did in one line: on stdout when it installed everything, on stderr
+// otherwise.
 TEST(SettingsInstallerTool, InstallsTheFileBesideItAndExitsWithWhatHappened) {
-  const std::string file = testsupport::executableDirectory() + "cvszqnv.loc";
-  const std::string root = "Software\\CorvaneInkjet\\QNV\\Local\\cvsz\\";
+  const std::string id = testsupport::localId().substr(0, 2) + "sz";
+  const std::string file = testsupport::executableDirectory() + id + "qnv.loc";
+  const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\";
   const std::string store = "HKLM\\" + root;
   // The shipped sample, moved from the program's store to the tool's.
   std::string sample = testsupport::readFile(testsupport::executableDirectory() + "cvupqnv.loc");
-  for (size_t at = 0; (at = sample.find("\\Local\\cvup\\", at)) != std::string::npos;)
-    sample.replace(at, 12, "\\Local\\cvsz\\");
+  const std::string programRoot = "Software\\CorvaneInkjet\\QNV\\Local\\cvup\\";
+  for (size_t at = 0; (at = sample.find(programRoot, at)) != std::string::npos;)
+    sample.replace(at, programRoot.size(), root);
   const struct {
     std::string content;  // empty: no file
     std::string arguments;
@@ -35,7 +38,7 @@ TEST(SettingsInstallerTool, InstallsTheFileBesideItAndExitsWithWhatHappened) {
       testsupport::writeFile(file, row.content);
     DWORD exitCode = 99;
     std::string errors;
-    const std::string output = testsupport::runCopy("cvupsettings.exe", "cvsztool.exe",
+    const std::string output = testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
                                                     row.arguments, "", &exitCode, &errors);
     EXPECT_EQ(row.exitCode, exitCode) << output << errors;
     const bool failed = row.exitCode != 0;
@@ -46,5 +49,5 @@ TEST(SettingsInstallerTool, InstallsTheFileBesideItAndExitsWithWhatHappened) {
   }
   testsupport::deleteKeyTree(root);
   DeleteFileA(file.c_str());
-  DeleteFileA((Logger::getAllUsersProfileDir() + "cvszQNV.log").c_str());
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }

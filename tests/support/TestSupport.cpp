@@ -19,6 +19,10 @@ void setDword(const std::string& path, const std::string& name, DWORD value) {
 
 }  // namespace
 
+std::string localId() {
+  return Localize::getInstance()->getLocalId();
+}
+
 std::string storeRoot() {
   return Localize::getInstance()->getRegistryPath(0);
 }
@@ -190,6 +194,24 @@ bool Process::waitForOutput(const std::string& text, DWORD timeoutMs) const {
       return false;
   }
   return true;
+}
+
+namespace {
+std::string uniqueEventName() {
+  static unsigned counter = 0;
+  return "cvtest_letgo_" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(++counter);
+}
+}  // namespace
+
+MutexHolder::MutexHolder(const std::string& name, const std::string& mode)
+    : event_(uniqueEventName()),
+      signal_(CreateEventA(nullptr, TRUE, FALSE, event_.c_str())),
+      holder_(besideTests("test_helper.exe", "mutex-hold " + name + " " + event_ + " " + mode)),
+      holds_(holder_.waitForOutput("held", 20000)) {}
+
+void MutexHolder::letGo() {
+  SetEvent(signal_.get());
+  holder_.wait(20000);
 }
 
 std::string runProcess(const std::string& commandLine, DWORD* exitCode, std::string* errors) {

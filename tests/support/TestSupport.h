@@ -15,8 +15,9 @@
 // Helpers of the test executables, over the real Wine registry, files, processes and stand-ins.
 namespace testsupport {
 
-// The store root of this executable (scope 0), e.g. "Software\CorvaneInkjet\QNV\Local\cvse\",
-// and its product family's key.
+// This executable's local id (e.g. "pdse"), its store root (scope 0, e.g.
+// "Software\PardoInkJet\QNV\Local\pdse\") and its product family's key.
+std::string localId();
 std::string storeRoot();
 std::string familyPath();
 // Keys below HKEY_LOCAL_MACHINE; deleting a missing tree is no error.
@@ -115,6 +116,24 @@ class Process {
  private:
   TempDir output_;
   ScopedHandle process_;
+};
+
+// Another process (the helper) that holds the named mutex `name` from construction until
+// letGo(), then releases it, or ends without releasing it ("abandon").
+class MutexHolder {
+ public:
+  MutexHolder(const std::string& name, const std::string& mode = "release");
+  ~MutexHolder() { letGo(); }
+  // Whether the helper took the mutex.
+  bool holds() const { return holds_; }
+  // Lets the helper go on and waits until it has ended.
+  void letGo();
+
+ private:
+  const std::string event_;
+  ScopedHandle signal_;
+  Process holder_;
+  bool holds_;
 };
 
 // Runs a command line for at most two minutes and returns its stdout; `exitCode` receives its

@@ -3,7 +3,7 @@
 #include "support/TestSupport.h"
 
 // A DLL planted in the current directory under a name the process loads is found by the default
-// search, and no longer once an update run has started (a copy of the helper named cvsy_helper.exe
+// search, and no longer once an update run has started (a copy of the helper named tssy_helper.exe
 // runs in this executable's store, where it finds no library and ends).
 TEST(DllSearch, AnUpdateRunTakesTheCurrentDirectoryOutOfTheSearch) {
   const testsupport::ScopedStore store;
@@ -12,7 +12,7 @@ TEST(DllSearch, AnUpdateRunTakesTheCurrentDirectoryOutOfTheSearch) {
                         planted.file("cvplanted.dll").c_str(), FALSE));
   const std::string load = "load-from \"" + planted.path() + "\" cvplanted.dll";
   const auto run = [](const std::string& arguments) {
-    return testsupport::runCopy("test_helper.exe", "cvsy_helper.exe", arguments).substr(0, 8);
+    return testsupport::runCopy("test_helper.exe", testsupport::localId() + "_helper.exe", arguments).substr(0, 8);
   };
   EXPECT_EQ("loaded=1", run(load));
   EXPECT_EQ("loaded=0", run(load + " run"));

@@ -27,10 +27,10 @@ TEST(Mutex, WaitsForAnotherProcessAndTakesOverWhenItDiesHoldingTheMutex) {
   for (const std::string mode : {"release", "abandon"}) {
     const std::string name = uniqueName(mode);
     Mutex mutex(false, name, true);
-    testsupport::Process holder(
-        besideTests("test_helper.exe", "mutex-hold " + name + " 300 " + mode));
-    ASSERT_TRUE(holder.waitForOutput("held", 20000));
+    testsupport::MutexHolder holder(name, mode);
+    ASSERT_TRUE(holder.holds());
     EXPECT_FALSE(mutex.acquire(20)) << mode;
+    holder.letGo();
     EXPECT_TRUE(mutex.acquire(20000)) << mode;
     mutex.release();
   }

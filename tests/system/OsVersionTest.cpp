@@ -22,7 +22,7 @@ TEST(OsVersion, DecidesTheCodesTheDriverDirectoryAndTheAdministratorTest) {
       {"win10", "0", "1", "\\x64", "3", "0"}};
   for (const auto& [version, code, vistaOrLater, suffix, os, admin] : rows) {
     std::map<std::string, std::string> facts = testsupport::facts(testsupport::runCopy(
-        "test_helper.exe", std::string("cvsy_") + version + ".exe", "probe", version));
+        "test_helper.exe", testsupport::localId() + "_" + version + ".exe", "probe", version));
     EXPECT_EQ(code, facts["windowsVersion"]) << version;
     EXPECT_EQ(vistaOrLater, facts["vistaOrLater"]) << version;
     EXPECT_EQ("C:\\windows\\system32\\spool\\drivers" + std::string(suffix),

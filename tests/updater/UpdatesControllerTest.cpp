@@ -244,7 +244,7 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
 INSTANTIATE_TEST_SUITE_P(Rows,
                          UpdateRunMatrix,
                          testing::ValuesIn(kRows),
-                         [](const testing::TestParamInfo<Row>& info) { return info.param.name; });
+                         [](const testing::TestParamInfo<Row>& row) { return row.param.name; });
 
 // The rows for Windows 2000, XP and 2003 run in a copy of this executable that Wine presents as XP.
 TEST(UpdateRunMatrixOnXp, PassesInACopyPresentedAsWindowsXp) {

@@ -44,7 +44,7 @@ TEST(VersionInfo, IsTheTextOfTheFirstElementInTheFirst1024Bytes) {
 TEST(VersionInfo, InstalledVersionsComeFromTheConfiguredFiles) {
   testsupport::ScopedStore store;
   testsupport::TempDir program;
-  testsupport::writeFile(program.file("cvweProg.ver"), element("5.0.0.1"));
+  testsupport::writeFile(program.file("hkweProg.ver"), element("5.0.0.1"));
   testsupport::writeFile(program.file("catalog.ver"), element("2026.3"));
   EXPECT_EQ("0.0.0.0", VersionInfo::GetCatalogVersionNumber());
   EXPECT_EQ(".", store.get("Settings\\", "DataPath"));
@@ -54,5 +54,5 @@ TEST(VersionInfo, InstalledVersionsComeFromTheConfiguredFiles) {
   store.set("Settings\\", "CatalogVersionInfoFileName", "\\catalog.ver");
   EXPECT_EQ("5.0.0.1", VersionInfo::GetOrreryVersionNumber());
   EXPECT_EQ("2026.3", VersionInfo::GetCatalogVersionNumber());
-  EXPECT_EQ("cvweProg.ver", store.get("Settings\\", "OrreryVersionInfoFileName"));
+  EXPECT_EQ("hkweProg.ver", store.get("Settings\\", "OrreryVersionInfoFileName"));
 }

@@ -14,7 +14,7 @@ namespace {
 
 const char kUpdater[] = "Settings\\Updater";
 
-// The library is found beside the test exe (cvwewupd.DLL is the stand-in).
+// The library is found beside the test exe (hkwewupd.DLL is the stand-in).
 class WebUpdaterAdapterTest : public testing::Test {
  protected:
   void SetUp() override {
@@ -61,7 +61,7 @@ TEST_F(WebUpdaterAdapterTest, InitialisesTheLibraryForItsLifetimeAndAsksItWhethe
         (Lines{"UpdInitializeA | callback=1",
                "UpdCheckConnection | result=" + std::to_string(connection), "UpdUninitialize"}),
         library_.calls());
-    EXPECT_EQ(nullptr, GetModuleHandleA("cvwewupd.DLL"));
+    EXPECT_EQ(nullptr, GetModuleHandleA("hkwewupd.DLL"));
   }
 }
 
@@ -92,22 +92,22 @@ TEST_F(WebUpdaterAdapterTest, WithoutTheLibraryOrItsExportsEveryOperationFails) 
         log.contains("WebUpdaterAdapter::initialize : LoadLibrary Failed. ::GetLastError()=126"));
   }
   ASSERT_TRUE(CopyFileA((testsupport::executableDirectory() + "wupdnoexports.dll").c_str(),
-                        empty.file("cvwewupd.DLL").c_str(), FALSE));
+                        empty.file("hkwewupd.DLL").c_str(), FALSE));
   EXPECT_EQ("0 2 0 0", everyOperation());
   EXPECT_TRUE(library_.calls().empty());
 }
 
 // In a process whose DLL search is hardened, the library's folder joins the search, so that the
-// library finds the DLLs it ships beside it (the helper runs as cvwe_helper.exe, so that it shares
+// library finds the DLLs it ships beside it (the helper runs as hkwe_helper.exe, so that it shares
 // this executable's store, which names the folder).
 TEST_F(WebUpdaterAdapterTest, TheLibrarysFolderJoinsTheHardenedDllSearch) {
   testsupport::TempDir folder;
-  for (const char* name : {"cvwewupd.DLL", "cvcompanion.dll"})
+  for (const char* name : {"hkwewupd.DLL", "cvcompanion.dll"})
     ASSERT_TRUE(CopyFileA((testsupport::executableDirectory() + "wupdstandin.dll").c_str(),
                           folder.file(name).c_str(), FALSE));
   store_.set(kUpdater, "WebUpdaterDllPath", folder.path());
   const std::string output =
-      testsupport::runCopy("test_helper.exe", "cvwe_helper.exe", "library-search cvcompanion.dll");
+      testsupport::runCopy("test_helper.exe", "hkwe_helper.exe", "library-search cvcompanion.dll");
   EXPECT_EQ("loaded=1", output.substr(0, 8)) << output;
 }
 
@@ -156,7 +156,7 @@ TEST_F(WebUpdaterAdapterTest, ADownloadGivesThePathOnlyForCodeZeroAndFreesEveryB
     g_liveBlocks = &live;
     EXPECT_EQ(downloaded, adapter.downloadUpdate("http://d", path)) << rule;
     g_liveBlocks = nullptr;
-    live.erase(const_cast<char*>(path.data()));
+    live.erase(path.data());
     EXPECT_EQ(downloaded ? file : "", path) << rule;
     EXPECT_TRUE(live.empty()) << rule << ": " << live.size() << " block(s) not freed";
   }
