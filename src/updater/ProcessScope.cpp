@@ -9,7 +9,12 @@
 
 namespace {
 const SettingsLogSwitches g_logSwitches;
+ProcessScope::CreateLoggerFunction g_createLogger = &Logger::createInstance;
 }  // namespace
+
+void ProcessScope::setCreateLoggerFunction(CreateLoggerFunction function) {
+  g_createLogger = function != nullptr ? function : &Logger::createInstance;
+}
 
 ProcessScope::ProcessScope() : started_(initialize(nullptr)) {}
 
@@ -18,7 +23,7 @@ ProcessScope::ProcessScope(const std::string& commandLine) : started_(initialize
 bool ProcessScope::initialize(const std::string* commandLine) {
   try {
     Localize::createInstance(nullptr);
-    Logger::createInstance(g_logSwitches);
+    g_createLogger(g_logSwitches);
     if (commandLine != nullptr) {
       CommandLineParams::createInstance(*commandLine);
       DeviceEnumerator::instance();

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "logging/LogSwitches.h"
+
 // The process-wide objects of the program and its tools, created and destroyed in the required
 // order. Start-up creates Localize (named after the executable) and the Logger (with the
 // settings store's switches); for an update run also CommandLineParams and the DeviceEnumerator.
@@ -11,6 +13,11 @@
 // One per process, on the stack of main (or WinMain).
 class ProcessScope {
  public:
+  // The creation of the process's logger (Logger::createInstance); a seam so that tests can
+  // present a start-up that fails, as it does when memory runs out.
+  using CreateLoggerFunction = void (*)(const LogSwitches& switches);
+  static void setCreateLoggerFunction(CreateLoggerFunction function);
+
   // The start-up of a tool, a benchmark or a test program.
   ProcessScope();
   // The start-up of an update run, with the command line that may carry "-UAC".
