@@ -6,18 +6,25 @@
 //   mutex-hold NAME EVENT MODE   take the mutex, print "held", wait until the event EVENT is set,
 //                                then release or abandon the mutex
 //   mutex-try NAME MS            "acquired" or "busy" after waiting up to MS
-//   load-from DIR NAME [run]     whether LoadLibraryA(NAME) finds NAME in the current directory DIR
-//                                (after an update run, whose start-up hardens the DLL search)
+//   load-from cwd|path DIR NAME [run]
+//                                whether LoadLibraryA(NAME) finds NAME with DIR as the current
+//                                directory or first in PATH (after an update run, whose start-up
+//                                hardens the DLL search)
 //   library-search NAME          whether a hardened process that has loaded the web-updater
 //                                library finds NAME by name (in the library's folder)
-//   write TAG COUNT GATE         "ready", wait for the event GATE, write COUNT traced operations
+//   run [fail-startup]           one whole update run (runApplication); with fail-startup, a
+//                                start-up that fails once the logger exists
+//   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
+//                                and one line that is always written (component "QNV")
 #include <windows.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string>
 
 #include "logging/FunctionTrace.h"
+#include "logging/Logger.h"
 #include "printers/PrinterSpoolerWrapper.h"
 #include "system/CurrentProcess.h"
 #include "system/DllSearch.h"
@@ -82,6 +89,7 @@ void writeLines(const std::string& tag, int count, const std::string& gate) {
     trace.log(text);
     trace.setRc(n);
   }
+  BasicLogger::getInstance().write(kLogQnv, LOG_ALWAYS, "always");
   print("done", "1");
 }
 
@@ -99,18 +107,28 @@ int main(int argc, char** argv) {
     const bool acquired = mutex.acquire(number(3));
     print(acquired ? "acquired" : "busy", "1");
     mutex.release();
-  } else if (command == "load-from" && argc > 3) {
-    SetCurrentDirectoryA(argv[2]);
-    if (argc > 4)
+  } else if (command == "load-from" && argc > 4) {
+    if (std::string(argv[2]) == "path")
+      SetEnvironmentVariableA("PATH", (std::string(argv[3]) + ";" + getenv("PATH")).c_str());
+    else
+      SetCurrentDirectoryA(argv[3]);
+    if (argc > 5)
       runApplication("");
-    print("loaded", std::to_string(LoadLibraryA(argv[3]) != nullptr));
+    print("loaded", std::to_string(LoadLibraryA(argv[4]) != nullptr));
   } else if (command == "library-search" && argc > 2) {
     hardenDllSearch();
     const ProcessScope process;
     const WebUpdaterAdapter library;
     print("loaded", std::to_string(LoadLibraryA(argv[2]) != nullptr));
-  } else if (command == "write" && argc > 4) {
-    writeLines(argv[2], static_cast<int>(number(3)), argv[4]);
+  } else if (command == "run") {
+    if (argc > 2 && std::string(argv[2]) == "fail-startup")
+      ProcessScope::setCreateLoggerFunction([](const LogSwitches& switches) {
+        Logger::createInstance(switches);
+        throw std::bad_alloc();
+      });
+    return runApplication("");
+  } else if (command == "write" && argc > 3) {
+    writeLines(argv[2], static_cast<int>(number(3)), argc > 4 ? argv[4] : "");
   } else {
     fprintf(stderr, "test_helper: unknown command '%s'\n", command.c_str());
     return 2;

@@ -58,8 +58,8 @@ TEST(BasicLogger, AppendsOneLinePerWriteToTheFileItWasGiven) {
                       .valid());
       logger.write(kQnv, LOG_TRACE, "+A::b() ");
       logger.write(LoggerComponent("AVeryLongComponentNameOfThirty", 0), LOG_TRACE, "x");
+      EXPECT_EQ(ERROR_INVALID_PARAMETER, logger.setComponentColumnWidth(0));  // Keeps 25.
       logger.write(kQnv, LOG_TRACE, static_cast<const char*>(nullptr));
-      EXPECT_EQ(ERROR_INVALID_PARAMETER, logger.setComponentColumnWidth(0));
     }
     const std::string text = testsupport::readFile(file);
     EXPECT_EQ("earlier\r\n", text.substr(0, 9));

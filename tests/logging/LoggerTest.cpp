@@ -43,13 +43,16 @@ class CountingLogger : public BasicLogger {
 
 }  // namespace
 
-// "startLog" is created off on the first trace, which writes nothing and leaves the depth alone;
-// once it is on, the masks and header switches follow with their defaults.
-TEST(Logger, CreatesItsSwitchesWithTheirDefaultsOnFirstUse) {
+// "startLog" is created off on the first trace, which writes nothing and leaves the depth alone.
+// Switched on in the registry, it reaches the running logger once its cached value is five seconds
+// old, not sooner and without a restart; then the masks and header switches follow with their
+// defaults.
+TEST(Logger, CreatesItsSwitchesOnFirstUseAndSeesAChangeWithinFiveSeconds) {
   EXPECT_EQ("C:\\ProgramData\\mwloQNV.log", Logger::getLogFilePath());
   ScopedStore store;
   testsupport::restartLogger();
   const std::string before = testsupport::readFile(Logger::getLogFilePath());
+  const ULONGLONG read = GetTickCount64();
   {
     FunctionTrace trace = FunctionTrace::open(kLogUpdater, "Switches::off() ");
     EXPECT_FALSE(trace.isOn());
@@ -58,7 +61,10 @@ TEST(Logger, CreatesItsSwitchesWithTheirDefaultsOnFirstUse) {
   EXPECT_EQ(before, testsupport::readFile(Logger::getLogFilePath()));
   EXPECT_EQ(" startLog=0", switches(store));
   store.set("Logger", "startLog", 1);
-  testsupport::restartLogger();
+  while (!isTraceOn(kLogUpdater, LOG_TRACE) && GetTickCount64() - read < 8000)
+    Sleep(20);
+  const ULONGLONG seen = GetTickCount64() - read;
+  EXPECT_TRUE(seen >= 4900 && seen <= 6500) << seen << " ms";
   tracedOperation(kLogUpdater, "Switches::on() ");
   const std::string after = testsupport::readFile(Logger::getLogFilePath());
   EXPECT_EQ(3u, testsupport::splitLines(after.substr(before.size())).size());
@@ -119,6 +125,31 @@ TEST(Logger, HeaderSwitchesAddTheClockAndTheProcessAndThreadIdsInHexadecimal) {
         std::regex_match(capture.lines().at(0), std::regex(header + "RulesEng        text")))
         << capture.lines()[0];
   }
+}
+
+// An object of another kind under the log mutex's name (an event, made first) keeps the mutex from
+// being made: that process then writes nothing, not even the lines always written, and goes on.
+// (A copy of the helper with a local id of its own in this family: "<xx>lx".)
+TEST(Logger, TurnsItselfOffWhenItsMutexCannotBeMade) {
+  ScopedStore store;
+  const std::string id = testsupport::localId().substr(0, 2) + "lx";
+  const std::string file = Logger::getAllUsersProfileDir() + id + "QNV.log";
+  const std::string switches = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\Logger";
+  const DWORD on = 1;
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, switches.c_str(), "startLog", REG_DWORD, &on, sizeof(on));
+  for (const bool blocked : {false, true}) {
+    DeleteFileA(file.c_str());
+    const ScopedHandle event(
+        blocked ? CreateEventA(nullptr, TRUE, FALSE, ("CVLOG_" + id + "QNV.log").c_str())
+                : nullptr);
+    DWORD exitCode = 1;
+    testsupport::runCopy("test_helper.exe", id + "_writer.exe", "write w 2", "", &exitCode);
+    EXPECT_EQ(0u, exitCode) << blocked;
+    const std::string text = testsupport::readFile(file);
+    EXPECT_EQ(blocked, text.empty()) << text;
+    EXPECT_EQ(!blocked, text.find("QNV             always\r\n") != std::string::npos);
+  }
+  DeleteFileA(file.c_str());
 }
 
 // Switches are cached per name for a given age: five seconds in the program.

@@ -165,9 +165,18 @@ TEST_F(PrinterSpoolerWrapperTest, RecoveryResumesThePausedPrintersOfARunThatIsGo
   EXPECT_FALSE(PauseRecord::recoverAbandonedPause(wrapper_));
 }
 
-TEST_F(PrinterSpoolerWrapperTest, AMissingPollIntervalIsCreatedWithItsDefaultOf30Seconds) {
+// "PrinterPollInterval" milliseconds pass between two passes of the wait (a printer busy for two
+// polls: two waits); a missing interval is created with its default of 30 seconds.
+TEST_F(PrinterSpoolerWrapperTest, ThePollIntervalIsTheWaitBetweenTwoPassesAndDefaultsTo30Seconds) {
+  store_.set("Settings\\Updater", "PrinterPollInterval", 200);
+  stage({printer("Office Inkjet", 1, 2)});
+  const ULONGLONG start = GetTickCount64();
+  ASSERT_TRUE(wrapper_.pausePrinters(handles_));
+  EXPECT_GE(GetTickCount64() - start, 390u);
+  wrapper_.resumePrinters(handles_);
   store_.remove("Settings\\Updater", "PrinterPollInterval");
   stage({printer("Office Inkjet")});
+  handles_.clear();
   ASSERT_TRUE(wrapper_.pausePrinters(handles_));
   wrapper_.resumePrinters(handles_);
   EXPECT_EQ("30000", store_.get("Settings\\Updater", "PrinterPollInterval"));

@@ -70,7 +70,8 @@ TEST_F(SettingsInstallerTest, WritesEachValueAsItsTypeWordSays) {
 }
 
 // Every problem fails the file, but the rest of it is still installed; a key without a value is
-// dropped by the reader, and a failed registry write is only logged.
+// dropped by the reader, and a failed registry write (a key name longer than the registry takes) is
+// only logged, with its status.
 TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
   const std::string good = "[" + kKey + "]\r\na=dword:1\r\n";
   const std::pair<std::string, bool> rows[] = {
@@ -83,6 +84,13 @@ TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
     EXPECT_EQ(result, install(content)) << content;
     EXPECT_EQ(dword(1), stored("a")) << content;
   }
+  const std::string tooLong = kKey + "\\" + std::string(300, 'k');
+  testsupport::LogCapture log;
+  EXPECT_TRUE(install(good + "[" + tooLong + "]\r\nz=dword:1\r\n"));
+  EXPECT_FALSE(testsupport::keyExists(tooLong));
+  EXPECT_TRUE(
+      log.contains("SettingsInstaller::installSettings():Return Code for writing sectionName='" +
+                   tooLong + "',key='z',value='1' is = 234"));
   EXPECT_FALSE(install("a=dword:1\r\n"));
   EXPECT_FALSE(SettingsInstaller(dir_.file("absent.loc")).installSettings());
 }

@@ -173,6 +173,8 @@ class StandInScenario {
   // process id.
   std::vector<std::string> calls(const std::string& function = "") const;
   void clearJournal() { DeleteFileA(journal_.c_str()); }
+  // Every process's calls, as the journal holds them.
+  std::string journal() const { return readFile(journal_); }
 
  protected:
   void writeScenario(const std::string& text) { writeFile(directory_.file("scenario.ini"), text); }
