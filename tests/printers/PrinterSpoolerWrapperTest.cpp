@@ -50,17 +50,28 @@ class PrinterSpoolerWrapperTest : public testing::Test {
 }  // namespace
 
 // Every printer of interest is opened with full rights and paused; the pause is recorded until
-// the resume, and the handles stay open for the caller.
+// the resume, and the handles stay open for the caller. A pause that cannot be recorded (an object
+// of another kind holds the mutex's name) still happens, and the always-written log says so.
 TEST_F(PrinterSpoolerWrapperTest, PausesEveryPrinterOfInterestAndRecordsItUntilTheResume) {
-  stage({printer("A"), PrinterScenario{"Other", "Generic Text"}, printer("B")});
-  ASSERT_TRUE(wrapper_.pausePrinters(handles_));
-  EXPECT_EQ((Names{"A", "B"}), spooler_.names("OpenPrinterA", "access=0xf000c result=1"));
-  EXPECT_EQ((Names{"A", "B"}), paused());
-  EXPECT_EQ((std::list<std::string>{"A", "B"}), PauseRecord::recordedPrinters());
-  EXPECT_TRUE(wrapper_.resumePrinters(handles_));
-  EXPECT_EQ((Names{"A", "B"}), resumed());
-  EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
-  EXPECT_TRUE(spooler_.calls("ClosePrinter").empty());
+  for (const bool recordable : {false, true}) {
+    stage({printer("A"), PrinterScenario{"Other", "Generic Text"}, printer("B")});
+    const std::string mutex = testsupport::localId() + "PausedPrinters";
+    const ScopedHandle squatter(recordable ? nullptr
+                                           : CreateEventA(nullptr, TRUE, FALSE, mutex.c_str()));
+    testsupport::LogCapture log(0);
+    handles_.clear();
+    ASSERT_TRUE(wrapper_.pausePrinters(handles_));
+    EXPECT_EQ((Names{"A", "B"}), spooler_.names("OpenPrinterA", "access=0xf000c result=1"));
+    EXPECT_EQ((Names{"A", "B"}), paused());
+    const std::list<std::string> recorded = {"A", "B"};
+    EXPECT_EQ(recordable ? recorded : std::list<std::string>{}, PauseRecord::recordedPrinters());
+    EXPECT_EQ(!recordable, log.contains("PauseRecord: the pause is not recorded: the mutex '" +
+                                        mutex + "' could not be taken"));
+    EXPECT_TRUE(wrapper_.resumePrinters(handles_));
+    EXPECT_EQ((Names{"A", "B"}), resumed());
+    EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
+    EXPECT_TRUE(spooler_.calls("ClosePrinter").empty());
+  }
 }
 
 // The wait polls the printers in order, starting again from the first after every busy one, until
@@ -112,6 +123,7 @@ TEST_F(PrinterSpoolerWrapperTest, FailuresLeaveNoPrinterPaused) {
   EXPECT_FALSE(wrapper_.pausePrinters(handles_));
   EXPECT_EQ(Names{"One"}, paused());
   EXPECT_EQ((Names{"One", "Stuck", "Three"}), resumed());
+  EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
 
   stuck.failPause = 0;
   stuck.failResume = ERROR_NOT_READY;
@@ -159,6 +171,12 @@ TEST_F(PrinterSpoolerWrapperTest, RecoveryResumesThePausedPrintersOfARunThatIsGo
     EXPECT_FALSE(PauseRecord::recoverAbandonedPause(wrapper_));
     EXPECT_EQ(3u, PauseRecord::recordedPrinters().size());
   }
+  paused.failResume = ERROR_NOT_READY;  // Kept for a later run, perhaps one with more rights.
+  stage({paused, printer("Back Office"), pausedByAPerson});
+  EXPECT_FALSE(PauseRecord::recoverAbandonedPause(wrapper_));
+  EXPECT_EQ(3u, PauseRecord::recordedPrinters().size());
+  paused.failResume = 0;
+  stage({paused, printer("Back Office"), pausedByAPerson});
   EXPECT_TRUE(PauseRecord::recoverAbandonedPause(wrapper_));
   EXPECT_EQ(Names{"Office Inkjet"}, resumed());
   EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
