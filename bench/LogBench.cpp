@@ -2,7 +2,7 @@
 // with the bare system calls, all measured in this one run:
 //
 //   1. one log line (BasicLogger::write, default headers) against the calls it cannot avoid:
-//      the mutex wait and release, both CreateFileA, GetFileSize, SetFilePointer, WriteFile and
+//      the mutex wait and release, both CreateFileA, SetFilePointerEx to the end, WriteFile and
 //      both CloseHandle, done by hand;
 //   2. a traced call with logging off (FunctionTrace::open with the store present and
 //      "startLog" = 0) against one RegOpenKeyExA + RegCloseKey of the store root;
@@ -70,8 +70,8 @@ void writeLineByHand(HANDLE mutex,
   const ScopedHandle file(CreateFileA(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                                       FILE_SHARE_READ | FILE_SHARE_WRITE, attributes, OPEN_ALWAYS,
                                       FILE_ATTRIBUTE_NORMAL, nullptr));
-  const DWORD size = GetFileSize(file.get(), nullptr);
-  SetFilePointer(file.get(), static_cast<LONG>(size), nullptr, FILE_BEGIN);
+  const LARGE_INTEGER none = {};
+  SetFilePointerEx(file.get(), none, nullptr, FILE_END);
   DWORD written = 0;
   WriteFile(file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
   ReleaseMutex(mutex);

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <iomanip>
 #include <sstream>
 
@@ -17,8 +18,9 @@ const uint32_t kSettingMaxAgeMs = 5000;
 
 BasicLogger* g_registeredLogger = nullptr;
 bool g_loggerRegistered = false;
-bool g_loggingDisabled = false;
-uint32_t g_globalMask = 0;
+std::atomic<bool> g_loggingDisabled{false};
+// The last global mask read; the vendor library may log from threads of its own.
+std::atomic<uint32_t> g_globalMask{0};
 
 }  // namespace
 
@@ -118,10 +120,12 @@ bool BasicLogger::isLevelEnabled(const LoggerComponent& component, uint32_t leve
   getCachedSetting(LogSwitchNames::kStartLog, startLog, 0, kSettingMaxAgeMs);
   if (startLog == 0)
     return false;
-  getCachedSetting(kLogAll.getName(), g_globalMask, kLogAll.getMask(), kSettingMaxAgeMs);
+  uint32_t globalMask = 0;
+  getCachedSetting(kLogAll.getName(), globalMask, kLogAll.getMask(), kSettingMaxAgeMs);
+  g_globalMask = globalMask;
   uint32_t componentMask = 0;
   getCachedSetting(component.getName(), componentMask, component.getMask(), kSettingMaxAgeMs);
-  return (level & (g_globalMask | componentMask)) != 0;
+  return (level & (globalMask | componentMask)) != 0;
 }
 
 void BasicLogger::write(const LoggerComponent& component, uint32_t level, const std::string& text) {
@@ -180,8 +184,11 @@ void BasicLogger::appendToFile(const std::string& line) {
                                       FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file.valid())
     return;
-  const DWORD size = GetFileSize(file.get(), nullptr);
-  SetFilePointer(file.get(), static_cast<LONG>(size), nullptr, FILE_BEGIN);
+  // The end of the file, whatever its size: a 32-bit offset from the beginning turns negative at
+  // 2 GiB. A line that cannot be placed there is dropped rather than written over the start.
+  const LARGE_INTEGER none = {};
+  if (!SetFilePointerEx(file.get(), none, nullptr, FILE_END))
+    return;
   DWORD written = 0;
   WriteFile(file.get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr);
 }

@@ -56,7 +56,10 @@ std::string Logger::getAllUsersProfileDir() {
   if (size == 0)
     return std::string();
   std::vector<char> buffer(size + 1, '\0');
-  if (ExpandEnvironmentStringsA(kTemplate, buffer.data(), size) == 0)
+  // A longer expansion than the first call announced (the variable changed between the calls) is
+  // cut by the system; it is no folder then.
+  const DWORD expanded = ExpandEnvironmentStringsA(kTemplate, buffer.data(), size);
+  if (expanded == 0 || expanded > size)
     return std::string();
   return buffer.data();
 }

@@ -13,6 +13,13 @@ std::string joinPath(const std::string& first, const std::string& second) {
   return path;
 }
 
+bool isFullyQualifiedPath(const std::string& path) {
+  if (path.size() >= 3 && isalpha(static_cast<unsigned char>(path[0])) && path[1] == ':' &&
+      path[2] == '\\')
+    return true;
+  return path.compare(0, 2, "\\\\") == 0;
+}
+
 void toUpperCase(std::string& text) {
   for (char& c : text)
     c = static_cast<char>(toupper(static_cast<unsigned char>(c)));

@@ -14,6 +14,12 @@ const char kSource[] = "RegistryKey";
 const char kIncorrectType[] = " : incorrect value type";
 const DWORD kNameBufferLength = 261;
 
+// The one key name that a recursive delete empties but keeps, in any case.
+bool isKeptKeyName(const std::string& name) {
+  return _mbsicmp(reinterpret_cast<const unsigned char*>(name.c_str()),
+                  reinterpret_cast<const unsigned char*>("SOFTWARE")) == 0;
+}
+
 Win32Exception registryError(const std::string& message, LONG code, int line) {
   return Win32Exception(message, static_cast<uint32_t>(code), kSource, static_cast<uint32_t>(line));
 }
@@ -41,9 +47,10 @@ void appendNames(HKEY key,
 
 }  // namespace
 
+// A constructor reaches this class's own operations, never a derived class's: said so by name.
 RegistryKey::RegistryKey(const std::string& path, bool create, HKEY root) : security_(true) {
-  initAccessMask();
-  open(path, create, root);
+  RegistryKey::initAccessMask();
+  RegistryKey::open(path, create, root);
 }
 
 RegistryKey::~RegistryKey() = default;
@@ -208,19 +215,21 @@ bool RegistryKey::recurseDeleteKey(const std::string& path, HKEY root) {
     return true;
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::recurseDeleteKey() RegOpenKey()", status, __LINE__);
-  // Always index 0: each recursion removes the child, so the next one moves up.
-  for (;;) {
+  // Each recursion removes its child, so the next one moves up to the same index; a child that
+  // is kept (one named "SOFTWARE") is stepped over, or the walk would find it again for ever.
+  for (DWORD index = 0;;) {
     char child[256];
     DWORD length = sizeof(child);
-    if (RegEnumKeyExA(key.get(), 0, child, &length, nullptr, nullptr, nullptr, nullptr) !=
+    if (RegEnumKeyExA(key.get(), index, child, &length, nullptr, nullptr, nullptr, nullptr) !=
         ERROR_SUCCESS)
       break;
     recurseDeleteKey(child, key.get());
+    if (isKeptKeyName(child))
+      ++index;
   }
   key.close();
   // The key "SOFTWARE" itself is kept, though its subkeys are gone by now; deliberate.
-  if (_mbsicmp(reinterpret_cast<const unsigned char*>(path.c_str()),
-               reinterpret_cast<const unsigned char*>("SOFTWARE")) == 0)
+  if (isKeptKeyName(path))
     return true;
   status = RegDeleteKeyA(root, path.c_str());
   if (status != ERROR_SUCCESS)

@@ -42,7 +42,8 @@ class RegistryKey {
   void getValueNames(std::list<std::string>& names);
 
   // Deletes the key and its whole tree. A missing key is not an error. A key named "SOFTWARE"
-  // (any case) is emptied but kept.
+  // (any case), at the top or anywhere below, is emptied but kept, and then its parent cannot be
+  // deleted: that throws.
   static bool recurseDeleteKey(const std::string& path, HKEY root);
 
  protected:

@@ -20,7 +20,7 @@ Settings::Settings()
                     Localize::getInstance()->getLocalId()) {
   try {
     std::string path;
-    getKeyPath(path, 0);
+    Settings::getKeyPath(path, 0);  // This class's own, as in any constructor.
     RegistryKey key(path, false, HKEY_LOCAL_MACHINE);
     valid_ = true;
   } catch (const Win32Exception&) {

@@ -11,4 +11,4 @@ FunctionPointer lookupExport(HMODULE module, const char* name) {
 }
 
 // The export of `module` that `function` declares, e.g. LOOKUP_EXPORT(kernel, IsWow64Process).
-#define LOOKUP_EXPORT(module, function) lookupExport<decltype(&function)>(module, #function)
+#define LOOKUP_EXPORT(module, function) lookupExport<decltype(&(function))>((module), #function)

@@ -1,5 +1,6 @@
 #include "system/Localize.h"
 
+#include <atomic>
 #include <cstring>
 
 #include "system/CriticalSection.h"
@@ -40,7 +41,7 @@ const char kTemporaryPath[] = "Software\\CorvaneTemp\\temp";
 
 CriticalSection g_localizeSection;
 Localize* g_localize = nullptr;
-volatile bool g_localizeCreated = false;
+std::atomic<bool> g_localizeCreated{false};
 
 }  // namespace
 
@@ -53,14 +54,16 @@ Localize::Localize(HMODULE module) : module_(module) {
     throw Win32Exception("Localize::Localize(): GetLocalId failed", 0, "Localize", __LINE__);
 }
 
+// Double-checked: the first test without the lock, the second under it, where no other thread
+// can set the flag meanwhile.
 void Localize::createInstance(HMODULE module) {
-  if (g_localizeCreated)
+  if (g_localizeCreated.load(std::memory_order_acquire))
     return;
   CriticalSectionLock lock(g_localizeSection);
-  if (g_localizeCreated)
+  if (g_localizeCreated.load(std::memory_order_relaxed))
     return;
   g_localize = new Localize(module);
-  g_localizeCreated = true;
+  g_localizeCreated.store(true, std::memory_order_release);
 }
 
 Localize* Localize::getInstance() {

@@ -71,8 +71,11 @@ uint32_t OsVersion::getWindowsVersion() const {
 std::string OsVersion::getPrinterDriverDirectory() const {
   char buffer[MAX_PATH] = {};
   DWORD needed = 0;
-  GetPrinterDriverDirectoryA(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(buffer), sizeof(buffer),
-                             &needed);
+  // A failed call (a stopped spooler) gives no directory at all: a bare suffix would name a folder
+  // below the current drive's root.
+  if (!GetPrinterDriverDirectoryA(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(buffer),
+                                  sizeof(buffer), &needed))
+    return std::string();
   std::string directory(buffer);
   const uint32_t version = getWindowsVersion();
   if (version >= kWindows2000)

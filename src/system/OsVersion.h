@@ -34,7 +34,8 @@ class OsVersion {
   bool isWin2000OrLater() const;
   bool isVistaOrLater() const;
   uint32_t getWindowsVersion() const;
-  // The local printer-driver directory, with "\3" for version codes 5 and up, "\2" for code 4.
+  // The local printer-driver directory, with "\3" for version codes 5 and up, "\2" for code 4;
+  // empty when the spooler cannot say.
   std::string getPrinterDriverDirectory() const;
   // Looks IsWow64Process up at run time; false when it is missing.
   bool isWow64() const;

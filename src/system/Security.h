@@ -22,9 +22,12 @@ class Security {
 
  protected:
   bool isSupported() const { return supported_; }
-
-  SECURITY_ATTRIBUTES attributes_;
+  // Points the attributes at the descriptor a derived class has built.
+  void setDescriptor(PSECURITY_DESCRIPTOR descriptor) {
+    attributes_.lpSecurityDescriptor = descriptor;
+  }
 
  private:
+  SECURITY_ATTRIBUTES attributes_;
   bool supported_;
 };

@@ -19,6 +19,8 @@ SecurityEveryone::SecurityEveryone(bool inheritable) {
     return;
   try {
     descriptor_ = calloc(1, SECURITY_DESCRIPTOR_MIN_LENGTH);
+    if (descriptor_ == nullptr)
+      throw Win32Exception(kInitFailed, ERROR_NOT_ENOUGH_MEMORY, "SecurityEveryone", __LINE__);
     if (!InitializeSecurityDescriptor(descriptor_, SECURITY_DESCRIPTOR_REVISION)) {
       const DWORD error = GetLastError();
       throw Win32Exception(kInitFailed, error, "SecurityEveryone", __LINE__);
@@ -36,6 +38,8 @@ SecurityEveryone::SecurityEveryone(bool inheritable) {
 
     // The three calls share one failure text by design.
     acl_ = static_cast<PACL>(calloc(1, aclSize));
+    if (acl_ == nullptr)
+      throw Win32Exception(kInitFailed, ERROR_NOT_ENOUGH_MEMORY, "SecurityEveryone", __LINE__);
     if (!InitializeAcl(acl_, aclSize, ACL_REVISION) ||
         !AddAccessAllowedAce(acl_, ACL_REVISION, GENERIC_ALL, everyone_) ||
         !SetSecurityDescriptorDacl(descriptor_, TRUE, acl_, FALSE)) {
@@ -55,7 +59,7 @@ SecurityEveryone::SecurityEveryone(bool inheritable) {
     release();
     throw;
   }
-  attributes_.lpSecurityDescriptor = descriptor_;
+  setDescriptor(descriptor_);
 }
 
 SecurityEveryone::~SecurityEveryone() {

@@ -134,15 +134,17 @@ uint32_t TandemUtilities::languageNumber(uint16_t langId) {
 std::string TandemUtilities::getCountryCode() {
   FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "TandemUtilities::getCountryCode()");
   char buffer[10] = {};
-  snprintf(buffer, sizeof(buffer), "%.8X", static_cast<unsigned>(GetSystemDefaultLangID()));
-  const std::string code = buffer;
+  // Eight digits always fit.
+  static_cast<void>(
+      snprintf(buffer, sizeof(buffer), "%.8X", static_cast<unsigned>(GetSystemDefaultLangID())));
+  std::string code = buffer;
   trace.setRc(code);
   return code;
 }
 
 std::string TandemUtilities::getLanguageCode() {
   FunctionTrace trace = FunctionTrace::open(kLogRulesEng, "TandemUtilities::getLanguageCode()");
-  const std::string code = std::to_string(languageNumber(GetUserDefaultLangID()));
+  std::string code = std::to_string(languageNumber(GetUserDefaultLangID()));
   trace.setRc(code);
   return code;
 }

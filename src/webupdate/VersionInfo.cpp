@@ -30,7 +30,7 @@ std::string readInstalledVersion(const char* traceName,
   std::string directory = ".";
   settings.getOrCreateStringValue(SettingsKeys::kSettingsSection, directorySetting, directory, ".",
                                   0);
-  const std::string version = VersionInfo::GetVersionNumber(joinPath(directory, fileName));
+  std::string version = VersionInfo::GetVersionNumber(joinPath(directory, fileName));
   trace.setRc(version);
   return version;
 }

@@ -2,6 +2,7 @@
 
 #include <wininet.h>
 
+#include <memory>
 #include <new>
 
 #include "logging/FunctionTrace.h"
@@ -55,6 +56,13 @@ UpdateCheckResult mapCheckCode(int code) {
   }
 }
 
+// The owner of a block from operator new: the adapter's path buffer, or the library's block from
+// AllocMemory that replaced it. Held so that a log line that throws frees it too.
+struct OperatorDelete {
+  void operator()(char* block) const { ::operator delete(block); }
+};
+using Block = std::unique_ptr<char, OperatorDelete>;
+
 unsigned long readDword(const char* name, unsigned long defaultValue) {
   unsigned long value = defaultValue;
   Settings().getOrCreateDwordValue(SettingsKeys::kUpdaterSection, name, value, defaultValue, 0);
@@ -95,7 +103,7 @@ FunctionPointer WebUpdaterAdapter::find(FunctionTrace& trace,
 // The export that `function` declares, or null after the operation's lines for a library that is
 // not loaded (`notLoaded`) or an export that is missing (`lookupFailed`).
 #define FIND_EXPORT(trace, function, notLoaded, lookupFailed) \
-  find<decltype(&function)>(trace, #function, notLoaded, lookupFailed)
+  find<decltype(&(function))>((trace), #function, (notLoaded), (lookupFailed))
 
 void WebUpdaterAdapter::initialize() {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::initialize() ");
@@ -108,12 +116,24 @@ void WebUpdaterAdapter::initialize() {
       directory.empty()) {
     trace.detail("No registry entry for the updater dll path.");
     directory = OsVersion::getInstance().getPrinterDriverDirectory();
-    if (!settings.setStringValue(SettingsKeys::kUpdaterSection, SettingsKeys::kWebUpdaterDllPath,
-                                 directory, 0))
+    // Only a directory the spooler named is kept for later runs.
+    if (directory.empty())
+      trace.detail("Unable to get the printer driver directory.");
+    else if (!settings.setStringValue(SettingsKeys::kUpdaterSection,
+                                      SettingsKeys::kWebUpdaterDllPath, directory, 0))
       trace.detail("Unable to set the updater dll path registry entry.");
   }
 
   const std::string path = joinPath(directory, fileName);
+  // A path without its drive ("\3\...") would be found below whatever drive is current, where a
+  // user may have planted the file: such a library is treated as missing.
+  if (!isFullyQualifiedPath(path)) {
+    BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,
+                                     "WebUpdaterAdapter::initialize : The updater dll path is not "
+                                     "fully qualified, not loading '" +
+                                         path + "'");
+    return;
+  }
   trace.detail([&] { return "About to load web updater dll. Dll Name:" + path; });
   // The library's own imports are found beside it; the process searches nowhere else but the
   // system and application directories.
@@ -205,20 +225,20 @@ UpdateCheckResult WebUpdaterAdapter::isUpdateAvailable(const std::string& url,
   const unsigned long timeOut = readDword(SettingsKeys::kCheckForUpdateTimeOut, 5);
   const unsigned long retryCount = readDword(SettingsKeys::kCheckForUpdateRetryCount, 0);
 
-  char* newVersion = new (std::nothrow) char[kUpdNewVersionSize];
-  if (newVersion == nullptr) {
+  std::unique_ptr<char[]> newVersion(new (std::nothrow) char[kUpdNewVersionSize]);
+  if (!newVersion) {
     trace.detail("Unable to allocate memory for the version number!!");
     return finish(UPDATE_NOT_AVAILABLE);
   }
-  ZeroMemory(newVersion, kUpdNewVersionSize);
-  const int code = checkForUpdate(url.c_str(), currentVersionNumber.c_str(), newVersion, timeOut,
-                                  retryCount, nullptr);
+  ZeroMemory(newVersion.get(), kUpdNewVersionSize);
+  const int code = checkForUpdate(url.c_str(), currentVersionNumber.c_str(), newVersion.get(),
+                                  timeOut, retryCount, nullptr);
   // The library may fill all 20 bytes; never read past them.
   trace.detail([&] {
     return " New version number=" +
-           std::string(newVersion, strnlen(newVersion, kUpdNewVersionSize));
+           std::string(newVersion.get(), strnlen(newVersion.get(), kUpdNewVersionSize));
   });
-  delete[] newVersion;
+  newVersion.reset();
   trace.detail([&] {
     return LogText(" WebUpdaterDll Check for updates call returned : ") + checkCodeName(code);
   });
@@ -234,9 +254,9 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
   if (download == nullptr)
     return false;
 
-  char* const ownBuffer = static_cast<char*>(::operator new(kUpdPathBufferSize));
-  ZeroMemory(ownBuffer, kUpdPathBufferSize);
-  char* path = ownBuffer;
+  Block ownBuffer(static_cast<char*>(::operator new(kUpdPathBufferSize)));
+  ZeroMemory(ownBuffer.get(), kUpdPathBufferSize);
+  char* path = ownBuffer.get();
   const unsigned long timeOut = readDword(SettingsKeys::kDownloadUpdateTimeOut, 30);
   const unsigned long retryCount = readDword(SettingsKeys::kDownloadUpdateRetryCount, 1);
   trace.detail("About to download update file.");
@@ -244,8 +264,11 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
   unsigned long long ignored = 0;
   const int code =
       download(url.c_str(), nullptr, &ignored, nullptr, timeOut, retryCount, &path, nullptr);
-  if (path != ownBuffer)
-    ::operator delete(ownBuffer);
+  Block libraryBlock;
+  if (path != ownBuffer.get()) {
+    ownBuffer.reset();
+    libraryBlock.reset(path);
+  }
 
   trace.detail(
       [&] { return LogText(" WebUpdaterDll Download updates call returned : ") + decimal(code); });
@@ -259,7 +282,6 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
     downloadedFile = path;
     trace.detail([&] { return "Update successfully downloaded '" + downloadedFile + "'"; });
   }
-  ::operator delete(path);
   return trace.returning(result);
 }
 

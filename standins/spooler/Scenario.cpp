@@ -68,6 +68,7 @@ Scenario Scenario::load(HMODULE module) {
   scenario.source.generation = profile.value(kSpoolerSection, "Generation");
   scenario.journalPath = profile.value(kSpoolerSection, "Journal");
   scenario.failEnum = code(kSpoolerSection, "FailEnum");
+  scenario.failDriverDirectory = code(kSpoolerSection, "FailDriverDirectory");
   scenario.driverDirectory =
       profile.value(kSpoolerSection, "DriverDirectory", kDefaultDriverDirectory);
   const long long count = std::min(profile.number(kSpoolerSection, "Printers", 0), kMaxPrinters);

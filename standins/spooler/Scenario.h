@@ -39,7 +39,8 @@ struct ScenarioSource {
 // variable SPOOLER_SCENARIO, or else spooler-scenario.ini beside the stand-in DLL. A missing file
 // is a spooler with no printers, no journal and the default driver directory.
 //
-// [Spooler]   Generation, Printers (at most 256), Journal, FailEnum, DriverDirectory
+// [Spooler]   Generation, Printers (at most 256), Journal, FailEnum, DriverDirectory,
+//             FailDriverDirectory
 // [PrinterN]  Name, Driver, Port, Attributes, Status, Jobs, DrainAfterPolls, FailOpen,
 //             FailGetPrinter, FailPause, FailResume, FailClose
 //
@@ -49,6 +50,7 @@ struct Scenario {
   ScenarioSource source;
   std::string journalPath;
   DWORD failEnum = 0;
+  DWORD failDriverDirectory = 0;
   std::string driverDirectory;
   std::vector<PrinterScenario> printers;
 

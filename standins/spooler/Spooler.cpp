@@ -216,6 +216,8 @@ BOOL Spooler::getDriverDirectory(DWORD level, BYTE* buffer, DWORD size, DWORD* n
     error = RPC_X_NULL_REF_POINTER;
   } else if (level != 1) {
     error = ERROR_INVALID_LEVEL;
+  } else if (scenario.failDriverDirectory != 0) {
+    error = scenario.failDriverDirectory;
   } else {
     *needed = static_cast<DWORD>(scenario.driverDirectory.size() + 1);
     if (buffer == nullptr || size < *needed) {

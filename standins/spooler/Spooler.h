@@ -53,7 +53,8 @@ class Spooler {
   BOOL setPrinter(HANDLE handle, DWORD level, DWORD command);
   // Releases the handle, also when FailClose makes the call fail.
   BOOL closePrinter(HANDLE handle);
-  // Level 1 only: the scenario's DriverDirectory, *needed counting the terminating zero.
+  // Level 1 only: the scenario's DriverDirectory, *needed counting the terminating zero;
+  // [Spooler] FailDriverDirectory fails every call with its code, as a stopped spooler does.
   BOOL getDriverDirectory(DWORD level, BYTE* buffer, DWORD size, DWORD* needed);
 
  private:

@@ -71,6 +71,32 @@ TEST(BasicLogger, AppendsOneLinePerWriteToTheFileItWasGiven) {
   }
 }
 
+// A log of 2 GiB and more (it is never rotated) still gets each line at its end, and its start
+// stays as it was. The file is sparse: it costs no disk.
+TEST(BasicLogger, AppendsAtTheEndOfALogOfMoreThan2GiB) {
+  testsupport::TempDir dir;
+  const std::string path = dir.file("large.log");
+  LARGE_INTEGER end;
+  end.QuadPart = (1LL << 31) + 10;
+  {
+    const ScopedHandle file(CreateFileA(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    DWORD written = 0;
+    ASSERT_TRUE(WriteFile(file.get(), "earlier\r\n", 9, &written, nullptr) &&
+                SetFilePointerEx(file.get(), end, nullptr, FILE_BEGIN) && SetEndOfFile(file.get()));
+  }
+  BasicLogger(path, 5).write(kQnv, LOG_DETAIL, "late");
+  const ScopedHandle file(CreateFileA(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  char head[9] = {}, tail[64] = {};
+  DWORD read = 0, lineLength = 0;
+  ReadFile(file.get(), head, sizeof(head), &read, nullptr);
+  SetFilePointerEx(file.get(), end, nullptr, FILE_BEGIN);
+  ReadFile(file.get(), tail, sizeof(tail), &lineLength, nullptr);
+  EXPECT_EQ("earlier\r\n", std::string(head, sizeof(head)));
+  EXPECT_EQ(std::vector<std::string>{"QNV   late"}, afterClock(std::string(tail, lineLength)));
+}
+
 // A plain writer logs while its file exists; lines that must always be written are, regardless.
 TEST(BasicLogger, LogsWhileItsFileExists) {
   testsupport::TempDir dir;

@@ -97,7 +97,7 @@ TEST_F(RegistryKeyTest, AValueOfAnotherTypeThrowsAndExpandableStringsStayUnexpan
 }
 
 // A tree is deleted whole and a missing one is no error; a key named SOFTWARE in any case is
-// emptied but kept.
+// emptied but kept, also below the key deleted, whose deletion then fails instead of hanging.
 TEST_F(RegistryKeyTest, RecursiveDeleteRemovesTheTreeButKeepsAKeyNamedSoftware) {
   key_.setValue("x", 1ul);
   EXPECT_TRUE(RegistryKey::recurseDeleteKey(kRoot + "a", HKEY_LOCAL_MACHINE));
@@ -111,4 +111,8 @@ TEST_F(RegistryKeyTest, RecursiveDeleteRemovesTheTreeButKeepsAKeyNamedSoftware) 
     EXPECT_TRUE(keyExists(kRoot + "SOFTWARE")) << spelling;
     EXPECT_FALSE(keyExists(kRoot + "SOFTWARE\\vendor")) << spelling;
   }
+  RegistryKey(kRoot + "store\\Software\\x", true, HKEY_LOCAL_MACHINE);
+  EXPECT_EQ("RegistryKey::recurseDeleteKey() RegDeleteKey() (5)",
+            thrown([] { RegistryKey::recurseDeleteKey(kRoot + "store", HKEY_LOCAL_MACHINE); }));
+  EXPECT_TRUE(keyExists(kRoot + "store\\Software") && !keyExists(kRoot + "store\\Software\\x"));
 }

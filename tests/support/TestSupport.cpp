@@ -275,10 +275,11 @@ std::vector<std::string> StandInScenario::calls(const std::string& function) con
   return calls;
 }
 
-void SpoolerScenario::write(const std::vector<PrinterScenario>& printers, DWORD failEnum) {
+void SpoolerScenario::write(const std::vector<PrinterScenario>& printers,
+                            DWORD failDriverDirectory) {
   std::ostringstream text;
   text << "[Spooler]\r\nGeneration=" << ++generation_ << "\r\nPrinters=" << printers.size()
-       << "\r\nJournal=" << journal_ << "\r\nFailEnum=" << failEnum << "\r\n";
+       << "\r\nJournal=" << journal_ << "\r\nFailDriverDirectory=" << failDriverDirectory << "\r\n";
   for (size_t i = 0; i < printers.size(); ++i) {
     const PrinterScenario& p = printers[i];
     // Quoted, so that blanks at either end survive the private-profile reader.

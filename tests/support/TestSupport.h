@@ -192,8 +192,9 @@ class SpoolerScenario : public StandInScenario {
  public:
   SpoolerScenario() : StandInScenario("SPOOLER_SCENARIO", " ") { write({}); }
 
-  // Presents these printers and enumeration failure; the stand-in's printer state starts afresh.
-  void write(const std::vector<PrinterScenario>& printers, DWORD failEnum = 0);
+  // Presents these printers, and a GetPrinterDriverDirectoryA that fails with
+  // `failDriverDirectory` unless it is 0; the stand-in's printer state starts afresh.
+  void write(const std::vector<PrinterScenario>& printers, DWORD failDriverDirectory = 0);
   // The printer names of the calls of `function` that contain `filter` ("command=2 result=1").
   std::vector<std::string> names(const std::string& function, const std::string& filter = "") const;
 

@@ -80,6 +80,36 @@ TEST_F(WebUpdaterAdapterTest, FindsTheLibraryInTheStoredOrElseThePrinterDriverDi
             store_.get(kUpdater, "WebUpdaterDllPath"));
 }
 
+// A directory that did not come from the spooler is never written back, and a library path
+// without its drive (a folder below the current drive's root, where anyone may plant a DLL) is not
+// loaded, whether it is stored so or what a failing spooler left; the always-written log says so.
+TEST_F(WebUpdaterAdapterTest, NeverLoadsTheLibraryFromAPathWithoutItsDrive) {
+  testsupport::SpoolerScenario spooler;
+  const std::string planted = "C:\\hkweplant";
+  CreateDirectoryA(planted.c_str(), nullptr);
+  ASSERT_TRUE(CopyFileA((testsupport::executableDirectory() + "wupdstandin.dll").c_str(),
+                        (planted + "\\hkwewupd.DLL").c_str(), FALSE));
+  const std::pair<std::string, std::string> rows[] = {{"\\hkweplant", "\\hkweplant\\hkwewupd.DLL"},
+                                                      {".", ".\\hkwewupd.DLL"},
+                                                      {"", "\\hkwewupd.DLL"}};
+  for (const auto& [stored, path] : rows) {
+    store_.set(kUpdater, "WebUpdaterDllPath", stored);
+    if (stored.empty()) {
+      store_.remove(kUpdater, "WebUpdaterDllPath");
+      spooler.write({}, RPC_S_SERVER_UNAVAILABLE);
+    }
+    testsupport::LogCapture log(0);
+    EXPECT_FALSE(WebUpdaterAdapter().isInternetAvailable()) << stored;
+    EXPECT_TRUE(
+        log.contains("WebUpdaterAdapter::initialize : The updater dll path is not fully qualified, "
+                     "not loading '" +
+                     path + "'"))
+        << stored;
+    EXPECT_EQ(stored.empty() ? "none" : stored, store_.get(kUpdater, "WebUpdaterDllPath"));
+  }
+  testsupport::removeTree(planted);
+}
+
 // A missing library or missing exports: every operation gives its failure value, and a failed
 // load is logged even with logging off.
 TEST_F(WebUpdaterAdapterTest, WithoutTheLibraryOrItsExportsEveryOperationFails) {
