@@ -86,13 +86,18 @@ class Prefix:
             subprocess.run(["wineserver", "-k"], env=self.env, stderr=subprocess.DEVNULL)
 
     def import_registry(self, entries):
-        """Writes {key: {name: value}} (int: REG_DWORD, str: REG_SZ) through regedit."""
+        """Writes {key: {name: value}} (int: REG_DWORD, str: REG_SZ, list: REG_MULTI_SZ) through
+        regedit."""
         lines = ["REGEDIT4", ""]
         for key, values in entries.items():
             lines.append("[" + key + "]")
             for name, value in values.items():
                 if isinstance(value, int):
                     lines.append('"%s"=dword:%08x' % (name, value))
+                elif isinstance(value, list):
+                    data = "".join(item + "\0" for item in value) + "\0"
+                    lines.append('"%s"=hex(7):%s' % (name, ",".join(
+                        "%02x" % byte for byte in data.encode("latin-1"))))
                 else:
                     lines.append('"%s"="%s"' % (name, value.replace("\\", "\\\\")))
             lines.append("")

@@ -1,10 +1,9 @@
 #pragma once
 
 #include <list>
-#include <memory>
 #include <string>
 
-#include "system/Mutex.h"
+#include "settings/RunRecord.h"
 
 class PrinterSpoolerWrapper;
 
@@ -12,12 +11,13 @@ class PrinterSpoolerWrapper;
 // paused when the run dies between pause and resume (killed, or the vendor library crashed or
 // hung while applying).
 //
-// A run that is about to pause takes the named mutex "<local id>PausedPrinters" and writes the
-// printers' names as the REG_MULTI_SZ value "PausedPrinters" in the store's "Settings\Updater"
-// key; once it has attempted the resume it deletes the value and releases the mutex. Every run
-// calls recoverAbandonedPause() at start: a record whose mutex is free or abandoned belongs to a
-// run that is gone, and the printers it names that are still paused are resumed. A record whose
-// owner still holds the mutex (an elevated child that is still installing) is left alone.
+// A run that is about to pause takes the machine-wide mutex "Global\<local id>PausedPrinters" and
+// writes the printers' names as the REG_MULTI_SZ value "PausedPrinters" in the store's
+// "Settings\Updater" key (a RunRecord); once it has attempted the resume it deletes the value and
+// releases the mutex. Every run calls recoverAbandonedPause() at start: a record whose mutex is
+// free or abandoned belongs to a run that is gone, and the printers it names that are still paused
+// are resumed. A record whose owner still holds the mutex (an elevated child that is still
+// installing, in this session or another) is left alone.
 //
 // Nothing is logged and nothing is written while there is nothing to recover, apart from the
 // record itself between pause and resume. Failures are logged and never stop the update run:
@@ -25,16 +25,11 @@ class PrinterSpoolerWrapper;
 class PauseRecord {
  public:
   PauseRecord();
-  // Releases the mutex without deleting a record that is still written, so that the next run
-  // finds it (the mutex is then free) and resumes the printers.
-  ~PauseRecord();
-  PauseRecord(const PauseRecord&) = delete;
-  PauseRecord& operator=(const PauseRecord&) = delete;
 
   // Takes the mutex and records `names`; false (logged) when either failed. Waits at most a
   // moment for the mutex: a run that cannot take it still pauses, unrecorded.
   bool hold(const std::list<std::string>& names);
-  // Deletes the record and releases the mutex; does nothing when hold() was not called.
+  // Deletes the record and releases the mutex; does nothing when hold() did not take it.
   void release();
 
   // Resumes, through `spooler`, the still-paused printers of a record whose owner is gone, then
@@ -46,10 +41,5 @@ class PauseRecord {
   static std::list<std::string> recordedPrinters();
 
  private:
-  static std::string mutexName();
-  static bool writeRecord(const std::list<std::string>& names);
-  static void deleteRecord();
-
-  std::unique_ptr<Mutex> mutex_;
-  bool held_ = false;
+  RunRecord record_;
 };

@@ -1,5 +1,8 @@
 #include "system/Mutex.h"
 
+#include <sddl.h>
+
+#include "system/ExportLookup.h"
 #include "system/Win32Exception.h"
 
 Mutex::Mutex(bool initialOwner, const std::string& name, bool allowEveryone) : name_(name) {
@@ -19,6 +22,28 @@ Mutex::Mutex(bool initialOwner, const std::string& name, bool allowEveryone) : n
   }
   SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), &descriptor, FALSE};
   handle_.reset(createMutex(&attributes, initialOwner, name));
+}
+
+Mutex::Mutex(const std::string& name, const std::string& sddl) : name_(name) {
+  ScopedLocal descriptor;
+  if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl.c_str(), SDDL_REVISION_1,
+                                                            descriptor.receive(), nullptr)) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Mutex::Mutex() ConvertStringSecurityDescriptorToSecurityDescriptor failed",
+                         error, "Mutex", __LINE__);
+  }
+  SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), descriptor.get(), FALSE};
+  // CreateMutexA opens an existing mutex with every right, which its DACL may refuse to users;
+  // CreateMutexExA (Vista and later) asks for these alone.
+  auto createMutexEx = LOOKUP_EXPORT(GetModuleHandleA("kernel32.dll"), CreateMutexExA);
+  if (createMutexEx != nullptr)
+    handle_.reset(createMutexEx(&attributes, name.c_str(), 0, SYNCHRONIZE | MUTEX_MODIFY_STATE));
+  else
+    handle_.reset(CreateMutexA(&attributes, FALSE, name.c_str()));
+  if (!handle_.valid()) {
+    const DWORD error = GetLastError();
+    throw Win32Exception("Mutex::createMutex() CreateMutex failed", error, "Mutex", __LINE__);
+  }
 }
 
 Mutex::~Mutex() = default;

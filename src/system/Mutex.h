@@ -8,7 +8,7 @@
 #include "system/UniqueHandle.h"
 
 // A named system mutex, shared by every process that opens the same name (no namespace prefix is
-// added). Owns its handle; the destructor closes it without releasing holds, so other waiters
+// added; a name may carry one, "Global\" for every session of the machine). Owns its handle; the destructor closes it without releasing holds, so other waiters
 // then find the mutex abandoned.
 //
 // Threads: acquire() and release() may be called from any thread; the hold count and owner are
@@ -18,6 +18,11 @@ class Mutex {
   // Creates the mutex or opens the existing one of that name. With allowEveryone the mutex gets a
   // null DACL so that processes of every user can open it.
   Mutex(bool initialOwner, const std::string& name, bool allowEveryone);
+  // Creates the mutex, not owned, with the security descriptor `sddl` (SDDL text), or opens the
+  // existing one of that name asking only for the rights to wait on it and release it (where the
+  // system has CreateMutexExA), so that a DACL granting no more than that still lets users share
+  // it. Throws Win32Exception when the descriptor or the mutex cannot be made.
+  Mutex(const std::string& name, const std::string& sddl);
   ~Mutex();
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;

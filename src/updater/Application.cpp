@@ -5,6 +5,7 @@
 #include "printers/PauseRecord.h"
 #include "printers/PrinterSpoolerWrapper.h"
 #include "system/DllSearch.h"
+#include "updater/DownloadRecord.h"
 #include "updater/ProcessScope.h"
 #include "updater/UpdatesController.h"
 
@@ -14,10 +15,12 @@ int runApplication(const char* commandLine) {
   if (!process.started())
     return 0;
   try {
-    // Printers that an earlier run paused and could not resume (it was killed, or the vendor
-    // library crashed or hung) are resumed first, before the library is even loaded.
+    // What an earlier run left behind when it died (it was killed, or the vendor library crashed
+    // or hung) is undone first, before the library is even loaded: the printers it paused are
+    // resumed, and the packages it downloaded are deleted.
     PrinterSpoolerWrapper spooler;
     PauseRecord::recoverAbandonedPause(spooler);
+    DownloadRecord::recoverAbandonedDownloads();
     std::unique_ptr<UpdatesController> controller(new UpdatesController());
     controller->performUpdates();
   } catch (...) {

@@ -269,6 +269,8 @@ bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type,
           "update");
       if (remove(softwarePath.c_str()) != 0)
         trace.detail([&] { return "Failed to delete '" + softwarePath + "'"; });
+      else
+        downloads_.remove(softwarePath);
       softwarePath.clear();
       dataPath.clear();
       return trace.returning(false);
@@ -285,6 +287,8 @@ bool UpdatesController::downloadUpdate(bool isSoftwareUpdate, std::string& path)
   const std::string url =
       urlGenerator_.generateUrl(isSoftwareUpdate ? ORRERY_DOWNLOAD : CATALOG_DOWNLOAD);
   const bool downloaded = webUpdater_.downloadUpdate(url, path);
+  if (downloaded)
+    downloads_.add(path);
   trace.detail([&] {
     return downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
                       : std::string("The update FAILED to download!");
@@ -443,14 +447,19 @@ void UpdatesController::performPostUpdateCleanUp(const std::string& softwarePath
   if (keepFiles != 0) {
     trace.detail(
         [&] { return "NOT deleting files : '" + softwarePath + "' and '" + dataPath + "'"; });
+    downloads_.remove(softwarePath);  // Handed over: they stay, and leave the note.
+    downloads_.remove(dataPath);
     return;
   }
+  // A file that cannot be deleted stays noted, for a later run to delete.
   if (!softwarePath.empty()) {
     trace.detail([&] { return "Attempting to deleting file : " + softwarePath; });
-    DeleteFileA(softwarePath.c_str());
+    if (DeleteFileA(softwarePath.c_str()))
+      downloads_.remove(softwarePath);
   }
-  // The data path is deleted without an emptiness check and without looking at the result;
+  // The data path is deleted without an emptiness check and without a word on the result;
   // deliberate.
   trace.detail([&] { return "Attempting to deleting file : " + dataPath; });
-  DeleteFileA(dataPath.c_str());
+  if (DeleteFileA(dataPath.c_str()))
+    downloads_.remove(dataPath);
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "printers/PrinterSpoolerWrapper.h"
+#include "updater/DownloadRecord.h"
 #include "webupdate/UrlGenerator.h"
 #include "webupdate/WebUpdaterAdapter.h"
 
@@ -18,7 +19,9 @@ using typeOfUpdateAvailable = uint32_t;
 // One update run: online test, update check, the decision whether this process may install
 // (or relaunches itself elevated with "-UAC" and stops), download, installation with the
 // printers paused, outcome flags, clean-up. Owns the web-updater adapter (the library is loaded
-// for the controller's lifetime), the URL generator and the spooler wrapper.
+// for the controller's lifetime), the URL generator and the spooler wrapper, and the note of the
+// downloads it has not deleted yet (DownloadRecord), so that a later run deletes them if this one
+// dies first.
 //
 // Nothing is reported outside the registry flags and the log; every failure becomes a false
 // result and a log line. Printers paused for an installation are resumed on every path.
@@ -75,4 +78,5 @@ class UpdatesController {
   UrlGenerator urlGenerator_;
   PrinterSpoolerWrapper spooler_;
   std::list<HANDLE> pausedPrinters_;
+  DownloadRecord downloads_;
 };

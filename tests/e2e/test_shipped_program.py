@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
-"""The shipped cvupdater.exe killed while its printers are paused, in a Wine prefix of its own
-with the stand-in library and spooler: the next run resumes them. Every run has a time limit,
+"""The shipped cvupdater.exe killed while its printers are paused and its packages are
+downloaded, in a Wine prefix of its own with the stand-in library and spooler: the next run resumes
+the printers and deletes the packages. Every run has a time limit,
 after which the prefix is ended with `wineserver -k`. (e2e_main_job covers a whole update run.)
 """
 
@@ -67,12 +68,12 @@ class ShippedProgram(unittest.TestCase):
         return [c.split("name=", 1)[1].split(" result=")[0].replace(" command=", " ")
                 for c in self.journal("spooler.txt") if " SetPrinterA " in c]
 
-    def pause_record(self):
-        return self.prefix.reg_value(STORE + r"\Settings\Updater", "PausedPrinters", "REG_MULTI_SZ")
+    def record(self, name):  # A REG_MULTI_SZ note as `reg query` prints it ("a\0b"), or None.
+        return self.prefix.reg_value(STORE + r"\Settings\Updater", name, "REG_MULTI_SZ")
 
     def recovery_lines(self):
         return [l for l in (self.prefix.read(LOG) or "").splitlines()
-                if "PauseRecord::recoverAbandonedPause()" in l]
+                if "::recoverAbandoned" in l or "DownloadRecord: " in l]
 
     def run_program(self, wait_idle=True):
         result = self.prefix.wine([self.prefix.unix(INSTALL + r"\cvupdater.exe")],
@@ -81,7 +82,7 @@ class ShippedProgram(unittest.TestCase):
         if wait_idle:
             self.assertTrue(self.prefix.wait_idle(RUN_LIMIT), "the run did not end in time")
 
-    def test_a_killed_install_leaves_no_printer_paused(self):
+    def test_a_killed_install_leaves_nothing_behind(self):
         self.printers(("Office Inkjet", 0), ("Back Office", 0))
         self.library(software="3,1.1.0.0", data="3,2026.2", apply="hang")
         installer = subprocess.Popen(["wine", self.prefix.unix(INSTALL + r"\cvupdater.exe")],
@@ -103,10 +104,22 @@ class ShippedProgram(unittest.TestCase):
         self.assertEqual([], self.recovery_lines())
         self.assertEqual(2, len(self.printer_commands()))
 
-        # Killed the way a crash ends it: both printers stay paused, and the record says so.
+        # Killed the way a crash ends it: both printers stay paused, both packages stay, and the
+        # records say so.
         self.prefix.wine(["taskkill", "/F", "/PID", hung[0].split(" | ")[0]])
         installer.wait(timeout=RUN_LIMIT)
-        self.assertEqual("Office Inkjet\\0Back Office", self.pause_record())
+        self.assertEqual("Office Inkjet\\0Back Office", self.record("PausedPrinters"))
+        downloads = self.record("PendingDownloads").split("\\0")
+        self.assertEqual([r"C:\e2e\sw.pkg", r"C:\e2e\data.pkg"], [d.split("|")[1] for d in downloads])
+        self.assertTrue(self.prefix.exists(r"C:\e2e\sw.pkg") and self.prefix.exists(r"C:\e2e\data.pkg"))
+
+        # A forged entry that reaches a file through a link (a symbolic link made on the Unix side,
+        # which Wine shows as a reparse point) deletes nothing.
+        os.symlink("e2e", self.prefix.unix(r"C:\e2elink"))
+        self.prefix.write(r"C:\e2e\victim.pkg", "victim")
+        forged = downloads[0].split("|")[0] + r"|C:\e2elink\victim.pkg"
+        self.prefix.import_registry({STORE + r"\Settings\Updater": {
+            "PendingDownloads": [forged] + downloads}})
 
         # The next run resumes exactly those two (the stand-in spooler keeps its printers' state
         # per process, so the scenario now shows them as the killed run left them), not a printer
@@ -114,9 +127,13 @@ class ShippedProgram(unittest.TestCase):
         self.printers(("Office Inkjet", 1), ("Back Office", 1), ("Front Desk", 1))
         self.run_program()
         self.assertEqual(["Office Inkjet 2", "Back Office 2"], self.printer_commands()[2:])
-        self.assertIsNone(self.pause_record())
+        self.assertIsNone(self.record("PausedPrinters"))
+        self.assertIsNone(self.record("PendingDownloads"))
+        self.assertEqual([False, False, True], [self.prefix.exists(p) for p in (
+            r"C:\e2e\sw.pkg", r"C:\e2e\data.pkg", r"C:\e2e\victim.pkg")])
         recovered = self.recovery_lines()
-        self.assertTrue(recovered)
+        self.assertTrue(any("DownloadRecord: not deleting 'C:\\e2elink\\victim.pkg': a link in its path"
+                            in l for l in recovered), recovered)
         # Each of the three runs so far checked for both updates.
         self.assertEqual(6, len([c for c in self.journal("library.txt") if "UpdCheckForUpdateA" in c]))
 

@@ -50,12 +50,13 @@ class PrinterSpoolerWrapperTest : public testing::Test {
 }  // namespace
 
 // Every printer of interest is opened with full rights and paused; the pause is recorded until
-// the resume, and the handles stay open for the caller. A pause that cannot be recorded (an object
-// of another kind holds the mutex's name) still happens, and the always-written log says so.
+// the resume, under a mutex of the global namespace that SYSTEM, administrators and users may
+// share, and the handles stay open for the caller. A pause that cannot be recorded (an object of
+// another kind holds the mutex's name) still happens, and the always-written log says so.
 TEST_F(PrinterSpoolerWrapperTest, PausesEveryPrinterOfInterestAndRecordsItUntilTheResume) {
   for (const bool recordable : {false, true}) {
     stage({printer("A"), PrinterScenario{"Other", "Generic Text"}, printer("B")});
-    const std::string mutex = testsupport::localId() + "PausedPrinters";
+    const std::string mutex = "Global\\" + testsupport::localId() + "PausedPrinters";
     const ScopedHandle squatter(recordable ? nullptr
                                            : CreateEventA(nullptr, TRUE, FALSE, mutex.c_str()));
     testsupport::LogCapture log(0);
@@ -65,8 +66,10 @@ TEST_F(PrinterSpoolerWrapperTest, PausesEveryPrinterOfInterestAndRecordsItUntilT
     EXPECT_EQ((Names{"A", "B"}), paused());
     const std::list<std::string> recorded = {"A", "B"};
     EXPECT_EQ(recordable ? recorded : std::list<std::string>{}, PauseRecord::recordedPrinters());
-    EXPECT_EQ(!recordable, log.contains("PauseRecord: the pause is not recorded: the mutex '" +
-                                        mutex + "' could not be taken"));
+    EXPECT_EQ(!recordable, log.contains("PauseRecord: not recorded: the mutex '" + mutex +
+                                        "' could not be taken"));
+    EXPECT_EQ(recordable ? "D:(A;;0x1f0001;;;SY)(A;;0x1f0001;;;BA)(A;;0x100001;;;AU)" : "none",
+              testsupport::mutexDacl(mutex));
     EXPECT_TRUE(wrapper_.resumePrinters(handles_));
     EXPECT_EQ((Names{"A", "B"}), resumed());
     EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
@@ -166,7 +169,7 @@ TEST_F(PrinterSpoolerWrapperTest, RecoveryResumesThePausedPrintersOfARunThatIsGo
     ASSERT_TRUE(record.hold({"Office Inkjet", "Back Office", "Gone"}));
   }
   {
-    testsupport::MutexHolder owner(testsupport::localId() + "PausedPrinters");
+    testsupport::MutexHolder owner("Global\\" + testsupport::localId() + "PausedPrinters");
     ASSERT_TRUE(owner.holds());
     EXPECT_FALSE(PauseRecord::recoverAbandonedPause(wrapper_));
     EXPECT_EQ(3u, PauseRecord::recordedPrinters().size());

@@ -1,5 +1,8 @@
 #include "support/TestSupport.h"
 
+#include <aclapi.h>
+#include <sddl.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -40,9 +43,12 @@ bool keyExists(const std::string& path) {
 std::string registryValue(const std::string& path, const std::string& name) {
   char data[4096] = {};
   DWORD type = 0, size = sizeof(data) - 1;
-  if (RegGetValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), RRF_RT_REG_DWORD | RRF_RT_REG_SZ,
-                   &type, data, &size) != ERROR_SUCCESS)
+  if (RegGetValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(),
+                   RRF_RT_REG_DWORD | RRF_RT_REG_SZ | RRF_RT_REG_MULTI_SZ, &type, data,
+                   &size) != ERROR_SUCCESS)
     return "none";
+  if (type == REG_MULTI_SZ)
+    std::replace(data, data + (size > 2 ? size - 2 : 0), '\0', '\n');
   return type == REG_DWORD ? std::to_string(*reinterpret_cast<DWORD*>(data)) : data;
 }
 
@@ -212,6 +218,21 @@ MutexHolder::MutexHolder(const std::string& name, const std::string& mode)
 void MutexHolder::letGo() {
   SetEvent(signal_.get());
   holder_.wait(20000);
+}
+
+std::string mutexDacl(const std::string& name) {
+  const ScopedHandle mutex(OpenMutexA(READ_CONTROL, FALSE, name.c_str()));
+  PACL dacl = nullptr;
+  ScopedLocal descriptor;
+  char* text = nullptr;
+  if (!mutex.valid() ||
+      GetSecurityInfo(mutex.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                      &dacl, nullptr, descriptor.receive()) != ERROR_SUCCESS ||
+      !ConvertSecurityDescriptorToStringSecurityDescriptorA(
+          descriptor.get(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr))
+    return "none";
+  const ScopedLocal textBlock(text);
+  return dacl == nullptr ? "null" : text;
 }
 
 std::string runProcess(const std::string& commandLine, DWORD* exitCode, std::string* errors) {

@@ -22,7 +22,7 @@ std::string storeRoot();
 std::string familyPath();
 // Keys below HKEY_LOCAL_MACHINE; deleting a missing tree is no error.
 bool keyExists(const std::string& path);
-// A DWORD in decimal, a string as it is, or "none".
+// A DWORD in decimal, a string as it is, strings (REG_MULTI_SZ) one a line, or "none".
 std::string registryValue(const std::string& path, const std::string& name);
 void deleteKeyTree(const std::string& path);
 
@@ -135,6 +135,10 @@ class MutexHolder {
   Process holder_;
   bool holds_;
 };
+
+// The DACL of the named mutex `name` in SDDL, "null" for a null DACL, or "none" when there is no
+// such mutex.
+std::string mutexDacl(const std::string& name);
 
 // Runs a command line for at most two minutes and returns its stdout; `exitCode` receives its
 // exit code (STILL_ACTIVE when it had to be ended) and `errors` its stderr, which is otherwise

@@ -5,6 +5,7 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include "support/TestSupport.h"
 #include "system/Mutex.h"
 #include "system/SecurityEveryone.h"
 #include "system/UniqueHandle.h"
@@ -26,15 +27,6 @@ std::string describe(PACL dacl) {
   return text;
 }
 
-// The DACL that the system stored for an object.
-std::string stored(HANDLE object, SE_OBJECT_TYPE type) {
-  PACL dacl = nullptr;
-  ScopedLocal descriptor;
-  GetSecurityInfo(object, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr,
-                  descriptor.receive());
-  return describe(dacl);
-}
-
 }  // namespace
 
 // One ACE allowing Everyone (S-1-1-0) all rights, inherited by subkeys only when asked for.
@@ -54,6 +46,5 @@ TEST(SecurityEveryone, AllowsEveryoneEverything) {
 // The mutexes that processes of every user share (the log's) have a null DACL.
 TEST(SecurityEveryone, MutexesForEveryoneHaveANullDacl) {
   Mutex mutex(false, "cvtest_everyone", true);
-  const ScopedHandle opened(OpenMutexA(READ_CONTROL, FALSE, "cvtest_everyone"));
-  EXPECT_EQ("null", stored(opened.get(), SE_KERNEL_OBJECT));
+  EXPECT_EQ("null", testsupport::mutexDacl("cvtest_everyone"));
 }

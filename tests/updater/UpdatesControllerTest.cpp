@@ -272,6 +272,7 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   EXPECT_EQ(has(row.outcome, "data=1") ? "1" : held, flag("DataUpdated"));
   EXPECT_EQ(has(row.outcome, "files-left"), testsupport::fileExists(softwarePackage()));
   EXPECT_EQ(has(row.outcome, "files-left"), testsupport::fileExists(dataPackage()));
+  EXPECT_EQ("none", store_.get("Settings\\Updater", "PendingDownloads"));  // Nothing left noted.
   const Lines printers = has(row.outcome, "paused") ? Lines{"Office Inkjet"} : Lines{};
   EXPECT_EQ(printers, spooler_.names("SetPrinterA", "command=1 result=1"));
   EXPECT_EQ(has(row.given, "resume-fails") ? Lines{} : printers,

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+
+#include "system/Mutex.h"
+
+// A note that an update run keeps while it has something to undo (printers it paused, packages it
+// downloaded), so that a later run can undo it when this one ends first: killed, powered off, or
+// stuck in the vendor library.
+//
+// The note is the REG_MULTI_SZ value `name` under "Settings\Updater" of the program's store,
+// flushed to disk with every write. Its owner holds the machine-wide named mutex
+// "Global\" + local id + `name` (the plain name where the system has no Global\ namespace), whose
+// DACL lets SYSTEM, administrators and users open it, from before the first write until it deletes
+// the note. A later run that finds the mutex free or abandoned knows the owner is gone.
+//
+// Failures are logged at the always-written level, led by `owner` (the class that keeps the note),
+// and reported as false; nothing throws. Not thread-safe: one object per run and note.
+class RunRecord {
+ public:
+  RunRecord(std::string name, std::string owner);
+  // Releases the mutex without deleting a note that is still written: it was not undone, and a
+  // later run finds it.
+  ~RunRecord();
+  RunRecord(const RunRecord&) = delete;
+  RunRecord& operator=(const RunRecord&) = delete;
+
+  // Takes the mutex, waiting a moment for a run that is recovering the note; false (logged) when
+  // it cannot be had.
+  bool hold();
+  bool isHeld() const { return held_; }
+  // Replaces the note with `items`, which must not be empty; needs hold(). False (logged) when it
+  // could not be written.
+  bool write(const std::list<std::string>& items);
+  // Deletes the note and releases the mutex; does nothing when it is not held.
+  void release();
+
+  // The note as it is now; empty when there is none or it cannot be read.
+  std::list<std::string> read() const;
+  // Takes over the note of an owner that is gone (the mutex free or abandoned, asked without
+  // waiting): true when this object now holds it, false while its owner lives.
+  bool takeOver();
+
+  // The mutex's name in the global namespace.
+  std::string mutexName() const;
+
+ private:
+  bool acquire(unsigned long waitMs, bool logged);
+  void logFailure(const std::string& text) const;
+
+  std::string name_;
+  std::string owner_;
+  std::unique_ptr<Mutex> mutex_;
+  bool held_ = false;
+};

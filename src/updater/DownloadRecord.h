@@ -1,0 +1,43 @@
+#pragma once
+
+#include <list>
+#include <string>
+
+#include "settings/RunRecord.h"
+
+// The durable note of the packages an update run has downloaded and not yet deleted, so that a
+// run that dies between its downloads and their clean-up (killed, powered off) leaves nothing
+// behind for good: a later run deletes them.
+//
+// Each download is noted as soon as the library has written it, with the identity (volume serial
+// and file index) of the folder the library put it in, in the REG_MULTI_SZ value
+// "PendingDownloads" of the store's "Settings\Updater" key: a RunRecord, held by the machine-wide
+// mutex "Global\<local id>PendingDownloads". A path leaves the note once the run has deleted the
+// file or handed it over ("DoNotDeleteDownloadedFiles"); the note goes with its last path. A file
+// whose deletion failed stays noted, for a later run.
+//
+// The note is untrusted input: any user can write the store, and the run that reads it may be
+// elevated. recoverAbandonedDownloads() therefore deletes only a regular file with no other hard
+// link, directly in the noted folder while that folder is the same one (by its identity, held open
+// so that it cannot be moved meanwhile), with no link (junction, symbolic link, any reparse point)
+// anywhere in its path. Anything else is logged at the always-written level and dropped from the
+// note, never deleted. Failures never stop the update run. Not thread-safe; one object per run.
+class DownloadRecord {
+ public:
+  DownloadRecord();
+
+  // Notes `path`, a package the library has just downloaded.
+  void add(const std::string& path);
+  // Takes `path` out of the note: the run has deleted the file or handed it over.
+  void remove(const std::string& path);
+
+  // Deletes, as above, the files that the note of a run that is gone names and that are still
+  // there, each logged through this operation's trace, and clears the note; a file that cannot be
+  // deleted stays noted. A note whose owner lives, or that cannot be read, is left alone. Returns
+  // whether a note was recovered in full.
+  static bool recoverAbandonedDownloads();
+
+ private:
+  RunRecord record_;
+  std::list<std::string> entries_;
+};
