@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """The main job: a complete update run of cvupdater.exe under Wine against a local update service.
 
-Installs the program from the release ZIP into a scratch Wine prefix, installs the ZIP's sample
-settings with the ZIP's settings installer, serves a newer software
-package and a newer catalog data package on 127.0.0.1, runs the program once (it relaunches
+Installs the release MSI into a scratch Wine prefix with Windows Installer (msiexec /i ... /qn and
+the local service's address as a property), serves a newer software package and a newer catalog
+data package on 127.0.0.1, runs the program once (it relaunches
 itself elevated with "-UAC" and the child installs), prints a summary, then runs it again to show
 that nothing is left to update. With --check the summary's facts are asserted (the end-to-end
 test).
@@ -35,6 +35,8 @@ PRINTER = "Corvane Inkjet 5100"
 OLD_SOFTWARE, NEW_SOFTWARE = "1.0.0.0", "1.1.0.0"
 OLD_CATALOG, NEW_CATALOG = "2026.1", "2026.2"
 RUN_TIME_LIMIT = 120
+# What the demo puts beside the programs in place of the printer driver's parts.
+STAND_INS = ("winspool.drv", "spooler-scenario.ini")
 
 
 class StepFailed(Exception):
@@ -74,37 +76,62 @@ class Demo:
     def prepare(self):
         self.prefix.create_from(self.template)
 
-    def unpack_release(self):
-        """Unpacks the release ZIP into the program's folder, as a deployer does."""
-        zips = sorted(glob.glob(os.path.join(self.args.build_dir, "orrery-updater-*-win64.zip")),
-                      key=os.path.getmtime)
-        if not zips:
-            raise StepFailed("no release ZIP in %s; build it with: cmake --build %s --target "
-                             "package" % (self.args.build_dir, self.args.build_dir))
-        target = self.prefix.unix(INSTALL_DIR)
-        os.makedirs(target, exist_ok=True)
-        with zipfile.ZipFile(zips[-1]) as release:
-            names = []
-            for member in release.infolist():
-                name = member.filename.split("/", 1)[-1]
-                if name and not member.is_dir():
-                    with open(os.path.join(target, name), "wb") as f:
-                        f.write(release.read(member))
-                    names.append(name)
+    def release(self, pattern):
+        """The newest release file of the build that matches `pattern`."""
+        found = sorted(glob.glob(os.path.join(self.args.build_dir, pattern)), key=os.path.getmtime)
+        if not found:
+            raise StepFailed("no %s in %s; build it with: cmake --build %s --target package" % (
+                pattern, self.args.build_dir, self.args.build_dir))
+        return found[-1]
+
+    def install_release(self):
+        """Installs the release MSI silently with Windows Installer, as a fleet does: the sample
+        settings with the local service's address, the store locked, the daily task registered."""
+        p = self.prefix
+        package = self.release("orrery-updater-*-x64.msi")
+        p.copy_in(package, r"C:\demo")
+        url = "http://127.0.0.1:%d/orrery/[language_code]/[country_code]/[os_code]/[package_code]" % (
+            self.service.port)
+        command = ["msiexec", "/i", "C:\\demo\\" + os.path.basename(package), "/qn",
+                   "WEBSERVERURL=" + url, "/l*v", r"C:\demo\msiexec.log"]
+        print("  " + subprocess.list2cmdline(command))
+        result = p.wine(command, timeout=180)
+        for line in result.stdout.splitlines():  # The settings tool's own lines.
+            if line.strip() and "fixme:" not in line:
+                print("    " + line.strip())
+        if result.returncode != 0:
+            raise StepFailed("msiexec exited with %d; its log: %s" % (
+                result.returncode, p.unix(r"C:\demo\msiexec.log")))
+        names = sorted(set(os.listdir(p.unix(INSTALL_DIR))) - set(STAND_INS))
         unstripped = [n for n in names if n.endswith(".exe") and any(
             s.startswith("/") or s.startswith(".debug") for s in section_names(
-                os.path.join(target, n)))]
-        self.facts.update(release=os.path.basename(zips[-1]), release_files=sorted(names),
-                          unstripped=unstripped)
-        print("  %s: %s" % (self.facts["release"], ", ".join(self.facts["release_files"])))
+                os.path.join(p.unix(INSTALL_DIR), n)))]
+        with zipfile.ZipFile(self.release("orrery-updater-*-win64.zip")) as archive:
+            zipped = sorted(m.filename.split("/", 1)[-1] for m in archive.infolist()
+                            if not m.is_dir())
+        self.facts.update(release=os.path.basename(package), release_files=names,
+                          zip_files=zipped, unstripped=unstripped,
+                          task=p.exists(r"C:\windows\system32\tasks\Corvane\Orrery Updater"),
+                          url=p.reg_value(STORE_KEY + r"\Settings\Updater", "WebServerUrl",
+                                          "REG_SZ"))
+        print("  installed into %s: %s" % (INSTALL_DIR, ", ".join(names)))
+        print("  the release ZIP, for deployers without Windows Installer, holds %s" % (
+            "the same files" if set(zipped) <= set(names) else ", ".join(zipped)))
+        print("  store %s: WebServerUrl=%s" % (STORE_KEY, self.facts["url"]))
+        print("  scheduled task \\Corvane\\Orrery Updater: %s" % (
+            "registered" if self.facts["task"] else "MISSING"))
 
     def install(self):
         p = self.prefix
         for name in ("winspool.drv", "wupdstandin.dll"):
             if not os.path.isfile(os.path.join(self.bin, name)):
                 raise StepFailed("missing build output " + os.path.join(self.bin, name))
-        self.unpack_release()
+        # The machine has its printer before the updater comes: the stand-in spooler beside the
+        # programs, which Wine loads instead of its own.
         p.copy_in(os.path.join(self.bin, "winspool.drv"), INSTALL_DIR)
+        for program in ("cvupdater.exe", "cvupsettings.exe"):
+            p.wine(["reg", "add", r"HKCU\Software\Wine\AppDefaults\%s\DllOverrides" % program,
+                    "/v", "winspool.drv", "/d", "native", "/f"])
         # The vendor's library is installed with the printer driver, where the program looks
         # for it when "WebUpdaterDllPath" is not set.
         p.copy_in(os.path.join(self.bin, "wupdstandin.dll"), LIBRARY_DIR, LOCAL_ID + "wupd.DLL")
@@ -117,19 +144,12 @@ class Demo:
                 "[Spooler]\r\nGeneration=1\r\nPrinters=1\r\nJournal=C:\\demo\\spooler-journal.txt"
                 "\r\n[Printer0]\r\nName=" + PRINTER + "\r\nDriver=" + DRIVER_NAME +
                 "\r\nPort=USB001\r\nJobs=2\r\nDrainAfterPolls=2\r\n")
-        # The release's sample settings, pointed at this run's service.
-        settings_file = INSTALL_DIR + "\\" + LOCAL_ID + "qnv.loc"
-        p.write(settings_file, p.read(settings_file).replace("127.0.0.1:8765",
-                                                             "127.0.0.1:%d" % self.service.port))
+        self.install_release()
         p.write(INSTALL_DIR + "\\" + LOCAL_ID + "Prog.ver", version_file(OLD_SOFTWARE))
         p.write(DATA_DIR + "\\orData.ver", version_file(OLD_CATALOG))
-        # Wine loads the stand-in spooler beside the program instead of its own.
-        p.wine(["reg", "add", r"HKCU\Software\Wine\AppDefaults\cvupdater.exe\DllOverrides",
-                "/v", "winspool.drv", "/d", "native", "/f"])
-        result = p.wine([p.unix(INSTALL_DIR + "\\cvupsettings.exe")], cwd=p.unix(INSTALL_DIR))
-        print("  " + result.stdout.strip().replace("\n", "\n  "))
-        if result.returncode != 0:
-            raise StepFailed("the settings installer exited with %d" % result.returncode)
+        # The sample keeps the log off; the demo reads it, with the process id in every line.
+        p.import_registry({STORE_KEY.replace("HKLM", "HKEY_LOCAL_MACHINE") + r"\Logger": {
+            "startLog": 1, "Proc_Id_In_Header": 1}})
         p.wait_idle(30)
 
     def run_program(self, label):
@@ -229,9 +249,13 @@ class Demo:
             if not condition:
                 problems.append(text)
 
-        expect(self.facts["release_files"] == sorted(
-            ["DEPLOYING.md", "cvupdater.exe", "cvupqnv.loc", "cvupsettings.exe"]),
-            "files of the release %s" % self.facts["release_files"])
+        shipped = ["DEPLOYING.md", "cvupdater.exe", "cvupqnv.loc", "cvupsettings.exe",
+                   "orrery-updater-system.xml", "orrery-updater-users.xml"]
+        expect(self.facts["release_files"] == sorted(shipped + ["orrery-updater-task.xml"]),
+               "files the MSI installed %s" % self.facts["release_files"])
+        expect(self.facts["zip_files"] == sorted(shipped),
+               "files of the release ZIP %s" % self.facts["zip_files"])
+        expect(self.facts["task"], "the daily task was not registered")
         expect(not self.facts["unstripped"], "not stripped: %s" % self.facts["unstripped"])
         packages = [r.get("package") for r in first["requests"]]
         expect(packages == ["ORRERY-VERSION", "CATALOG-VERSION"] * 2 +
@@ -248,7 +272,7 @@ class Demo:
                "printer paused and resumed once (%d/%d)" % (self.facts["paused"],
                                                               self.facts["resumed"]))
         expect(self.facts["polls"] == 3, "three polls until quiet (%d)" % self.facts["polls"])
-        expect(self.facts["flags"] == {"CompleteSoftwareUpdated": 1, "DataUpdated": 0},
+        expect(self.facts["flags"] == {"CompleteSoftwareUpdated": 1, "DataUpdated": None},
                "flags %s" % self.facts["flags"])
         expect(first["after"] == {"software": NEW_SOFTWARE, "catalog": NEW_CATALOG},
                "versions after %s" % first["after"])
@@ -266,7 +290,7 @@ class Demo:
     def main(self):
         steps = [
             ("Preparing a scratch Windows environment (Wine prefix)", self.prepare),
-            ("Installing the release ZIP, the stand-ins and the sample settings", self.install),
+            ("Installing the release MSI, and the stand-ins", self.install),
             ("First update run", lambda: self.summarize_first_run(self.run_program("first"))),
             ("Second update run", lambda: self.summarize_second_run(self.run_program("second"))),
         ]

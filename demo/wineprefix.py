@@ -34,6 +34,13 @@ class Prefix:
         subprocess.run(["cp", "-a", template, self.path], check=True)
         return self
 
+    def keep_running(self):
+        """Keeps the prefix's wineserver alive until kill(), and with it what Wine does not save,
+        such as a key's DACL. Its services start here, kept apart from any output a test reads."""
+        subprocess.run(["wineserver", "-p"], env=self.env, check=True)
+        subprocess.run(["wine", "cmd", "/c", "exit"], env=self.env, timeout=60,
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
     def remove(self):
         self.kill()
         shutil.rmtree(self.path, ignore_errors=True)

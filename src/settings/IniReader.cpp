@@ -104,6 +104,7 @@ bool IniReader::buildSectionsData(uint32_t bufferSize) {
         trace.detail([&] {
           return "Could not retrieve value for key='" + key + "' under section='" + section + "'";
         });
+        dropped_.emplace_back(section, key);
         continue;
       }
       const std::string value(buffer.get(), strnlen(buffer.get(), bufferSize));

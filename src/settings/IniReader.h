@@ -29,6 +29,8 @@ class IniReader {
   KeyValPairs getSectionData(const std::string& sectionName);
   std::list<std::string> getSections() const { return sections_; }
   bool isBuilt() const { return built_; }
+  // The keys dropped for having no value, as (section, key), in file order.
+  const KeyValPairs& getDroppedKeys() const { return dropped_; }
 
   // Splits "type:data" at the first colon: 1 for "string", 2 for "dword", 0 otherwise.
   // `parsedValue` gets the data only when there is at least one character after the colon.
@@ -42,6 +44,7 @@ class IniReader {
 
   std::list<std::string> sections_;
   std::list<SectionData> sectionsData_;
+  KeyValPairs dropped_;
   std::string iniFileName_;
   bool built_ = false;
 };

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 #include "logging/FunctionTrace.h"
 #include "system/UniqueHandle.h"
@@ -9,6 +10,15 @@
 namespace {
 
 const char kNotParsed[] = "Settings file could not be parsed properly.";
+
+// What atol reads whole: blanks, a sign, and digits to the end.
+bool isDecimal(const std::string& text) {
+  const std::string::size_type start = text.find_first_not_of(" \t");
+  if (start == std::string::npos)
+    return false;
+  const std::string::size_type digits = start + (text[start] == '-' || text[start] == '+' ? 1 : 0);
+  return digits < text.size() && text.find_first_not_of("0123456789", digits) == std::string::npos;
+}
 
 LONG writeValue(const std::string& keyPath,
                 const std::string& valueName,
@@ -39,7 +49,8 @@ LONG writeStringValue(const std::string& keyPath,
                     static_cast<DWORD>(value.size()));
 }
 
-SettingsInstaller::SettingsInstaller(const std::string& fileName) {
+SettingsInstaller::SettingsInstaller(const std::string& fileName, Reporter reporter)
+    : reporter_(std::move(reporter)) {
   FunctionTrace trace = FunctionTrace::open(
       kLogQnv, "SettingsInstaller::SettingsInstaller(fileName='" + fileName + "'):");
   reader_.reset(new (std::nothrow) IniReader(fileName));
@@ -59,19 +70,28 @@ bool SettingsInstaller::installSettings() {
     trace.setRc(0);
     return false;
   }
+  // A failed write is only told; the result stays as it is.
+  const auto reportWrite = [this](const std::string& section, const std::string& key, LONG status) {
+    if (status != ERROR_SUCCESS)
+      report(section, key, "the registry refused it (status " + std::to_string(status) + ")");
+  };
   bool result = true;
+  for (const IniReader::KeyValPair& dropped : reader_->getDroppedKeys())
+    report(dropped.first, dropped.second, "it has no value");
   const std::list<std::string> sections = reader_->getSections();
   if (sections.empty())
     trace.detail("No registry keys found in file to be installed.");
   for (const std::string& section : sections) {
     if (section.empty()) {
       trace.detail("Empty Section name. Skipping..");
+      report(section, "", "the section has no name");
       result = false;
       continue;
     }
     const IniReader::KeyValPairs pairs = reader_->getSectionData(section);
     if (pairs.empty()) {
       trace.detail("Empty Section found. Skipping..");
+      report(section, "", "the section has no values");
       result = false;
       continue;
     }
@@ -83,6 +103,7 @@ bool SettingsInstaller::installSettings() {
           return "Empty KeyValue pair found in Section='" + section + "' where key='" + key +
                  "' and value='" + value + "'):";
         });
+        report(section, key, key.empty() ? "the value has no name" : "it has no value");
         result = false;
         continue;
       }
@@ -90,6 +111,7 @@ bool SettingsInstaller::installSettings() {
       switch (IniReader::getValueType(value, data)) {
         case IniReader::kStringType: {
           const LONG status = writeStringValue(section, key, data);
+          reportWrite(section, key, status);
           trace.detail([&] {
             return "Return Code for writing sectionName='" + section + "',key='" + key +
                    "',value='" + data + "' is = " + std::to_string(status);
@@ -99,6 +121,11 @@ bool SettingsInstaller::installSettings() {
         case IniReader::kDwordType: {
           const DWORD number = static_cast<DWORD>(atol(data.c_str()));
           const LONG status = writeDwordValue(section, key, number);
+          if (!isDecimal(data))
+            report(section, key,
+                   "'" + data + "' is not a decimal number; " + std::to_string(number) +
+                       " was written");
+          reportWrite(section, key, status);
           trace.detail([&] {
             return "Return Code for writing sectionName='" + section + "',key='" + key +
                    "',value='" + std::to_string(number) + "' is = " + std::to_string(status);
@@ -109,6 +136,7 @@ bool SettingsInstaller::installSettings() {
           trace.detail([&] {
             return "Could not retrieve the type information for value='" + value + "' skipping....";
           });
+          report(section, key, "'" + value + "' has no type (dword: or string:)");
           result = false;
           break;
       }
@@ -116,4 +144,11 @@ bool SettingsInstaller::installSettings() {
   }
   trace.setRc(result ? 1 : 0);
   return result;
+}
+
+void SettingsInstaller::report(const std::string& section,
+                               const std::string& key,
+                               const std::string& cause) const {
+  if (reporter_)
+    reporter_(section, key, cause);
 }

@@ -14,6 +14,8 @@
 //                                library finds NAME by name (in the library's folder)
 //   run [fail-startup]           one whole update run (runApplication); with fail-startup, a
 //                                start-up that fails once the logger exists
+//   settings-tool-cannot-start   the settings tool, whose start-up fails (exit code 3)
+//   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
 //   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
 //                                and one line that is always written (component "QNV")
 #include <windows.h>
@@ -23,9 +25,11 @@
 #include <new>
 #include <string>
 
+#include "SettingsTool.h"
 #include "logging/FunctionTrace.h"
 #include "logging/Logger.h"
 #include "printers/PrinterSpoolerWrapper.h"
+#include "support/TestSupport.h"
 #include "system/CurrentProcess.h"
 #include "system/DllSearch.h"
 #include "system/Localize.h"
@@ -127,6 +131,11 @@ int main(int argc, char** argv) {
         throw std::bad_alloc();
       });
     return runApplication("");
+  } else if (command == "key-dacl" && argc > 2) {
+    print("dacl", testsupport::keyDacl(argv[2]));
+  } else if (command == "settings-tool-cannot-start") {
+    ProcessScope::setCreateLoggerFunction([](const LogSwitches&) { throw std::bad_alloc(); });
+    return runSettingsTool({});
   } else if (command == "write" && argc > 3) {
     writeLines(argv[2], static_cast<int>(number(3)), argc > 4 ? argv[4] : "");
   } else {

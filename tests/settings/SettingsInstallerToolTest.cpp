@@ -3,34 +3,60 @@
 #include "logging/Logger.h"
 #include "support/TestSupport.h"
 
-// The installer tool under a name of its own in this executable's family, local id "<xx>sz": it
-// installs <xx>szqnv.loc beside it into "...\Local\<xx>sz\" and never touches the program's
-// store. It says what it did in one line: on stdout when it installed everything, on stderr
-// otherwise.
-TEST(SettingsInstallerTool, InstallsTheFileBesideItAndExitsWithWhatHappened) {
+namespace {
+
+std::string withoutCarriageReturns(std::string text) {
+  text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+  return text;
+}
+
+}  // namespace
+
+// The settings tool under a name of its own in this executable's family, local id "<xx>sz": it
+// installs <xx>szqnv.loc beside it into "...\Local\<xx>sz\" and never touches the program's store.
+// It says on stdout what it did, and on stderr each entry and step it could not do as asked, one a
+// line; its exit code tells which happened (3 when it cannot start, here made to fail).
+TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
   const std::string id = testsupport::localId().substr(0, 2) + "sz";
-  const std::string file = testsupport::executableDirectory() + id + "qnv.loc";
+  const std::string folder = testsupport::executableDirectory(), file = folder + id + "qnv.loc";
   const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\";
-  const std::string store = "HKLM\\" + root;
+  const std::string store = "HKLM\\" + root, updater = root + "Settings\\Updater";
   // The shipped sample, moved from the program's store to the tool's.
-  std::string sample = testsupport::readFile(testsupport::executableDirectory() + "cvupqnv.loc");
+  std::string sample = testsupport::readFile(folder + "cvupqnv.loc");
   const std::string programRoot = "Software\\CorvaneInkjet\\QNV\\Local\\cvup\\";
   for (size_t at = 0; (at = sample.find(programRoot, at)) != std::string::npos;)
     sample.replace(at, programRoot.size(), root);
+  const std::string tooLong = root + std::string(300, 'k');
+  const std::string bad = "[" + updater +
+                          "]\r\nPrinterPollInterval=dword:0x10\r\nFoo=\r\nBad=DWORD:1\r\n[" +
+                          tooLong + "]\r\nz=dword:1\r\n";
+  const std::string installed = "Installed the default settings from " + file + " into " + store;
+  const auto noPrinter = [](const std::string& driver) {
+    return "\nWarning: no printer on this machine uses the driver '" + driver +
+           "' (DriverName); updates fail until one does\n";
+  };
+  const std::string notAsWritten = "Not installed as written: [" + updater + "] ";
   const struct {
     std::string content;  // empty: no file
     std::string arguments;
     DWORD exitCode;
-    std::string output;    // its start
-    std::string interval;  // the PrinterPollInterval installed
+    std::string output, errors;  // errors: its start
+    std::string interval;        // the PrinterPollInterval installed
   } rows[] = {
-      {sample, "", 0, "Installed the default settings from " + file + " into " + store + "\r\n",
-       "2000"},
-      {"", "", 2, "Settings file not found: " + file, "none"},
-      {sample, "/quiet", 2, "Usage: ", "none"},
-      {"[" + root + "Settings\\Updater]\r\nPrinterPollInterval=dword:7\r\nBad=DWORD:1\r\n", "", 1,
-       "Could not install every default setting from " + file + " into " + store + " (status 1359)",
-       "7"}};
+      {sample, "", 0, installed + noPrinter("Corvane Inkjet Driver"), "", "2000"},
+      {sample, "/set Settings\\Updater\\PrinterPollInterval=dword:70 /lock", 0,
+       installed + noPrinter("Corvane Inkjet Driver"), "", "70"},
+      {"", "", 2, "", "Settings file not found: " + file + "\n", "none"},
+      {sample, "/quiet", 2, "", "Usage: ", "none"},
+      {bad, "", 1, noPrinter("").substr(1),
+       notAsWritten + "Foo: it has no value\n" + notAsWritten +
+           "PrinterPollInterval: '0x10' is not a decimal number; 0 was written\n" + notAsWritten +
+           "Bad: 'DWORD:1' has no type (dword: or string:)\nNot installed as written: [" + tooLong +
+           "] z: the registry refused it (status 234)\nCould not install every default setting "
+           "from " +
+           file + " into " + store + "\n",
+       "0"}};
+  testsupport::SpoolerScenario spooler;  // No printers.
   for (const auto& row : rows) {
     testsupport::deleteKeyTree(root);
     DeleteFileA(file.c_str());
@@ -38,15 +64,26 @@ TEST(SettingsInstallerTool, InstallsTheFileBesideItAndExitsWithWhatHappened) {
       testsupport::writeFile(file, row.content);
     DWORD exitCode = 99;
     std::string errors;
-    const std::string output = testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
-                                                    row.arguments, "", &exitCode, &errors);
+    const std::string output = withoutCarriageReturns(testsupport::runCopy(
+        "cvupsettings.exe", id + "tool.exe", row.arguments, "", &exitCode, &errors));
     EXPECT_EQ(row.exitCode, exitCode) << output << errors;
-    const bool failed = row.exitCode != 0;
-    EXPECT_EQ(row.output, (failed ? errors : output).substr(0, row.output.size()));
-    EXPECT_EQ("", failed ? output : errors);
-    EXPECT_EQ(row.interval,
-              testsupport::registryValue(root + "Settings\\Updater", "PrinterPollInterval"));
+    EXPECT_EQ(row.output, output);
+    EXPECT_EQ(row.errors, withoutCarriageReturns(errors).substr(0, row.errors.size()));
+    EXPECT_EQ(row.errors.empty(), errors.empty());
+    EXPECT_EQ(row.interval, testsupport::registryValue(updater, "PrinterPollInterval"));
+    // Every key of the store: administrators and SYSTEM alone (Wine keeps no protected flag).
+    if (row.arguments.find("/lock") != std::string::npos) {
+      const std::string dacl = testsupport::keyDacl(updater);
+      EXPECT_EQ("(A;CI;KA;;;BA)(A;CI;KA;;;SY)", dacl.substr(dacl.find('(')));
+    }
   }
+  DWORD exitCode = 99;
+  std::string errors;
+  testsupport::runCopy("test_helper.exe", id + "_helper.exe", "settings-tool-cannot-start", "",
+                       &exitCode, &errors);
+  EXPECT_EQ(3u, exitCode);
+  EXPECT_EQ("Could not start: out of memory while setting up the log\n",
+            withoutCarriageReturns(errors));
   testsupport::deleteKeyTree(root);
   DeleteFileA(file.c_str());
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());

@@ -220,19 +220,37 @@ void MutexHolder::letGo() {
   holder_.wait(20000);
 }
 
-std::string mutexDacl(const std::string& name) {
-  const ScopedHandle mutex(OpenMutexA(READ_CONTROL, FALSE, name.c_str()));
+namespace {
+// The DACL that GetSecurityInfo or GetNamedSecurityInfoA (`query`) reads, as mutexDacl() says it.
+template <typename Query>
+std::string daclText(Query query) {
   PACL dacl = nullptr;
   ScopedLocal descriptor;
   char* text = nullptr;
-  if (!mutex.valid() ||
-      GetSecurityInfo(mutex.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                      &dacl, nullptr, descriptor.receive()) != ERROR_SUCCESS ||
+  if (query(&dacl, descriptor.receive()) != ERROR_SUCCESS ||
       !ConvertSecurityDescriptorToStringSecurityDescriptorA(
           descriptor.get(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr))
     return "none";
   const ScopedLocal textBlock(text);
   return dacl == nullptr ? "null" : text;
+}
+}  // namespace
+
+std::string mutexDacl(const std::string& name) {
+  const ScopedHandle mutex(OpenMutexA(READ_CONTROL, FALSE, name.c_str()));
+  return daclText([&mutex](PACL* dacl, HLOCAL* descriptor) {
+    return mutex.valid() ? GetSecurityInfo(mutex.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION,
+                                           nullptr, nullptr, dacl, nullptr, descriptor)
+                         : ERROR_FILE_NOT_FOUND;
+  });
+}
+
+std::string keyDacl(const std::string& path) {
+  std::string name = "MACHINE\\" + path;
+  return daclText([&name](PACL* dacl, HLOCAL* descriptor) {
+    return GetNamedSecurityInfoA(&name[0], SE_REGISTRY_KEY, DACL_SECURITY_INFORMATION, nullptr,
+                                 nullptr, dacl, nullptr, descriptor);
+  });
 }
 
 std::string runProcess(const std::string& commandLine, DWORD* exitCode, std::string* errors) {

@@ -136,9 +136,10 @@ class MutexHolder {
   bool holds_;
 };
 
-// The DACL of the named mutex `name` in SDDL, "null" for a null DACL, or "none" when there is no
-// such mutex.
+// The DACL of the named mutex `name` / of the key `path` below HKEY_LOCAL_MACHINE in SDDL, "null"
+// for a null DACL, or "none" when there is no such object.
 std::string mutexDacl(const std::string& name);
+std::string keyDacl(const std::string& path);
 
 // Runs a command line for at most two minutes and returns its stdout; `exitCode` receives its
 // exit code (STILL_ACTIVE when it had to be ended) and `errors` its stderr, which is otherwise

@@ -1,0 +1,267 @@
+// cvupsettings: installs the program's settings into the registry, as an installer does before the
+// first update run, and looks after what a deployment needs around them. The tool takes the
+// program's four-character prefix ("cvup"), so it finds the program's settings file beside it
+// (local id + "qnv.loc") and fills the program's store.
+//
+//   cvupsettings [/file PATH] [/set SECTION\NAME=dword:N|string:TEXT]... [/lock]
+//                [/schedule system|users]
+//   cvupsettings /remove
+#include "SettingsTool.h"
+
+#include <windows.h>
+
+#include <aclapi.h>
+#include <sddl.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <list>
+#include <string>
+
+#include "TaskSchedule.h"
+#include "printers/DeviceEnumerator.h"
+#include "printers/PauseRecord.h"
+#include "printers/PrinterSpoolerWrapper.h"
+#include "settings/RegistryKey.h"
+#include "settings/Settings.h"
+#include "settings/SettingsInstaller.h"
+#include "settings/SettingsKeys.h"
+#include "system/CurrentProcess.h"
+#include "system/Localize.h"
+#include "system/UniqueHandle.h"
+#include "updater/DownloadRecord.h"
+#include "updater/ProcessScope.h"
+
+namespace {
+
+const char kUsage[] =
+    "Usage: %s [/file PATH] [/set SECTION\\NAME=dword:N|string:TEXT]... [/lock]\n"
+    "          [/schedule system|users]\n"
+    "       %s /remove\n"
+    "Installs the settings file beside it (or PATH) into the program's store, then the values of\n"
+    "/set; /lock leaves the store to administrators and SYSTEM; /schedule registers the daily "
+    "task.\n"
+    "/remove ends and deletes the task, waits for running updates, undoes what a killed one left,\n"
+    "and deletes the store.\n";
+// How long /remove waits for a running update to end once its task is ended.
+const unsigned long kRunWaitMs = 120000;
+// Administrators and SYSTEM may do anything with a key; nobody else anything, also below it.
+const char kLockedKey[] = "D:P(A;CI;KA;;;BA)(A;CI;KA;;;SY)";
+
+struct Options {
+  std::string file;
+  std::list<std::string> values;  // SECTION\NAME=TYPE:DATA
+  bool lock = false;
+  std::string schedule;
+  bool remove = false;
+};
+
+bool parse(const std::vector<std::string>& arguments, Options& options) {
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& option = arguments[i];
+    const std::string value = i + 1 < arguments.size() ? arguments[i + 1] : "";
+    if (option == "/file" && !value.empty())
+      options.file = arguments[++i];
+    else if (option == "/set" && value.find('=') != std::string::npos)
+      options.values.push_back(arguments[++i]);
+    else if (option == "/lock")
+      options.lock = true;
+    else if (option == "/schedule" && (value == "system" || value == "users"))
+      options.schedule = arguments[++i];
+    else if (option == "/remove")
+      options.remove = true;
+    else
+      return false;
+  }
+  return !options.remove || arguments.size() == 1;
+}
+
+void failed(const std::string& what) {
+  fprintf(stderr, "%s\n", what.c_str());
+}
+
+// The store's path below HKEY_LOCAL_MACHINE, without its trailing backslash.
+std::string storePath() {
+  std::string path = Localize::getInstance()->getRegistryPath(Localize::kLocalPath);
+  path.pop_back();
+  return path;
+}
+
+// Sets the DACL of `path` and of every key below it to administrators and SYSTEM alone.
+bool lockKey(const std::string& path, PACL dacl) {
+  ScopedKey key;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_ALL_ACCESS, key.receive()) !=
+          ERROR_SUCCESS ||
+      SetSecurityInfo(key.get(), SE_REGISTRY_KEY,
+                      DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr,
+                      nullptr, dacl, nullptr) != ERROR_SUCCESS)
+    return false;
+  std::list<std::string> children;
+  RegistryKey(path, false, HKEY_LOCAL_MACHINE).getChildrenNames(children, INT_MAX);
+  bool locked = true;
+  for (const std::string& child : children)
+    locked = lockKey(path + "\\" + child, dacl) && locked;
+  return locked;
+}
+
+bool lockStore() {
+  ScopedLocal descriptor;
+  PACL dacl = nullptr;
+  BOOL present = FALSE, defaulted = FALSE;
+  return ConvertStringSecurityDescriptorToSecurityDescriptorA(kLockedKey, SDDL_REVISION_1,
+                                                              descriptor.receive(), nullptr) &&
+         GetSecurityDescriptorDacl(descriptor.get(), &present, &dacl, &defaulted) &&
+         lockKey(storePath(), dacl);
+}
+
+// The pre-flight word: a driver name that no printer uses makes every later run fail at its pause.
+void warnWithoutPrinters() {
+  std::string driver;
+  Settings().getStringValue(SettingsKeys::kSettingsSection, SettingsKeys::kDriverName, driver, 0);
+  std::list<std::string> printers;
+  DeviceEnumerator::instance()->getPrinters(printers);
+  if (printers.empty())
+    printf(
+        "Warning: no printer on this machine uses the driver '%s' (DriverName); updates fail "
+        "until one does\n",
+        driver.c_str());
+}
+
+// Installs the settings file and the single values; false when anything was not installed as
+// written (each named on stderr).
+bool installSettings(const std::string& file, const std::list<std::string>& values) {
+  const std::string root = Localize::getInstance()->getRegistryPath(Localize::kLocalPath);
+  bool complete = true;
+  const auto report = [&complete](const std::string& section, const std::string& key,
+                                  const std::string& cause) {
+    failed("Not installed as written: [" + section + "] " + key + ": " + cause);
+    complete = false;
+  };
+  { RegistryKey store(root, true, HKEY_LOCAL_MACHINE); }
+  if (!SettingsInstaller(file, report).installSettings())
+    complete = false;
+  // A value of /set is an entry of its own section, relative to the store.
+  for (const std::string& value : values) {
+    const std::string::size_type equals = value.find('='), name = value.rfind('\\', equals);
+    const std::string section = root + (name == std::string::npos ? "" : value.substr(0, name));
+    const std::string key =
+        value.substr(name == std::string::npos ? 0 : name + 1, equals - name - 1);
+    std::string data;
+    const uint32_t type = IniReader::getValueType(value.substr(equals + 1), data);
+    const LONG status = type == IniReader::kDwordType
+                            ? writeDwordValue(section, key, static_cast<DWORD>(atol(data.c_str())))
+                        : type == IniReader::kStringType ? writeStringValue(section, key, data)
+                                                         : ERROR_INVALID_DATA;
+    if (status != ERROR_SUCCESS)
+      report(section, key,
+             "/set " + value + " was not written (status " + std::to_string(status) + ")");
+  }
+  return complete;
+}
+
+// Everything but the store itself, which goes once the tool's log is gone (`store` names it).
+int remove(std::string& store) {
+  std::string error;
+  if (!TaskSchedule::removeTask(Localize::getInstance()->getLocalId(), kRunWaitMs, error)) {
+    failed("Could not remove the updater: " + error + "; try again when it has ended");
+    return 1;
+  }
+  DeleteFileA((CurrentProcess::getInstance()->getDirectory() + TaskSchedule::kRegistered).c_str());
+  // What a run that the task's end killed left behind is undone while its notes still exist.
+  PrinterSpoolerWrapper spooler;
+  PauseRecord::recoverAbandonedPause(spooler);
+  DownloadRecord::recoverAbandonedDownloads();
+  store = storePath();
+  return 0;
+}
+
+int run(const Options& options, std::string& storeToDelete) {
+  if (options.remove)
+    return remove(storeToDelete);
+  const std::string folder = CurrentProcess::getInstance()->getDirectory();
+  const std::string file =
+      options.file.empty() ? folder + Settings::getMarkerFilePath() : options.file;
+  const std::string store =
+      "HKLM\\" + Localize::getInstance()->getRegistryPath(Localize::kLocalPath);
+  const DWORD attributes = GetFileAttributesA(file.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    failed("Settings file not found: " + file);
+    return 2;
+  }
+  if (!installSettings(file, options.values)) {
+    // Nothing further: an installer that rolls back on this leaves no task behind.
+    failed("Could not install every default setting from " + file + " into " + store);
+    warnWithoutPrinters();
+    return 1;
+  }
+  printf("Installed the default settings from %s into %s\n", file.c_str(), store.c_str());
+  bool complete = true;
+  if (options.lock && !lockStore()) {
+    failed("Could not leave the store " + store + " to administrators and SYSTEM");
+    complete = false;
+  }
+  std::string error;
+  if (!options.schedule.empty() && !TaskSchedule::registerTask(folder, options.schedule, error)) {
+    failed("Could not register the scheduled task: " + error);
+    complete = false;
+  }
+  warnWithoutPrinters();
+  return complete ? 0 : 1;
+}
+
+}  // namespace
+
+std::vector<std::string> commandLineArguments(const char* commandLine) {
+  std::vector<std::string> arguments;
+  std::string argument;
+  bool quoted = false, started = false;
+  for (const char* c = commandLine;; ++c) {
+    if (*c == '\0' || (!quoted && (*c == ' ' || *c == '\t'))) {
+      if (started)
+        arguments.push_back(argument);
+      argument.clear();
+      started = false;
+      if (*c == '\0')
+        break;
+    } else {
+      if (*c == '"')
+        quoted = !quoted;
+      else
+        argument += *c;
+      started = true;
+    }
+  }
+  if (!arguments.empty())
+    arguments.erase(arguments.begin());  // The program's path.
+  return arguments;
+}
+
+int runSettingsTool(const std::vector<std::string>& arguments) {
+  Options options;
+  if (!parse(arguments, options)) {
+    fprintf(stderr, kUsage, "cvupsettings", "cvupsettings");
+    return 2;
+  }
+  int result = 3;
+  std::string storeToDelete;
+  {
+    const ProcessScope process;
+    if (!process.started()) {
+      fprintf(stderr, "Could not start: out of memory while setting up the log\n");
+      return 3;
+    }
+    try {
+      result = run(options, storeToDelete);
+    } catch (...) {
+      fprintf(stderr, "Could not finish: unexpected failure\n");
+    }
+  }
+  // Deleted once the log is gone: a line written later would bring its switches back.
+  if (!storeToDelete.empty()) {
+    RegistryKey::recurseDeleteKey(storeToDelete, HKEY_LOCAL_MACHINE);
+    printf("Removed the scheduled task and the store HKLM\\%s\n", storeToDelete.c_str());
+  }
+  fflush(stdout);
+  return result;
+}

@@ -1,0 +1,103 @@
+#include "TaskSchedule.h"
+
+#include <windows.h>
+
+#include <tlhelp32.h>
+
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+#include "system/UniqueHandle.h"
+
+namespace {
+
+const char kTaskName[] = "Corvane\\Orrery Updater";
+
+// Runs schtasks.exe from the system folder (never one found by the search path: the tool runs
+// elevated) with `arguments`; its exit code, or -1 when it could not run.
+long schtasks(const std::string& arguments) {
+  char system[MAX_PATH] = {};
+  GetSystemDirectoryA(system, MAX_PATH);
+  std::string line = "\"" + std::string(system) + "\\schtasks.exe\" " + arguments;
+  STARTUPINFOA startup = {};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION process = {};
+  if (!CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
+                      nullptr, &startup, &process))
+    return -1;
+  const ScopedHandle child(process.hProcess), thread(process.hThread);
+  DWORD code = 1;
+  if (WaitForSingleObject(child.get(), 60000) != WAIT_OBJECT_0 ||
+      !GetExitCodeProcess(child.get(), &code))
+    return -1;
+  return static_cast<long>(code);
+}
+
+// Whether a process other than this one runs from an executable whose name begins with `prefix`.
+bool anotherRuns(const std::string& prefix) {
+  const ScopedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  PROCESSENTRY32 entry = {};
+  entry.dwSize = sizeof(entry);
+  for (BOOL more = Process32First(snapshot.get(), &entry); more;
+       more = Process32Next(snapshot.get(), &entry)) {
+    if (entry.th32ProcessID != GetCurrentProcessId() &&
+        _strnicmp(entry.szExeFile, prefix.c_str(), prefix.size()) == 0)
+      return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool TaskSchedule::registerTask(const std::string& folder,
+                                const std::string& kind,
+                                std::string& error) {
+  const std::string definition = folder + "orrery-updater-" + kind + ".xml";
+  std::ifstream in(definition.c_str(), std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  std::string xml = text.str();
+  const std::string::size_type command = xml.find("<Command>");
+  const std::string::size_type end = xml.find("</Command>");
+  const std::string::size_type encoding = xml.find("encoding=\"UTF-8\"");
+  if (!in || command == std::string::npos || end < command || encoding == std::string::npos) {
+    error = "the task definition " + definition + " is missing or has no Command";
+    return false;
+  }
+  xml.replace(command + 9, end - command - 9, "\"" + folder + "cvupdater.exe\"");
+  xml.replace(encoding, 16, "encoding=\"UTF-16\"");
+  // schtasks /XML reads UTF-16 alone.
+  std::vector<wchar_t> wide(xml.size() + 2, L'\0');
+  wide[0] = 0xFEFF;
+  const int length = MultiByteToWideChar(CP_UTF8, 0, xml.data(), static_cast<int>(xml.size()),
+                                         wide.data() + 1, static_cast<int>(xml.size()));
+  const std::string file = folder + kRegistered;
+  {
+    std::ofstream out(file.c_str(), std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(wide.data()),
+              static_cast<std::streamsize>(sizeof(wchar_t)) * (length + 1));
+  }
+  const long code =
+      schtasks(std::string("/Create /TN \"") + kTaskName + "\" /XML \"" + file + "\" /F");
+  if (code != 0)
+    error = "schtasks /Create exited with " + std::to_string(code);
+  return code == 0;
+}
+
+bool TaskSchedule::removeTask(const std::string& localId,
+                              unsigned long waitMs,
+                              std::string& error) {
+  // Ended first, so that the update it runs does not live on without its task; the deletion then
+  // keeps new ones from starting. A task that is not there (or a system without /End) is no
+  // failure.
+  schtasks(std::string("/End /TN \"") + kTaskName + "\"");
+  schtasks(std::string("/Delete /TN \"") + kTaskName + "\" /F");
+  for (const ULONGLONG start = GetTickCount64(); anotherRuns(localId); Sleep(200)) {
+    if (GetTickCount64() - start > waitMs) {
+      error = "a process of " + localId + "*.exe still runs";
+      return false;
+    }
+  }
+  return true;
+}
