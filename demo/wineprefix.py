@@ -6,13 +6,23 @@ Every process started in a prefix runs with a time limit; when it runs out the p
 with `wineserver -k`, which touches no other prefix.
 """
 
+import argparse
 import os
 import re
 import shutil
 import subprocess
+import sys
 
 SOURCE_DIR = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 MAKE_PREFIX = os.path.join(SOURCE_DIR, "cmake", "make-prefix.sh")
+
+
+def build_dir_argument():
+    """A test script's --build-dir, made absolute; the other arguments stay for unittest."""
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build-dir", required=True)
+    args, sys.argv[1:] = parser.parse_known_args()
+    return os.path.abspath(args.build_dir)
 
 
 class Prefix:

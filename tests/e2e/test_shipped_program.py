@@ -5,7 +5,6 @@ the printers and deletes the packages. Every run has a time limit,
 after which the prefix is ended with `wineserver -k`. (e2e_main_job covers a whole update run.)
 """
 
-import argparse
 import os
 import subprocess
 import sys
@@ -13,7 +12,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "demo"))
-from wineprefix import Prefix  # noqa: E402
+from wineprefix import Prefix, build_dir_argument  # noqa: E402
 
 BUILD_DIR = None
 INSTALL = r"C:\Program Files\Corvane\Orrery"
@@ -143,8 +142,5 @@ class ShippedProgram(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--build-dir", required=True)
-    args, rest = parser.parse_known_args()
-    BUILD_DIR = os.path.abspath(args.build_dir)
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    BUILD_DIR = build_dir_argument()
+    unittest.main(verbosity=2)

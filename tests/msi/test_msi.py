@@ -8,7 +8,6 @@ neither triggers nor principal, so the definition the settings tool registered i
 DACL lives only as long as the prefix's wineserver (it is not saved), so the server is kept running.
 """
 
-import argparse
 import glob
 import os
 import shutil
@@ -18,7 +17,7 @@ import tempfile
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "demo"))
-from wineprefix import Prefix  # noqa: E402
+from wineprefix import Prefix, build_dir_argument  # noqa: E402
 
 BUILD_DIR = None
 SOURCE_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
@@ -148,8 +147,5 @@ class Msi(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--build-dir", required=True)
-    args, rest = parser.parse_known_args()
-    BUILD_DIR = os.path.abspath(args.build_dir)
-    unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
+    BUILD_DIR = build_dir_argument()
+    unittest.main(verbosity=2)

@@ -66,46 +66,39 @@ TEST_F(WebUpdaterAdapterTest, InitialisesTheLibraryForItsLifetimeAndAsksItWhethe
 }
 
 // The directory is taken with or without its trailing backslash; without one stored, the first
-// run writes the printer-driver directory back (Windows 7: version code 9, so "\3").
-TEST_F(WebUpdaterAdapterTest, FindsTheLibraryInTheStoredOrElseThePrinterDriverDirectory) {
-  std::string directory = testsupport::executableDirectory();
-  directory.pop_back();
-  for (const std::string& stored : {directory, directory + "\\"}) {
-    store_.set(kUpdater, "WebUpdaterDllPath", stored);
-    EXPECT_TRUE(WebUpdaterAdapter().isInternetAvailable()) << stored;
-  }
-  store_.remove(kUpdater, "WebUpdaterDllPath");
-  EXPECT_FALSE(WebUpdaterAdapter().isInternetAvailable());
-  EXPECT_EQ("C:\\windows\\system32\\spool\\drivers\\x64\\3",
-            store_.get(kUpdater, "WebUpdaterDllPath"));
-}
-
-// A directory that did not come from the spooler is never written back, and a library path
-// without its drive (a folder below the current drive's root, where anyone may plant a DLL) is not
-// loaded, whether it is stored so or what a failing spooler left; the always-written log says so.
-TEST_F(WebUpdaterAdapterTest, NeverLoadsTheLibraryFromAPathWithoutItsDrive) {
+// run writes the printer-driver directory back (Windows 7: version code 9, so "\3"). A directory
+// that did not come from the spooler is never written back, and a library path without its drive
+// (a folder below the current drive's root, where anyone may plant a DLL) is not loaded, whether
+// it is stored so or what a failing spooler left; the always-written log says so.
+TEST_F(WebUpdaterAdapterTest, FindsTheLibraryInTheStoredOrThePrinterDriverDirectoryWithItsDrive) {
   testsupport::SpoolerScenario spooler;
-  const std::string planted = "C:\\hkweplant";
+  const std::string planted = "C:\\hkweplant", here = testsupport::executableDirectory();
   CreateDirectoryA(planted.c_str(), nullptr);
-  ASSERT_TRUE(CopyFileA((testsupport::executableDirectory() + "wupdstandin.dll").c_str(),
-                        (planted + "\\hkwewupd.DLL").c_str(), FALSE));
-  const std::pair<std::string, std::string> rows[] = {{"\\hkweplant", "\\hkweplant\\hkwewupd.DLL"},
-                                                      {".", ".\\hkwewupd.DLL"},
-                                                      {"", "\\hkwewupd.DLL"}};
-  for (const auto& [stored, path] : rows) {
-    store_.set(kUpdater, "WebUpdaterDllPath", stored);
-    if (stored.empty()) {
+  ASSERT_TRUE(CopyFileA((here + "wupdstandin.dll").c_str(), (planted + "\\hkwewupd.DLL").c_str(),
+                        FALSE));
+  const struct {
+    std::string stored;  // "-": none, "!": none and a failing spooler
+    bool loaded;
+    std::string refused, written;
+  } rows[] = {{here.substr(0, here.size() - 1), true, "", here.substr(0, here.size() - 1)},
+              {here, true, "", here},
+              {"-", false, "", "C:\\windows\\system32\\spool\\drivers\\x64\\3"},
+              {"\\hkweplant", false, "\\hkweplant\\hkwewupd.DLL", "\\hkweplant"},
+              {".", false, ".\\hkwewupd.DLL", "."},
+              {"!", false, "\\hkwewupd.DLL", "none"}};
+  for (const auto& row : rows) {
+    store_.set(kUpdater, "WebUpdaterDllPath", row.stored);
+    if (row.stored == "-" || row.stored == "!")
       store_.remove(kUpdater, "WebUpdaterDllPath");
-      spooler.write({}, RPC_S_SERVER_UNAVAILABLE);
-    }
+    spooler.write({}, row.stored == "!" ? RPC_S_SERVER_UNAVAILABLE : 0);
     testsupport::LogCapture log(0);
-    EXPECT_FALSE(WebUpdaterAdapter().isInternetAvailable()) << stored;
-    EXPECT_TRUE(
-        log.contains("WebUpdaterAdapter::initialize : The updater dll path is not fully qualified, "
-                     "not loading '" +
-                     path + "'"))
-        << stored;
-    EXPECT_EQ(stored.empty() ? "none" : stored, store_.get(kUpdater, "WebUpdaterDllPath"));
+    EXPECT_EQ(row.loaded, WebUpdaterAdapter().isInternetAvailable()) << row.stored;
+    EXPECT_EQ(!row.refused.empty(),
+              log.contains("WebUpdaterAdapter::initialize : The updater dll path is not fully "
+                           "qualified, not loading '" +
+                           row.refused + "'"))
+        << row.stored;
+    EXPECT_EQ(row.written, store_.get(kUpdater, "WebUpdaterDllPath")) << row.stored;
   }
   testsupport::removeTree(planted);
 }
