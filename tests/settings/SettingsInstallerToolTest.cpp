@@ -55,7 +55,10 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
            "] z: the registry refused it (status 234)\nCould not install every default setting "
            "from " +
            file + " into " + store + "\n",
-       "0"}};
+       "0"},
+      // No section: a file the installer cannot parse.
+      {"a=dword:1\r\n", "", 1, noPrinter("").substr(1),
+       "Could not install every default setting from " + file + " into " + store + "\n", "none"}};
   testsupport::SpoolerScenario spooler;  // No printers.
   for (const auto& row : rows) {
     testsupport::deleteKeyTree(root);
