@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
+#include <winspool.h>
+
 #include "logging/Logger.h"
 #include "support/TestSupport.h"
 
@@ -89,5 +93,45 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
             withoutCarriageReturns(errors));
   testsupport::deleteKeyTree(root);
   DeleteFileA(file.c_str());
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+}
+
+// /remove waits until no other process of the program's local id runs (here a copy of the helper
+// that holds on until let go), then resumes the printers that a killed run left paused, and
+// deletes the store and says so; the family key stays.
+TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesTheStore) {
+  const std::string id = testsupport::localId().substr(0, 2) + "sz";
+  const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id;
+  const std::string record = "Office Inkjet\0\0";
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (root + "\\Settings\\Updater").c_str(), "PausedPrinters",
+                  REG_MULTI_SZ, record.c_str(), static_cast<DWORD>(record.size() + 1));
+  PrinterScenario paused{"Office Inkjet", "Corvane Inkjet Driver"};
+  paused.status = PRINTER_STATUS_PAUSED;
+  testsupport::SpoolerScenario spooler;
+  spooler.write({paused});
+  const std::string folder = testsupport::executableDirectory(), event = id + "_letgo";
+  const ScopedHandle letGo(CreateEventA(nullptr, TRUE, FALSE, event.c_str()));
+  const std::pair<const char*, const char*> copies[] = {{"test_helper.exe", "_run.exe"},
+                                                        {"cvupsettings.exe", "_remove.exe"}};
+  for (const auto& [source, copy] : copies)
+    CopyFileA((folder + source).c_str(), (folder + id + copy).c_str(), FALSE);
+  testsupport::Process run(testsupport::besideTests(id + "_run.exe", "mutex-hold " + id + " " +
+                                                                         event + " release"));
+  ASSERT_TRUE(run.waitForOutput("held", 20000));
+  testsupport::Process remover(testsupport::besideTests(id + "_remove.exe", "/remove"));
+  const std::string resumed = "SetPrinterA name=Office Inkjet command=2 result=1";
+  EXPECT_FALSE(remover.wait(3000));
+  EXPECT_EQ(std::string::npos, spooler.journal().find(resumed)) << "resumed before the run ended";
+  SetEvent(letGo.get());
+  ASSERT_TRUE(remover.wait(60000));
+  EXPECT_EQ(0u, remover.exitCode()) << remover.errors();
+  EXPECT_NE(std::string::npos, spooler.journal().find(resumed)) << spooler.journal();
+  EXPECT_EQ("Removed the scheduled task and the store HKLM\\" + root + "\n",
+            withoutCarriageReturns(remover.output()));
+  EXPECT_FALSE(testsupport::keyExists(root));
+  EXPECT_TRUE(testsupport::keyExists(testsupport::familyPath()));
+  run.wait(20000);
+  for (const auto& [source, copy] : copies)
+    DeleteFileA((folder + id + copy).c_str());
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
