@@ -29,8 +29,9 @@ Mutex::Mutex(const std::string& name, const std::string& sddl) : name_(name) {
   if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl.c_str(), SDDL_REVISION_1,
                                                             descriptor.receive(), nullptr)) {
     const DWORD error = GetLastError();
-    throw Win32Exception("Mutex::Mutex() ConvertStringSecurityDescriptorToSecurityDescriptor failed",
-                         error, "Mutex", __LINE__);
+    throw Win32Exception(
+        "Mutex::Mutex() ConvertStringSecurityDescriptorToSecurityDescriptor failed", error, "Mutex",
+        __LINE__);
   }
   SECURITY_ATTRIBUTES attributes = {sizeof(SECURITY_ATTRIBUTES), descriptor.get(), FALSE};
   // CreateMutexA opens an existing mutex with every right, which its DACL may refuse to users;

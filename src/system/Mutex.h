@@ -8,8 +8,8 @@
 #include "system/UniqueHandle.h"
 
 // A named system mutex, shared by every process that opens the same name (no namespace prefix is
-// added; a name may carry one, "Global\" for every session of the machine). Owns its handle; the destructor closes it without releasing holds, so other waiters
-// then find the mutex abandoned.
+// added; a name may carry one, "Global\" for every session of the machine). Owns its handle; the
+// destructor closes it without releasing holds, so other waiters then find the mutex abandoned.
 //
 // Threads: acquire() and release() may be called from any thread; the hold count and owner are
 // written only by the thread holding the mutex. Failures of system calls throw Win32Exception.

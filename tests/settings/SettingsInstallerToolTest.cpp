@@ -115,8 +115,8 @@ TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesT
                                                         {"cvupsettings.exe", "_remove.exe"}};
   for (const auto& [source, copy] : copies)
     CopyFileA((folder + source).c_str(), (folder + id + copy).c_str(), FALSE);
-  testsupport::Process run(testsupport::besideTests(id + "_run.exe", "mutex-hold " + id + " " +
-                                                                         event + " release"));
+  testsupport::Process run(
+      testsupport::besideTests(id + "_run.exe", "mutex-hold " + id + " " + event + " release"));
   ASSERT_TRUE(run.waitForOutput("held", 20000));
   testsupport::Process remover(testsupport::besideTests(id + "_remove.exe", "/remove"));
   const std::string resumed = "SetPrinterA name=Office Inkjet command=2 result=1";

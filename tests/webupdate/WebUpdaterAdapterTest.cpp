@@ -74,8 +74,8 @@ TEST_F(WebUpdaterAdapterTest, FindsTheLibraryInTheStoredOrThePrinterDriverDirect
   testsupport::SpoolerScenario spooler;
   const std::string planted = "C:\\hkweplant", here = testsupport::executableDirectory();
   CreateDirectoryA(planted.c_str(), nullptr);
-  ASSERT_TRUE(CopyFileA((here + "wupdstandin.dll").c_str(), (planted + "\\hkwewupd.DLL").c_str(),
-                        FALSE));
+  ASSERT_TRUE(
+      CopyFileA((here + "wupdstandin.dll").c_str(), (planted + "\\hkwewupd.DLL").c_str(), FALSE));
   const struct {
     std::string stored;  // "-": none, "!": none and a failing spooler
     bool loaded;
