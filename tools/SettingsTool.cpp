@@ -20,6 +20,8 @@
 #include <string>
 
 #include "TaskSchedule.h"
+#include "logging/LogSwitches.h"
+#include "logging/Logger.h"
 #include "printers/DeviceEnumerator.h"
 #include "printers/PauseRecord.h"
 #include "printers/PrinterSpoolerWrapper.h"
@@ -28,6 +30,7 @@
 #include "settings/SettingsInstaller.h"
 #include "settings/SettingsKeys.h"
 #include "system/CurrentProcess.h"
+#include "system/Exception.h"
 #include "system/Localize.h"
 #include "system/UniqueHandle.h"
 #include "updater/DownloadRecord.h"
@@ -160,8 +163,8 @@ bool installSettings(const std::string& file, const std::list<std::string>& valu
   return complete;
 }
 
-// Everything but the store itself, which goes once the tool's log is gone (`store` names it).
-int remove(std::string& store) {
+// Everything but the store itself, which goes once the tool's log is gone (deleteStore()).
+int remove(bool& deleteStore) {
   std::string error;
   if (!TaskSchedule::removeTask(Localize::getInstance()->getLocalId(), kRunWaitMs, error)) {
     failed("Could not remove the updater: " + error + "; try again when it has ended");
@@ -172,11 +175,45 @@ int remove(std::string& store) {
   PrinterSpoolerWrapper spooler;
   PauseRecord::recoverAbandonedPause(spooler);
   DownloadRecord::recoverAbandonedDownloads();
-  store = storePath();
+  deleteStore = true;
   return 0;
 }
 
-int run(const Options& options, std::string& storeToDelete) {
+// The log's switches while the store goes: none, so that no line reads a switch (and writes it
+// back, bringing the store back with it).
+class NoSwitches : public LogSwitches {
+ public:
+  bool exist() const override { return false; }
+  uint32_t read(const std::string&, uint32_t defaultValue) const override { return defaultValue; }
+};
+
+// Deletes the store, and the product family's key with it when it was the last component's and
+// "DeleteStoreOnUninstall" allows; 0, or 1 when the store could not be deleted.
+int deleteStore() {
+  static const NoSwitches none;
+  Localize::createInstance(nullptr);
+  Logger::createInstance(none);
+  const std::string store = storePath();
+  const std::string family = Localize::getInstance()->getProductFamilyRegistryPath();
+  int result = 0;
+  try {
+    Settings().deleteStore();
+    ScopedKey left;
+    std::string removed = "the store HKLM\\" + store;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, family.c_str(), 0, KEY_READ, left.receive()) !=
+        ERROR_SUCCESS)
+      removed += " and, the last component's, the family's key HKLM\\" + family;
+    printf("Removed the scheduled task and %s\n", removed.c_str());
+  } catch (const Exception& e) {
+    failed("Could not delete the store HKLM\\" + store + ": " + e.getMessage());
+    result = 1;
+  }
+  Logger::destroyInstance();
+  Localize::destroyInstance();
+  return result;
+}
+
+int run(const Options& options, bool& storeToDelete) {
   if (options.remove)
     return remove(storeToDelete);
   const std::string folder = CurrentProcess::getInstance()->getDirectory();
@@ -244,7 +281,7 @@ int runSettingsTool(const std::vector<std::string>& arguments) {
     return 2;
   }
   int result = 3;
-  std::string storeToDelete;
+  bool storeToDelete = false;
   {
     const ProcessScope process;
     if (!process.started()) {
@@ -258,10 +295,8 @@ int runSettingsTool(const std::vector<std::string>& arguments) {
     }
   }
   // Deleted once the log is gone: a line written later would bring its switches back.
-  if (!storeToDelete.empty()) {
-    RegistryKey::recurseDeleteKey(storeToDelete, HKEY_LOCAL_MACHINE);
-    printf("Removed the scheduled task and the store HKLM\\%s\n", storeToDelete.c_str());
-  }
+  if (storeToDelete)
+    result = deleteStore();
   fflush(stdout);
   return result;
 }
