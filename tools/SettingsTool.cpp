@@ -152,7 +152,8 @@ bool installSettings(const std::string& file, const std::list<std::string>& valu
         value.substr(name == std::string::npos ? 0 : name + 1, equals - name - 1);
     std::string data;
     const uint32_t type = IniReader::getValueType(value.substr(equals + 1), data);
-    const LONG status = type == IniReader::kDwordType
+    // Unlike the file's, a /set value of no type or no decimal number is not written at all.
+    const LONG status = type == IniReader::kDwordType && IniReader::isDecimal(data)
                             ? writeDwordValue(section, key, static_cast<DWORD>(atol(data.c_str())))
                         : type == IniReader::kStringType ? writeStringValue(section, key, data)
                                                          : ERROR_INVALID_DATA;

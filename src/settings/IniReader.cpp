@@ -147,6 +147,14 @@ IniReader::KeyValPairs IniReader::getSectionData(const std::string& sectionName)
   return pairs;
 }
 
+bool IniReader::isDecimal(const std::string& data) {
+  const std::string::size_type start = data.find_first_not_of(" \t");
+  if (start == std::string::npos)
+    return false;
+  const std::string::size_type digits = start + (data[start] == '-' || data[start] == '+' ? 1 : 0);
+  return digits < data.size() && data.find_first_not_of("0123456789", digits) == std::string::npos;
+}
+
 uint32_t IniReader::getValueType(const std::string& value, std::string& parsedValue) {
   FunctionTrace trace =
       FunctionTrace::open(kLogQnv, "IniReader::getValueType(value=" + value + "):");

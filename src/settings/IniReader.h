@@ -35,6 +35,9 @@ class IniReader {
   // Splits "type:data" at the first colon: 1 for "string", 2 for "dword", 0 otherwise.
   // `parsedValue` gets the data only when there is at least one character after the colon.
   static uint32_t getValueType(const std::string& value, std::string& parsedValue);
+  // Whether a "dword:" value's data is a number that atol reads whole: blanks, a sign, and
+  // digits to the end ("0x10" is not: atol reads 0).
+  static bool isDecimal(const std::string& data);
 
  private:
   struct SectionData {

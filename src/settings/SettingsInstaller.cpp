@@ -11,15 +11,6 @@ namespace {
 
 const char kNotParsed[] = "Settings file could not be parsed properly.";
 
-// What atol reads whole: blanks, a sign, and digits to the end.
-bool isDecimal(const std::string& text) {
-  const std::string::size_type start = text.find_first_not_of(" \t");
-  if (start == std::string::npos)
-    return false;
-  const std::string::size_type digits = start + (text[start] == '-' || text[start] == '+' ? 1 : 0);
-  return digits < text.size() && text.find_first_not_of("0123456789", digits) == std::string::npos;
-}
-
 LONG writeValue(const std::string& keyPath,
                 const std::string& valueName,
                 DWORD type,
@@ -121,7 +112,7 @@ bool SettingsInstaller::installSettings() {
         case IniReader::kDwordType: {
           const DWORD number = static_cast<DWORD>(atol(data.c_str()));
           const LONG status = writeDwordValue(section, key, number);
-          if (!isDecimal(data))
+          if (!IniReader::isDecimal(data))
             report(section, key,
                    "'" + data + "' is not a decimal number; " + std::to_string(number) +
                        " was written");

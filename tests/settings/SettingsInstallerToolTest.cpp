@@ -50,6 +50,11 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
       {sample, "", 0, installed + noPrinter("Corvane Inkjet Driver"), "", "2000"},
       {sample, "/set Settings\\Updater\\PrinterPollInterval=dword:70 /lock", 0,
        installed + noPrinter("Corvane Inkjet Driver"), "", "70"},
+      {sample, "/set Settings\\Updater\\PrinterPollInterval=dword:0x46", 1,
+       noPrinter("Corvane Inkjet Driver").substr(1),
+       notAsWritten + "PrinterPollInterval: /set Settings\\Updater\\PrinterPollInterval=dword:0x46 "
+                      "was not written (status 13)\n",
+       "2000"},
       {"", "", 2, "", "Settings file not found: " + file + "\n", "none"},
       {sample, "/quiet", 2, "", "Usage: ", "none"},
       {bad, "", 1, noPrinter("").substr(1),
