@@ -55,8 +55,7 @@ class Msi(unittest.TestCase):
         folder = r"C:\Tools\Orrery"
         code, _ = self.msiexec("/i", r"C:\orrery.msi", "INSTALLDIR=" + folder + "\\",
                                "WEBSERVERURL=http://updates.example/[package_code]",
-                               "DRIVERNAME=Office Driver", "DLLPATH=" + folder + "\\",
-                               r"DATAPATH=C:\Data\Catalog")
+                               "DRIVERNAME=Office Driver", r"DATAPATH=C:\Data\Catalog")
         self.assertEqual(0, code)
         self.assertEqual(sorted(SHIPPED + ["orrery-updater-task.xml"]),
                          sorted(os.listdir(self.prefix.unix(folder))))
