@@ -84,11 +84,13 @@ void failed(const std::string& what) {
   fprintf(stderr, "%s\n", what.c_str());
 }
 
-// The store's path below HKEY_LOCAL_MACHINE, without its trailing backslash.
+// The store's path below HKEY_LOCAL_MACHINE, with its trailing backslash (storeRoot) or without.
+std::string storeRoot() {
+  return Localize::getInstance()->getRegistryPath(Localize::kLocalPath);
+}
 std::string storePath() {
-  std::string path = Localize::getInstance()->getRegistryPath(Localize::kLocalPath);
-  path.pop_back();
-  return path;
+  const std::string root = storeRoot();
+  return root.substr(0, root.size() - 1);
 }
 
 // Sets the DACL of `path` and of every key below it to administrators and SYSTEM alone.
@@ -134,7 +136,7 @@ void warnWithoutPrinters() {
 // Installs the settings file and the single values; false when anything was not installed as
 // written (each named on stderr).
 bool installSettings(const std::string& file, const std::list<std::string>& values) {
-  const std::string root = Localize::getInstance()->getRegistryPath(Localize::kLocalPath);
+  const std::string root = storeRoot();
   bool complete = true;
   const auto report = [&complete](const std::string& section, const std::string& key,
                                   const std::string& cause) {
@@ -220,8 +222,7 @@ int run(const Options& options, bool& storeToDelete) {
   const std::string folder = CurrentProcess::getInstance()->getDirectory();
   const std::string file =
       options.file.empty() ? folder + Settings::getMarkerFilePath() : options.file;
-  const std::string store =
-      "HKLM\\" + Localize::getInstance()->getRegistryPath(Localize::kLocalPath);
+  const std::string store = "HKLM\\" + storeRoot();
   const DWORD attributes = GetFileAttributesA(file.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
     failed("Settings file not found: " + file);
