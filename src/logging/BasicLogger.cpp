@@ -135,39 +135,58 @@ void BasicLogger::write(const LoggerComponent& component, uint32_t level, const 
 void BasicLogger::write(const LoggerComponent& component, uint32_t level, const char* text) {
   if (g_loggingDisabled || !mutex_)
     return;
-  std::string line;
-  {
-    // Header switches are read before the lock is taken.
-    uint32_t clock = 0, processId = 0, threadId = 0;
-    getCachedSetting(LogSwitchNames::kClocktimeInHeader, clock, 1, kSettingMaxAgeMs);
-    getCachedSetting(LogSwitchNames::kProcIdInHeader, processId, 0, kSettingMaxAgeMs);
-    getCachedSetting(LogSwitchNames::kThreadIdInHeader, threadId, 0, kSettingMaxAgeMs);
+  // Header switches are read before the lock is taken.
+  LineHeader header = {0, 0, 0};
+  getCachedSetting(LogSwitchNames::kClocktimeInHeader, header.clock, 1, kSettingMaxAgeMs);
+  getCachedSetting(LogSwitchNames::kProcIdInHeader, header.processId, 0, kSettingMaxAgeMs);
+  getCachedSetting(LogSwitchNames::kThreadIdInHeader, header.threadId, 0, kSettingMaxAgeMs);
 
-    InterProcessLock lock(*mutex_);
-    std::ostringstream stream;
-    stream << getLinePrefix(component, level, text);
-    stream << std::setfill('0');
-    if (clock != 0) {
-      SYSTEMTIME now;
-      GetLocalTime(&now);
-      stream << std::setw(4) << now.wYear << "/" << std::setw(2) << now.wMonth << "/"
-             << std::setw(2) << now.wDay << "-" << std::setw(2) << now.wHour << ":" << std::setw(2)
-             << now.wMinute << ":" << std::setw(2) << now.wSecond << "." << std::setw(3)
-             << now.wMilliseconds << " ";
-    }
-    // Hexadecimal stays on for the rest of the line.
-    if (processId != 0)
-      stream << "pid=" << std::hex << std::setw(4) << GetCurrentProcessId() << " ";
-    const uint32_t currentThread = GetCurrentThreadId();
-    if (threadId != 0)
-      stream << "tid=" << std::hex << std::setw(4) << currentThread << " ";
-    stream << std::setfill(' ') << std::left << std::setw(static_cast<int>(componentColumnWidth_))
-           << component.getName() << " ";
-    const int32_t depth = getDepth(currentThread);
-    stream << std::string(depth > 0 ? static_cast<size_t>(depth) : 0, ' ')
-           << (text != nullptr ? text : "") << getLineSuffix(component, level, text) << "\r\n";
-    appendToFile(stream.str());
+  const InterProcessLock lock(*mutex_, lineWaitMs());
+  if (!lock.isHeld()) {
+    ++droppedLines_;
+    return;
   }
+  std::string lines;
+  const uint32_t dropped = droppedLines_.exchange(0);
+  if (dropped != 0) {
+    const std::string note = "BasicLogger: " + std::to_string(dropped) +
+                             " line(s) dropped: another process held the log for more than " +
+                             std::to_string(kLineWaitMs / 1000) + " s";
+    lines = composeLine(header, component, LOG_ALWAYS, note.c_str());
+  }
+  appendToFile(lines + composeLine(header, component, level, text));
+}
+
+std::string BasicLogger::composeLine(const LineHeader& header,
+                                     const LoggerComponent& component,
+                                     uint32_t level,
+                                     const char* text) {
+  std::ostringstream stream;
+  stream << getLinePrefix(component, level, text);
+  stream << std::setfill('0');
+  if (header.clock != 0) {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    stream << std::setw(4) << now.wYear << "/" << std::setw(2) << now.wMonth << "/" << std::setw(2)
+           << now.wDay << "-" << std::setw(2) << now.wHour << ":" << std::setw(2) << now.wMinute
+           << ":" << std::setw(2) << now.wSecond << "." << std::setw(3) << now.wMilliseconds << " ";
+  }
+  // Hexadecimal stays on for the rest of the line.
+  if (header.processId != 0)
+    stream << "pid=" << std::hex << std::setw(4) << GetCurrentProcessId() << " ";
+  const uint32_t currentThread = GetCurrentThreadId();
+  if (header.threadId != 0)
+    stream << "tid=" << std::hex << std::setw(4) << currentThread << " ";
+  stream << std::setfill(' ') << std::left << std::setw(static_cast<int>(componentColumnWidth_))
+         << component.getName() << " ";
+  const int32_t depth = getDepth(currentThread);
+  stream << std::string(depth > 0 ? static_cast<size_t>(depth) : 0, ' ')
+         << (text != nullptr ? text : "") << getLineSuffix(component, level, text) << "\r\n";
+  return stream.str();
+}
+
+uint32_t BasicLogger::lineWaitMs() const {
+  return droppedLines_ == 0 ? kLineWaitMs : kBusyLineWaitMs;
 }
 
 void BasicLogger::appendToFile(const std::string& line) {
@@ -196,8 +215,9 @@ void BasicLogger::appendToFile(const std::string& line) {
 void BasicLogger::deleteLogFile() {
   if (!mutex_)
     return;
-  InterProcessLock lock(*mutex_);
-  DeleteFileA(logFilePath_.c_str());
+  const InterProcessLock lock(*mutex_, lineWaitMs());
+  if (lock.isHeld())
+    DeleteFileA(logFilePath_.c_str());
 }
 
 void BasicLogger::onLogFileMissing() {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -19,9 +20,18 @@
 // dropped. If the mutex cannot be set up, logging is off for the rest of the process. A failed
 // wait on the mutex throws Win32Exception out of write().
 //
+// A process that holds the mutex without end (hung, or hostile) must not stall every other
+// process: a line that cannot have the mutex within kLineWaitMs is dropped and counted, and while
+// lines are being dropped the next ones wait only kBusyLineWaitMs. The first line that gets
+// through is preceded by one line saying how many were dropped. deleteLogFile() waits as long as
+// a line would, and deletes nothing when the wait runs out.
+//
 // Threads: write(), isLevelEnabled() and the depth operations may be called from any thread.
 class BasicLogger {
  public:
+  static constexpr uint32_t kLineWaitMs = 3000;
+  static constexpr uint32_t kBusyLineWaitMs = 50;
+
   BasicLogger(const std::string& logFilePath, uint32_t componentColumnWidth);
   virtual ~BasicLogger();
   BasicLogger(const BasicLogger&) = delete;
@@ -71,12 +81,24 @@ class BasicLogger {
     uint32_t value;
     uint32_t tick;
   };
+  // The header switches of a line, read before the mutex is taken.
+  struct LineHeader {
+    uint32_t clock;
+    uint32_t processId;
+    uint32_t threadId;
+  };
 
   void setLogFile(const std::string& path);
-  std::string composeLine(const LoggerComponent& component, uint32_t level, const char* text);
+  std::string composeLine(const LineHeader& header,
+                          const LoggerComponent& component,
+                          uint32_t level,
+                          const char* text);
   void appendToFile(const std::string& line);
+  // How long the next line waits for the mutex.
+  uint32_t lineWaitMs() const;
 
   std::unique_ptr<Mutex> mutex_;
+  std::atomic<uint32_t> droppedLines_{0};
   std::string logFilePath_;
   uint32_t componentColumnWidth_;
   CriticalSection depthSection_;

@@ -26,6 +26,31 @@ std::list<std::string> splitNullList(const char* buffer, uint32_t length) {
   return items;
 }
 
+// A name as a report shows it: whole while short, else its start and its length.
+std::string shown(const std::string& name) {
+  const size_t kShown = 64;
+  return name.size() <= kShown
+             ? name
+             : name.substr(0, kShown) + "... (" + std::to_string(name.size()) + " characters)";
+}
+
+// Why the registry cannot take `section` as a key path; empty when it can.
+std::string keyPathTooLong(const std::string& section) {
+  if (section.size() > IniReader::kMaxKeyPathLength)
+    return "the key path is longer than " + std::to_string(IniReader::kMaxKeyPathLength) +
+           " characters";
+  for (std::string::size_type start = 0; start <= section.size();) {
+    std::string::size_type end = section.find('\\', start);
+    if (end == std::string::npos)
+      end = section.size();
+    if (end - start > IniReader::kMaxKeyNameLength)
+      return "a key name in the path is longer than " +
+             std::to_string(IniReader::kMaxKeyNameLength) + " characters";
+    start = end + 1;
+  }
+  return std::string();
+}
+
 }  // namespace
 
 IniReader::IniReader(const std::string& iniFileName) : iniFileName_(iniFileName) {
@@ -70,9 +95,17 @@ bool IniReader::buildSections(uint32_t bufferSize) {
       GetPrivateProfileSectionNamesA(buffer.get(), bufferSize, iniFileName_.c_str());
   if (length == 0)
     return false;
-  sections_ = splitNullList(buffer.get(), length < bufferSize ? length : bufferSize);
-  for (const std::string& name : sections_)
+  for (const std::string& name :
+       splitNullList(buffer.get(), length < bufferSize ? length : bufferSize)) {
+    const std::string cause = keyPathTooLong(name);
+    if (!cause.empty()) {
+      trace.detail([&] { return "Refused section='" + shown(name) + "': " + cause; });
+      refusals_.push_back(Refusal{shown(name), std::string(), cause});
+      continue;
+    }
+    sections_.push_back(name);
     sectionsData_.push_back(SectionData{name, KeyValPairs()});
+  }
   trace.setRc(1);
   return true;
 }
@@ -98,6 +131,13 @@ bool IniReader::buildSectionsData(uint32_t bufferSize) {
     if (keys.empty())
       trace.detail([&] { return "No key-value pairs found for section='" + section + "'"; });
     for (const std::string& key : keys) {
+      if (key.size() > kMaxValueNameLength) {
+        const std::string cause =
+            "the value name is longer than " + std::to_string(kMaxValueNameLength) + " characters";
+        trace.detail([&] { return "Refused key='" + shown(key) + "': " + cause; });
+        refusals_.push_back(Refusal{section, shown(key), cause});
+        continue;
+      }
       ZeroMemory(buffer.get(), bufferSize + 1);
       if (GetPrivateProfileStringA(section.c_str(), key.c_str(), nullptr, buffer.get(), bufferSize,
                                    iniFileName_.c_str()) == 0) {

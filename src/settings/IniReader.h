@@ -9,12 +9,30 @@
 // keeps its sections and key/value pairs in file order. Every read buffer is as large as the
 // file's size cut to its low 16 bits (so a file of exactly 64 KiB reads nothing, and a larger one
 // is cut): that limit is part of the file format. A key with an empty value is dropped (logged); an
-// entry with an empty key name ("=value") is kept, for the installer to report. Nothing throws;
-// problems are logged.
+// entry with an empty key name ("=value") is kept, for the installer to report. A section or key
+// whose name the registry cannot take (a key name of more than 255 characters, a key path of more
+// than kMaxKeyPathLength, a value name of more than 16,383) is refused before it is looked up, so
+// that the private-profile functions are never handed a name they cannot take either. Nothing
+// throws; problems are logged.
 class IniReader {
  public:
   using KeyValPair = std::pair<std::string, std::string>;
   using KeyValPairs = std::list<KeyValPair>;
+
+  // A section or key refused for the length of its name, as a report shows them (a long name by
+  // its start and its length), with the limit it exceeds.
+  struct Refusal {
+    std::string section;
+    std::string key;
+    std::string cause;
+  };
+
+  // The registry's limits on names, in characters.
+  static constexpr size_t kMaxKeyNameLength = 255;
+  // The longest key path below HKEY_LOCAL_MACHINE: a key's full name ("\REGISTRY\MACHINE\" and
+  // the path) is at most 32,767 characters.
+  static constexpr size_t kMaxKeyPathLength = 32767 - 18;
+  static constexpr size_t kMaxValueNameLength = 16383;
 
   // Value types decoded by getValueType().
   enum : uint32_t { kUnknownType = 0, kStringType = 1, kDwordType = 2 };
@@ -31,6 +49,8 @@ class IniReader {
   bool isBuilt() const { return built_; }
   // The keys dropped for having no value, as (section, key), in file order.
   const KeyValPairs& getDroppedKeys() const { return dropped_; }
+  // The sections and keys refused for their names' length, in file order.
+  const std::list<Refusal>& getRefusals() const { return refusals_; }
 
   // Splits "type:data" at the first colon: 1 for "string", 2 for "dword", 0 otherwise.
   // `parsedValue` gets the data only when there is at least one character after the colon.
@@ -48,6 +68,7 @@ class IniReader {
   std::list<std::string> sections_;
   std::list<SectionData> sectionsData_;
   KeyValPairs dropped_;
+  std::list<Refusal> refusals_;
   std::string iniFileName_;
   bool built_ = false;
 };

@@ -69,6 +69,10 @@ bool SettingsInstaller::installSettings() {
   bool result = true;
   for (const IniReader::KeyValPair& dropped : reader_->getDroppedKeys())
     report(dropped.first, dropped.second, "it has no value");
+  for (const IniReader::Refusal& refusal : reader_->getRefusals()) {
+    report(refusal.section, refusal.key, refusal.cause);
+    result = false;
+  }
   const std::list<std::string> sections = reader_->getSections();
   if (sections.empty())
     trace.detail("No registry keys found in file to be installed.");

@@ -2,10 +2,12 @@
 
 #include "system/Win32Exception.h"
 
-InterProcessLock::InterProcessLock(Mutex& mutex) : mutex_(&mutex) {
+InterProcessLock::InterProcessLock(Mutex& mutex) : InterProcessLock(mutex, INFINITE) {}
+
+InterProcessLock::InterProcessLock(Mutex& mutex, DWORD timeoutMs) : mutex_(&mutex), held_(false) {
   if (mutex_->getName().empty())
     throw Win32Exception("InterProcessLock has no name", 0, "InterProcessLock", __LINE__);
-  mutex_->acquire(INFINITE);
+  held_ = mutex_->acquire(timeoutMs);
 }
 
 InterProcessLock::~InterProcessLock() {

@@ -120,3 +120,27 @@ TEST(BasicLogger, DerivedHooksFrameTheLineAndHearOfAMissingFile) {
   EXPECT_EQ("<8,z>", text.substr(0, 5));
   EXPECT_EQ((std::vector<std::string>{"QNV   z|"}), afterClock(text.substr(5)));
 }
+
+// A process that holds the log without end stalls no writer: each line is dropped after a
+// bounded wait (the file and the log stay as they were), and the first line that gets through
+// once the log is free says how many were dropped.
+TEST(BasicLogger, DropsAndCountsTheLinesOfALogHeldByAnotherProcess) {
+  testsupport::TempDir dir;
+  const std::string path = dir.file("held.log");
+  BasicLogger logger(path, 5);
+  logger.write(kQnv, LOG_DETAIL, "before");
+  {
+    testsupport::MutexHolder holder("CVLOG_held.log");
+    ASSERT_TRUE(holder.holds());
+    for (const char* text : {"one", "two", "three"})
+      logger.write(kQnv, LOG_DETAIL, text);
+    logger.deleteLogFile();
+  }
+  logger.write(kQnv, LOG_DETAIL, "after");
+  EXPECT_EQ((std::vector<std::string>{
+                "QNV   before",
+                "QNV   BasicLogger: 3 line(s) dropped: another process held the log for more "
+                "than 3 s",
+                "QNV   after"}),
+            afterClock(testsupport::readFile(path)));
+}

@@ -32,8 +32,9 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
     sample.replace(at, programRoot.size(), root);
   const std::string tooLong = root + std::string(300, 'k');
   // Entries that the installer itself takes as installed, and that the tool still reports.
+  const std::string refused = "\\" + root + "Refused";  // The registry refuses the backslash.
   const std::string bad = "[" + updater + "]\r\nPrinterPollInterval=dword:0x10\r\nFoo=\r\n[" +
-                          tooLong + "]\r\nz=dword:1\r\n";
+                          tooLong + "]\r\nz=dword:1\r\n[" + refused + "]\r\ny=dword:1\r\n";
   const std::string failed =
       "Could not install every default setting from " + file + " into " + store + "\n";
   const std::string installed = "Installed the default settings from " + file + " into " + store;
@@ -60,10 +61,12 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
       {"", "", 2, "", "Settings file not found: " + file + "\n", "none"},
       {sample, "/quiet", 2, "", "Usage: ", "none"},
       {bad, "", 1, noPrinter("").substr(1),
-       notAsWritten + "Foo: it has no value\n" + notAsWritten +
-           "PrinterPollInterval: '0x10' is not a decimal number; 0 was written\nNot installed as "
-           "written: [" +
-           tooLong + "] z: the registry refused it (status 234)\n" + failed,
+       notAsWritten + "Foo: it has no value\nNot installed as written: [" + tooLong.substr(0, 64) +
+           "... (" + std::to_string(tooLong.size()) +
+           " characters)] : a key name in the path is longer than 255 characters\n" + notAsWritten +
+           "PrinterPollInterval: '0x10' is not a decimal number; 0 was written\n" +
+           "Not installed as written: [" + refused + "] y: the registry refused it (status 161)\n" +
+           failed,
        "0"},
       {"[" + updater + "]\r\nBad=DWORD:1\r\n", "", 1, noPrinter("").substr(1),
        notAsWritten + "Bad: 'DWORD:1' has no type (dword: or string:)\n" + failed, "none"},
@@ -141,5 +144,51 @@ TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesT
   run.wait(20000);
   for (const auto& [source, copy] : copies)
     DeleteFileA((folder + id + copy).c_str());
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+}
+
+// Names at the registry's limits pass the tool's own check; one character more is refused by name
+// before the file's reader looks it up (the private-profile functions fault on a name of 32,767
+// characters), and the tool says so and exits 1, never crashing. Wine's registry itself takes
+// shorter key names than Windows' 255 (it refuses 250 with status 234), so there the 255-character
+// key name is refused by the registry, not by the tool.
+TEST(SettingsInstallerTool, RefusesNamesLongerThanTheRegistryTakes) {
+  const std::string id = testsupport::localId().substr(0, 2) + "sl";
+  const std::string file = testsupport::executableDirectory() + id + "qnv.loc";
+  const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id;
+  const auto pathOf = [&root](size_t length) {  // Key names of at most 255 characters.
+    std::string path = root;
+    while (path.size() < length)
+      path += "\\" + std::string(std::min<size_t>(255, length - path.size() - 1), 'p');
+    return path;
+  };
+  const std::string tooLong = " is longer than ";
+  const struct {
+    std::string section, key;
+    DWORD exitCode;
+    std::string cause;  // empty: not refused for its length
+  } rows[] = {
+      {root, std::string(16383, 'v'), 0, ""},
+      {root + "\\" + std::string(255, 'k'), "v", 1, ""},
+      {root + "\\" + std::string(256, 'k'), "v", 1, "a key name in the path" + tooLong + "255"},
+      {root, std::string(16384, 'v'), 1, "the value name" + tooLong + "16383 characters"},
+      {root, std::string(32767, 'v'), 1, "the value name" + tooLong + "16383 characters"},
+      {pathOf(32767), "v", 1, "the key path" + tooLong + "32749 characters"}};
+  for (const auto& row : rows) {
+    testsupport::writeFile(file, "[" + row.section + "]\r\n" + row.key + "=dword:7\r\n");
+    DWORD exitCode = 99;
+    std::string errors;
+    testsupport::runCopy("cvupsettings.exe", id + "tool.exe", "", "", &exitCode, &errors);
+    const std::string sizes =
+        std::to_string(row.section.size()) + "/" + std::to_string(row.key.size());
+    EXPECT_EQ(row.exitCode, exitCode) << sizes;
+    EXPECT_EQ(row.cause.empty() ? std::string::npos : errors.find(row.cause),
+              errors.find(row.cause.empty() ? tooLong : row.cause))
+        << sizes;
+    EXPECT_EQ(row.exitCode == 0 ? "7" : "none", testsupport::registryValue(row.section, row.key))
+        << sizes;
+    testsupport::deleteKeyTree(root);
+  }
+  DeleteFileA(file.c_str());
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
