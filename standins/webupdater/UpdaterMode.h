@@ -14,6 +14,7 @@ enum class PathDelivery {
   kBuffer,  // written into the caller's buffer
   kAlloc,   // a block from the allocation callback replaces the pointer
   kNull,    // the pointer is set to null
+  kEmpty,   // a block of 0 bytes from the allocation callback replaces the pointer
 };
 
 struct CheckOutcome {
