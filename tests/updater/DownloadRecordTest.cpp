@@ -41,14 +41,18 @@ class DownloadRecordTest : public testing::Test {
 
 }  // namespace
 
-// What a run that is gone left behind is deleted and the note cleared; a file held open stays
-// noted, its failed attempt counted, until a later run can delete it, and a third failed run drops
-// it; the note of a run that lives is left alone.
+// What a run that is gone left behind is deleted and the note cleared, and what is gone already
+// leaves it (a detail line); a file held open stays noted, its failed attempt counted, until a
+// later run can delete it, and a third failed run drops it; the note of a run that lives is left
+// alone.
 TEST_F(DownloadRecordTest, DeletesWhatARunThatIsGoneLeftAndKeepsWhatItCannotDelete) {
   const std::string software = downloads_.file("orrery.exe"), data = downloads_.file("data.cab");
   testsupport::writeFile(software, "software");
+  const std::string gone = downloads_.file("gone.cab");
   testsupport::writeFile(data, "data");
-  noteAndDie({software, data});
+  testsupport::writeFile(gone, "gone");
+  noteAndDie({software, data, gone});
+  DeleteFileA(gone.c_str());
   {
     testsupport::MutexHolder owner("Global\\" + testsupport::localId() + "PendingDownloads");
     EXPECT_FALSE(DownloadRecord::recoverAbandonedDownloads());
@@ -61,6 +65,8 @@ TEST_F(DownloadRecordTest, DeletesWhatARunThatIsGoneLeftAndKeepsWhatItCannotDele
     EXPECT_FALSE(DownloadRecord::recoverAbandonedDownloads());
     EXPECT_TRUE(log.contains("DownloadRecord::recoverAbandonedDownloads() Deleted '" + software +
                              "', left behind by a run that ended"));
+    EXPECT_TRUE(log.contains("DownloadRecord::recoverAbandonedDownloads() '" + gone +
+                             "' is gone already; it leaves the record"));
     EXPECT_TRUE(!fileExists(software) && fileExists(data));
     EXPECT_EQ("|1|" + data, note().substr(note().find('|')));
   }
