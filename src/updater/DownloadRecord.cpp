@@ -26,27 +26,25 @@ const unsigned long kMaxAttempts = 3;
 
 struct Entry {
   std::string identity;
-  unsigned long attempts = 0;
+  unsigned long attempts;
   std::string path;
-
-  explicit Entry(const std::string& text) {
-    const std::string::size_type first = text.find(kSeparator);
-    const std::string::size_type second =
-        first == std::string::npos ? first : text.find(kSeparator, first + 1);
-    if (second == std::string::npos) {
-      path = text;  // Not an entry this program wrote: no identity, so nothing is deleted.
-      return;
-    }
-    identity = text.substr(0, first);
-    attempts = strtoul(text.substr(first + 1, second - first - 1).c_str(), nullptr, 10);
-    path = text.substr(second + 1);
-  }
-  Entry(std::string folder, std::string file)
-      : identity(std::move(folder)), path(std::move(file)) {}
-  std::string text() const {
-    return identity + kSeparator + std::to_string(attempts) + kSeparator + path;
-  }
 };
+
+Entry parseEntry(const std::string& text) {
+  const std::string::size_type first = text.find(kSeparator);
+  const std::string::size_type second =
+      first == std::string::npos ? first : text.find(kSeparator, first + 1);
+  // An entry this program did not write has no identity, so nothing it names is deleted.
+  if (second == std::string::npos)
+    return Entry{std::string(), 0, text};
+  return Entry{text.substr(0, first),
+               strtoul(text.substr(first + 1, second - first - 1).c_str(), nullptr, 10),
+               text.substr(second + 1)};
+}
+
+std::string entryText(const Entry& entry) {
+  return entry.identity + kSeparator + std::to_string(entry.attempts) + kSeparator + entry.path;
+}
 
 std::string folderOf(const std::string& path) {
   const std::string::size_type slash = path.rfind('\\');
@@ -222,13 +220,13 @@ void DownloadRecord::add(const std::string& path) {
   }
   const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
-  entries_.push_back(Entry(identityOf(folder.get()), path).text());
+  entries_.push_back(entryText(Entry{identityOf(folder.get()), 0, path}));
   if (record_.hold())
     record_.write(entries_);
 }
 
 void DownloadRecord::remove(const std::string& path) {
-  entries_.remove_if([&path](const std::string& entry) { return Entry(entry).path == path; });
+  entries_.remove_if([&path](const std::string& entry) { return parseEntry(entry).path == path; });
   if (entries_.empty())
     record_.release();
   else if (record_.isHeld())
@@ -248,7 +246,7 @@ bool DownloadRecord::deleteFile(const std::string& path) {
   const DWORD error = GetLastError();
   const bool noted =
       std::any_of(entries_.begin(), entries_.end(),
-                  [&path](const std::string& entry) { return Entry(entry).path == path; });
+                  [&path](const std::string& entry) { return parseEntry(entry).path == path; });
   if (noted && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)) {
     FunctionTrace trace = FunctionTrace::open(kLogUpdater, "DownloadRecord::deleteFile() ");
     trace.detail([&] { return "'" + path + "' is gone already; it leaves the record"; });
@@ -268,12 +266,12 @@ bool DownloadRecord::recoverAbandonedDownloads() {
       FunctionTrace::open(kLogUpdater, "DownloadRecord::recoverAbandonedDownloads() ");
   for (const std::string& entry : untrusted) {
     BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,
-                                     "DownloadRecord: not deleting '" + Entry(entry).path +
+                                     "DownloadRecord: not deleting '" + parseEntry(entry).path +
                                          "': the record's key is writable by users");
   }
   std::list<std::string> kept;
   for (const std::string& text : entries) {
-    Entry entry(text);
+    Entry entry = parseEntry(text);
     if (deleteNoted(entry, trace) == Outcome::kDone)
       continue;
     if (++entry.attempts >= kMaxAttempts) {
@@ -283,7 +281,7 @@ bool DownloadRecord::recoverAbandonedDownloads() {
                                            std::to_string(kMaxAttempts) + " runs");
       continue;
     }
-    kept.push_back(entry.text());
+    kept.push_back(entryText(entry));
   }
   if (kept.empty())
     record.release();
