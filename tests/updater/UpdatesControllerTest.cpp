@@ -302,9 +302,8 @@ TEST(UpdateRunMatrixOnXp, PassesInACopyPresentedAsWindowsXp) {
 // Odd download paths from the library: after the run, and after one more run's recovery, nothing is
 // left noted, and the program and its log are never deleted because the library named them.
 TEST_F(UpdatesControllerTest, OddDownloadPathsLeaveNothingNoted) {
-  const std::string folder = files_.file("folder"), link = files_.file("link");
+  const std::string folder = files_.file("folder");
   CreateDirectoryA(folder.c_str(), nullptr);
-  CreateSymbolicLinkA(link.c_str(), folder.c_str(), SYMBOLIC_LINK_FLAG_DIRECTORY);
   const std::string exe = testsupport::executableDirectory() + "cvctl_tests.exe";
   testsupport::LogCapture log(0);
   const std::string logFile = BasicLogger::getInstance().getLogFilePath();
@@ -315,7 +314,6 @@ TEST_F(UpdatesControllerTest, OddDownloadPathsLeaveNothingNoted) {
                                  "named,\\\\server\\share\\data.pkg",
                                  "named," + exe,
                                  "named," + logFile,
-                                 "named," + link,
                                  "named," + files_.file("gone\xE9.pkg"),
                                  "buffer," + files_.file("caf\xE9.pkg"),
                                  "empty,"};
