@@ -48,12 +48,12 @@ class ShippedProgram(unittest.TestCase):
                 "winspool.drv": "native"},
         })
 
-    def library(self, software, data, apply):
+    def library(self, software, data, apply, data_download=r"buffer,C:\e2e\data.pkg"):
         self.prefix.write(INSTALL + r"\cvupwupd.DLL.ini",
                           "[Library]\r\nJournal=C:\\e2e\\library.txt\r\n[Check]\r\nSWVER=%s\r\n"
                           "DATAVER=%s\r\n[Download]\r\nSWPKG=0,alloc,C:\\e2e\\sw.pkg\r\n"
-                          "DATAPKG=0,buffer,C:\\e2e\\data.pkg\r\n[Apply]\r\n*=%s\r\n" % (
-                              software, data, apply))
+                          "DATAPKG=0,%s\r\n[Apply]\r\n*=%s\r\n" % (
+                              software, data, data_download, apply))
 
     def printers(self, *printers):
         """The spooler's printers of the driver: (name, status) pairs; status 1 is paused."""
@@ -152,8 +152,13 @@ class ShippedProgram(unittest.TestCase):
         # Each of the three runs so far checked for both updates.
         self.assertEqual(6, len([c for c in self.journal("library.txt") if "UpdCheckForUpdateA" in c]))
 
-        # Nothing is left to recover.
+        # A catalog that the library says it put at a link to a folder is not recorded, and the
+        # folder stays; nothing is left to recover.
+        self.library(software="2", data="3,2026.3", apply="1", data_download=r"named,C:\e2elink")
         self.run_program()
+        self.assertIsNone(self.record("PendingDownloads"))
+        self.assertIn(r"'C:\e2elink' is not recorded: not a regular file", self.prefix.read(LOG))
+        self.assertTrue(self.prefix.exists(r"C:\e2e\victim.pkg"))
         self.assertEqual(recovered, self.recovery_lines())
 
 
