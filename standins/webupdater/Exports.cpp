@@ -65,6 +65,11 @@ wupd::PathDelivery deliverPath(char** path, wupd::PathDelivery wanted, const std
       return wanted;
     }
   }
+  if (wanted == wupd::PathDelivery::kFull && *path != nullptr && !file.empty()) {
+    for (size_t at = 0; at < kUpdPathBufferSize; ++at)
+      (*path)[at] = file[at % file.size()];
+    return wanted;
+  }
   if (wanted == wupd::PathDelivery::kAlloc) {
     UpdAllocateFn* allocate = g_allocate.load();
     void* block = allocate != nullptr ? allocate(file.size() + 1) : nullptr;
@@ -87,6 +92,8 @@ const char* deliveryName(wupd::PathDelivery delivery) {
       return "null";
     case wupd::PathDelivery::kEmpty:
       return "empty";
+    case wupd::PathDelivery::kFull:
+      return "full";
     case wupd::PathDelivery::kBuffer:
       break;
   }

@@ -49,6 +49,8 @@ DownloadOutcome download(const standin::ScenarioFile& scenario,
     outcome.delivery = PathDelivery::kNull;
   else if (_stricmp(mode.c_str(), "empty") == 0)
     outcome.delivery = PathDelivery::kEmpty;
+  else if (_stricmp(mode.c_str(), "full") == 0)
+    outcome.delivery = PathDelivery::kFull;
   outcome.file = fields.size() > 2 ? standin::trim(fields[2]) : std::string();
   // "named": the path is handed back in the buffer, and nothing is written there.
   if (!outcome.file.empty() && _stricmp(mode.c_str(), "named") != 0)

@@ -15,6 +15,7 @@ enum class PathDelivery {
   kAlloc,   // a block from the allocation callback replaces the pointer
   kNull,    // the pointer is set to null
   kEmpty,   // a block of 0 bytes from the allocation callback replaces the pointer
+  kFull,    // the caller's buffer is filled with the path repeated, with no terminator
 };
 
 struct CheckOutcome {
