@@ -10,8 +10,14 @@
 // downloaded), so that a later run can undo it when this one ends first: killed, powered off, or
 // stuck in the vendor library.
 //
-// The note is the REG_MULTI_SZ value `name` under "Settings\Updater" of the program's store,
-// flushed to disk with every write. Its owner holds the machine-wide named mutex
+// The note is the REG_MULTI_SZ value `name` in the store's key "Records", flushed to disk with
+// every write. The first write makes that key with a DACL that lets only SYSTEM and administrators
+// write it (users may read), and every write and read checks that it is still so: the key's owner
+// is SYSTEM or the administrators, and no other account is allowed a right to change it. A key
+// that fails the check (made by a user beforehand, or loosened since) takes no write, and its note
+// is read as untrusted. Earlier releases kept the note under "Settings\Updater", which users may
+// write: a note found there is read as untrusted too, and release() deletes it with the other.
+// Its owner holds the machine-wide named mutex
 // "Global\" + local id + `name` (the plain name where the system has no Global\ namespace), whose
 // DACL lets SYSTEM, administrators and users open it, from before the first write until it deletes
 // the note. A later run that finds the mutex free or abandoned knows the owner is gone.
@@ -32,13 +38,15 @@ class RunRecord {
   bool hold();
   bool isHeld() const { return held_; }
   // Replaces the note with `items`, which must not be empty; needs hold(). False (logged) when it
-  // could not be written.
+  // could not be written, or its key is not trusted.
   bool write(const std::list<std::string>& items);
-  // Deletes the note and releases the mutex; does nothing when it is not held.
+  // Deletes the note (in both places) and releases the mutex; does nothing when it is not held.
+  // An untrusted records key left empty is deleted, so that the next write makes it anew.
   void release();
 
-  // The note as it is now; empty when there is none or it cannot be read.
-  std::list<std::string> read() const;
+  // The note as it is now; empty when there is none or it cannot be read. With `untrusted`, the
+  // items of an untrusted note (above) go there instead of into the result.
+  std::list<std::string> read(std::list<std::string>* untrusted = nullptr) const;
   // Takes over the note of an owner that is gone (the mutex free or abandoned, asked without
   // waiting): true when this object now holds it, false while its owner lives.
   bool takeOver();
@@ -48,6 +56,9 @@ class RunRecord {
 
  private:
   bool acquire(unsigned long waitMs, bool logged);
+  // Deletes the note's value in the key `path`, and with `dropUntrustedKey` the key too when it
+  // is then empty and not trusted.
+  void deleteValue(const std::string& path, bool dropUntrustedKey) const;
   void logFailure(const std::string& text) const;
 
   std::string name_;

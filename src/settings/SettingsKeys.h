@@ -14,6 +14,8 @@ inline constexpr char kCatalogSection[] = "Settings\\Catalog\\";
 inline constexpr char kRulesEngineSection[] = "Settings\\RulesEngine\\";
 inline constexpr char kGuiQnvBranch[] = "GUI\\QNV\\";
 inline constexpr char kGuiRmvBranch[] = "GUI\\RMV\\";
+// The update runs' records, a key that only administrators and SYSTEM may write.
+inline constexpr char kRecordsKey[] = "Records";
 
 // "Settings\Updater"
 inline constexpr char kPrinterPollInterval[] = "PrinterPollInterval";

@@ -2,10 +2,15 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <utility>
 
 #include "logging/FunctionTrace.h"
 #include "settings/PathHelpers.h"
+#include "settings/Settings.h"
+#include "system/CurrentProcess.h"
 #include "system/ExportLookup.h"
 #include "system/UniqueHandle.h"
 
@@ -13,8 +18,33 @@ namespace {
 
 const char kRecordValue[] = "PendingDownloads";
 const char kOwner[] = "DownloadRecord";
-// Between a folder's identity and a path in an entry of the note; no path holds it.
+// Between the fields of an entry of the note (the folder's identity, the failed attempts to
+// delete the file, its path); no path holds it.
 const char kSeparator = '|';
+// Runs that try to delete a noted file before its entry is dropped.
+const unsigned long kMaxAttempts = 3;
+
+struct Entry {
+  std::string identity;
+  unsigned long attempts;
+  std::string path;
+};
+
+Entry parseEntry(const std::string& text) {
+  const std::string::size_type first = text.find(kSeparator);
+  const std::string::size_type second =
+      first == std::string::npos ? first : text.find(kSeparator, first + 1);
+  // An entry this program did not write has no identity, so nothing it names is deleted.
+  if (second == std::string::npos)
+    return Entry{std::string(), 0, text};
+  return Entry{text.substr(0, first),
+               strtoul(text.substr(first + 1, second - first - 1).c_str(), nullptr, 10),
+               text.substr(second + 1)};
+}
+
+std::string entryText(const Entry& entry) {
+  return entry.identity + kSeparator + std::to_string(entry.attempts) + kSeparator + entry.path;
+}
 
 std::string folderOf(const std::string& path) {
   const std::string::size_type slash = path.rfind('\\');
@@ -57,6 +87,49 @@ bool isPlainLocalPath(const std::string& path) {
   return true;
 }
 
+// Whether `file` is the program's executable, its log or its settings file.
+bool isProgramFile(HANDLE file) {
+  const std::string identity = identityOf(file);
+  const std::string directory = CurrentProcess::getInstance()->getDirectory();
+  for (const std::string& own :
+       {CurrentProcess::getInstance()->getPath(), BasicLogger::getInstance().getLogFilePath(),
+        directory + Settings::getMarkerFilePath()}) {
+    const ScopedHandle handle(openItself(own, FILE_READ_ATTRIBUTES,
+                                         FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+    if (!identity.empty() && handle.valid() && identityOf(handle.get()) == identity)
+      return true;
+  }
+  return false;
+}
+
+bool isProgramFile(const std::string& path) {
+  const ScopedHandle file(openItself(path, FILE_READ_ATTRIBUTES,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+  return file.valid() && isProgramFile(file.get());
+}
+
+// Why the library's `path` is not noted, or null when it names a regular file in a fully
+// qualified local folder that is not the program's own.
+const char* unfitForTheNote(const std::string& path) {
+  if (!isPlainLocalPath(path))
+    return "not a full local path of a file";
+  const ScopedHandle file(openItself(path, FILE_READ_ATTRIBUTES,
+                                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+  BY_HANDLE_FILE_INFORMATION info;
+  if (!file.valid() || !GetFileInformationByHandle(file.get(), &info))
+    return "no file there";
+  if ((info.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)) != 0 ||
+      GetFileType(file.get()) != FILE_TYPE_DISK)
+    return "not a regular file";
+  return isProgramFile(file.get()) ? "a file of the program's own" : nullptr;
+}
+
+void refuseOwnFile(const std::string& path) {
+  BasicLogger::getInstance().write(
+      kLogUpdater, LOG_ALWAYS,
+      "DownloadRecord: not deleting '" + path + "': a file of the program's own");
+}
+
 // Whether some folder on the way to `path`, or `path` itself, is a link (any reparse point) now.
 bool hasLinkOnTheWay(const std::string& path) {
   for (std::string::size_type end = path.find('\\', 3);; end = path.find('\\', end + 1)) {
@@ -85,13 +158,15 @@ bool deleteOpenFile(ScopedHandle& file, const std::string& path) {
 // refused) or kept for a later run.
 enum class Outcome { kDone, kKept };
 
-Outcome deleteNoted(const std::string& entry, FunctionTrace& trace) {
-  const std::string::size_type separator = entry.find(kSeparator);
-  const std::string identity = entry.substr(0, separator == std::string::npos ? 0 : separator);
-  const std::string path = entry.substr(separator == std::string::npos ? 0 : separator + 1);
+Outcome deleteNoted(const Entry& entry, FunctionTrace& trace) {
+  const std::string& path = entry.path;
   const auto refuse = [&path](const char* reason) {
     BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,
                                      "DownloadRecord: not deleting '" + path + "': " + reason);
+    return Outcome::kDone;
+  };
+  const auto gone = [&] {
+    trace.detail([&] { return "'" + path + "' is gone already; it leaves the record"; });
     return Outcome::kDone;
   };
   if (!isPlainLocalPath(path))
@@ -102,14 +177,14 @@ Outcome deleteNoted(const std::string& entry, FunctionTrace& trace) {
   const ScopedHandle folder(
       openItself(folderOf(path), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE));
   if (!folder.valid() && GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES)
-    return Outcome::kDone;  // Gone already, with its folder.
-  if (identity.empty() || identityOf(folder.get()) != identity)
+    return gone();  // With its folder.
+  if (entry.identity.empty() || identityOf(folder.get()) != entry.identity)
     return refuse("not in the folder its run downloaded into");
   ScopedHandle file(openItself(path, DELETE | FILE_READ_ATTRIBUTES,
                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
   DWORD error = GetLastError();
   if (!file.valid() && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND))
-    return Outcome::kDone;
+    return gone();
   BY_HANDLE_FILE_INFORMATION info;
   if (file.valid() && GetFileInformationByHandle(file.get(), &info)) {
     if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
@@ -118,6 +193,8 @@ Outcome deleteNoted(const std::string& entry, FunctionTrace& trace) {
       return refuse("a link");
     if (info.nNumberOfLinks != 1)
       return refuse("a file with other links");
+    if (GetFileType(file.get()) != FILE_TYPE_DISK || isProgramFile(file.get()))
+      return refuse("a file of the program's own");
     if (deleteOpenFile(file, path)) {
       trace.detail([&] { return "Deleted '" + path + "', left behind by a run that ended"; });
       return Outcome::kDone;
@@ -136,35 +213,75 @@ Outcome deleteNoted(const std::string& entry, FunctionTrace& trace) {
 DownloadRecord::DownloadRecord() : record_(kRecordValue, kOwner) {}
 
 void DownloadRecord::add(const std::string& path) {
+  if (const char* reason = unfitForTheNote(path)) {
+    FunctionTrace trace = FunctionTrace::open(kLogUpdater, "DownloadRecord::add() ");
+    trace.detail([&] { return "'" + path + "' is not recorded: " + reason; });
+    return;
+  }
   const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
-  entries_.push_back(identityOf(folder.get()) + kSeparator + path);
+  entries_.push_back(entryText(Entry{identityOf(folder.get()), 0, path}));
   if (record_.hold())
     record_.write(entries_);
 }
 
 void DownloadRecord::remove(const std::string& path) {
-  entries_.remove_if([&path](const std::string& entry) {
-    return entry.compare(entry.find(kSeparator) + 1, std::string::npos, path) == 0;
-  });
+  entries_.remove_if([&path](const std::string& entry) { return parseEntry(entry).path == path; });
   if (entries_.empty())
     record_.release();
   else if (record_.isHeld())
     record_.write(entries_);
 }
 
+bool DownloadRecord::deleteFile(const std::string& path) {
+  if (isProgramFile(path)) {
+    refuseOwnFile(path);
+    remove(path);
+    return false;
+  }
+  if (DeleteFileA(path.c_str()) != FALSE) {
+    remove(path);
+    return true;
+  }
+  const DWORD error = GetLastError();
+  const bool noted =
+      std::any_of(entries_.begin(), entries_.end(),
+                  [&path](const std::string& entry) { return parseEntry(entry).path == path; });
+  if (noted && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)) {
+    FunctionTrace trace = FunctionTrace::open(kLogUpdater, "DownloadRecord::deleteFile() ");
+    trace.detail([&] { return "'" + path + "' is gone already; it leaves the record"; });
+    remove(path);
+  }
+  return false;
+}
+
 bool DownloadRecord::recoverAbandonedDownloads() {
   // The common case, nothing recorded, reads one value and writes nothing, not even a log line.
   RunRecord record(kRecordValue, kOwner);
-  const std::list<std::string> entries = record.read();
-  if (entries.empty() || !record.takeOver())
+  std::list<std::string> untrusted;
+  const std::list<std::string> entries = record.read(&untrusted);
+  if ((entries.empty() && untrusted.empty()) || !record.takeOver())
     return false;  // Nothing to do, or its run is still working and will delete them itself.
   FunctionTrace trace =
       FunctionTrace::open(kLogUpdater, "DownloadRecord::recoverAbandonedDownloads() ");
+  for (const std::string& entry : untrusted) {
+    BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,
+                                     "DownloadRecord: not deleting '" + parseEntry(entry).path +
+                                         "': the record's key is writable by users");
+  }
   std::list<std::string> kept;
-  for (const std::string& entry : entries) {
-    if (deleteNoted(entry, trace) == Outcome::kKept)
-      kept.push_back(entry);
+  for (const std::string& text : entries) {
+    Entry entry = parseEntry(text);
+    if (deleteNoted(entry, trace) == Outcome::kDone)
+      continue;
+    if (++entry.attempts >= kMaxAttempts) {
+      BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,
+                                       "DownloadRecord: dropping '" + entry.path +
+                                           "' from the record: it could not be deleted in " +
+                                           std::to_string(kMaxAttempts) + " runs");
+      continue;
+    }
+    kept.push_back(entryText(entry));
   }
   if (kept.empty())
     record.release();

@@ -10,18 +10,24 @@
 // behind for good: a later run deletes them.
 //
 // Each download is noted as soon as the library has written it, with the identity (volume serial
-// and file index) of the folder the library put it in, in the REG_MULTI_SZ value
-// "PendingDownloads" of the store's "Settings\Updater" key: a RunRecord, held by the machine-wide
-// mutex "Global\<local id>PendingDownloads". A path leaves the note once the run has deleted the
-// file or handed it over ("DoNotDeleteDownloadedFiles"); the note goes with its last path. A file
-// whose deletion failed stays noted, for a later run.
+// and file index) of the folder the library put it in and the number of runs that failed to delete
+// it, in the REG_MULTI_SZ value "PendingDownloads" of the store's "Records" key: a RunRecord, held
+// by the machine-wide mutex "Global\<local id>PendingDownloads". Only a path that names a regular
+// file in a fully qualified local folder is noted, never the program's executable, its log or its
+// settings file (a detail line says why not). A path leaves the note once the run has deleted the
+// file, found it gone already (a detail line), or handed it over ("DoNotDeleteDownloadedFiles");
+// the note goes with its last path. A file whose deletion failed stays noted, for a later run; one
+// that three runs could not delete is dropped, and the always-written log says so.
 //
-// The note is untrusted input: any user can write the store, and the run that reads it may be
-// elevated. recoverAbandonedDownloads() therefore deletes only a regular file with no other hard
-// link, directly in the noted folder while that folder is the same one (by its identity, held open
-// so that it cannot be moved meanwhile), with no link (junction, symbolic link, any reparse point)
-// anywhere in its path. Anything else is logged at the always-written level and dropped from the
-// note, never deleted. Failures never stop the update run. Not thread-safe; one object per run.
+// The note is untrusted input wherever others than administrators and SYSTEM can write it (see
+// RunRecord): its paths are logged at the always-written level ("... the record's key is writable
+// by users") and left alone. Even a trusted note is checked, since the run that reads it may be
+// elevated: recoverAbandonedDownloads() deletes only a regular file with no other hard link,
+// directly in the noted folder while that folder is the same one (by its identity, held open so
+// that it cannot be moved meanwhile), with no link (junction, symbolic link, any reparse point)
+// anywhere in its path, and not the program's own. Anything else is logged at the always-written
+// level and dropped from the note, never deleted. Failures never stop the update run. Not
+// thread-safe; one object per run.
 class DownloadRecord {
  public:
   DownloadRecord();
@@ -30,6 +36,10 @@ class DownloadRecord {
   void add(const std::string& path);
   // Takes `path` out of the note: the run has deleted the file or handed it over.
   void remove(const std::string& path);
+  // Deletes `path`, a download this run is done with, and takes it out of the note, also when it
+  // is gone already. Never deletes the program's executable, its log or its settings file: that
+  // is logged, always, and the file stays. True when the file was deleted.
+  bool deleteFile(const std::string& path);
 
   // Deletes, as above, the files that the note of a run that is gone names and that are still
   // there, each logged through this operation's trace, and clears the note; a file that cannot be

@@ -267,10 +267,8 @@ bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type,
       trace.detail(
           "The data update failed to download, so we are deleting the downloaded software "
           "update");
-      if (remove(softwarePath.c_str()) != 0)
+      if (!downloads_.deleteFile(softwarePath))
         trace.detail([&] { return "Failed to delete '" + softwarePath + "'"; });
-      else
-        downloads_.remove(softwarePath);
       softwarePath.clear();
       dataPath.clear();
       return trace.returning(false);
@@ -454,12 +452,10 @@ void UpdatesController::performPostUpdateCleanUp(const std::string& softwarePath
   // A file that cannot be deleted stays noted, for a later run to delete.
   if (!softwarePath.empty()) {
     trace.detail([&] { return "Attempting to deleting file : " + softwarePath; });
-    if (DeleteFileA(softwarePath.c_str()))
-      downloads_.remove(softwarePath);
+    downloads_.deleteFile(softwarePath);
   }
   // The data path is deleted without an emptiness check and without a word on the result;
   // deliberate.
   trace.detail([&] { return "Attempting to deleting file : " + dataPath; });
-  if (DeleteFileA(dataPath.c_str()))
-    downloads_.remove(dataPath);
+  downloads_.deleteFile(dataPath);
 }

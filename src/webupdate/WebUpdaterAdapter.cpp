@@ -2,6 +2,8 @@
 
 #include <wininet.h>
 
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -169,7 +171,15 @@ void* WebUpdaterAdapter::AllocMemory(unsigned long long size) {
   try {
     FunctionTrace trace = FunctionTrace::open(
         kLogUpdater, "WebUpdaterAdapter::AllocMemory(" + std::to_string(size) + ")");
-    return ::operator new(size, std::nothrow);
+    // One byte more than asked, and all of them zero: whatever the library writes into the block,
+    // a path read from it ends inside it (a block of 0 bytes holds an empty path).
+    if (size >= SIZE_MAX)
+      return nullptr;
+    const size_t bytes = size_t{size} + 1;  // A 64-bit process: the size fits.
+    void* block = ::operator new(bytes, std::nothrow);
+    if (block != nullptr)
+      ZeroMemory(block, bytes);
+    return block;
   } catch (...) {
     return nullptr;
   }
@@ -265,7 +275,8 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
   const int code =
       download(url.c_str(), nullptr, &ignored, nullptr, timeOut, retryCount, &path, nullptr);
   Block libraryBlock;
-  if (path != ownBuffer.get()) {
+  const bool inOwnBuffer = path == ownBuffer.get();
+  if (!inOwnBuffer) {
     ownBuffer.reset();
     libraryBlock.reset(path);
   }
@@ -274,10 +285,17 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
       [&] { return LogText(" WebUpdaterDll Download updates call returned : ") + decimal(code); });
   if (path == nullptr)
     trace.detail("ERROR - Download update file = ''");
-  trace.detail(
-      [&] { return LogText("Download update file = '") + (path != nullptr ? path : "") + "'"; });
-  // A success without a path is no download: there is nothing to install.
-  const bool result = code == kUpdDownloadSucceeded && path != nullptr;
+  trace.detail([&] {
+    return LogText("Download update file = '") +
+           (path == nullptr ? std::string()
+                            : std::string(path, strnlen(path, kUpdPathBufferSize))) +
+           "'";
+  });
+  // A success without a path is no download: there is nothing to install. Nor is an empty path,
+  // or one that fills the program's buffer without its terminator.
+  const bool terminated = !inOwnBuffer || strnlen(path, kUpdPathBufferSize) < kUpdPathBufferSize;
+  const bool result =
+      code == kUpdDownloadSucceeded && path != nullptr && terminated && *path != '\0';
   if (result) {
     downloadedFile = path;
     trace.detail([&] { return "Update successfully downloaded '" + downloadedFile + "'"; });

@@ -39,8 +39,10 @@ class WebUpdaterAdapter {
   // Unloads the library; the adapter is not loaded afterwards.
   void uninitialize();
 
-  // The allocation callback handed to the library: `size` bytes from operator new. Never throws
-  // (the library is C code): null when the block or its trace line could not be had.
+  // The allocation callback handed to the library: `size` bytes from operator new, zero-filled,
+  // with one zero byte more so that a path the library writes into them always ends inside the
+  // block. Never throws (the library is C code): null when the block or its trace line could not
+  // be had.
   static void* AllocMemory(unsigned long long size);
 
   bool isDialUpConnection();
@@ -48,6 +50,7 @@ class WebUpdaterAdapter {
   UpdateCheckResult isUpdateAvailable(const std::string& url,
                                       const std::string& currentVersionNumber);
   // On success `downloadedFile` holds the library's path of the downloaded package; else empty.
+  // An empty path, or one that fills the program's buffer with no terminator, is no success.
   bool downloadUpdate(const std::string& url, std::string& downloadedFile);
   bool installUpdateUsingCurrentProcess(const std::string& installationFileName,
                                         const std::string& destinationDir);

@@ -57,6 +57,19 @@ wupd::PathDelivery deliverPath(char** path, wupd::PathDelivery wanted, const std
     *path = nullptr;
     return wanted;
   }
+  if (wanted == wupd::PathDelivery::kEmpty) {
+    UpdAllocateFn* allocate = g_allocate.load();
+    void* block = allocate != nullptr ? allocate(0) : nullptr;
+    if (block != nullptr) {
+      *path = static_cast<char*>(block);
+      return wanted;
+    }
+  }
+  if (wanted == wupd::PathDelivery::kFull && *path != nullptr && !file.empty()) {
+    for (size_t at = 0; at < kUpdPathBufferSize; ++at)
+      (*path)[at] = file[at % file.size()];
+    return wanted;
+  }
   if (wanted == wupd::PathDelivery::kAlloc) {
     UpdAllocateFn* allocate = g_allocate.load();
     void* block = allocate != nullptr ? allocate(file.size() + 1) : nullptr;
@@ -77,6 +90,10 @@ const char* deliveryName(wupd::PathDelivery delivery) {
       return "alloc";
     case wupd::PathDelivery::kNull:
       return "null";
+    case wupd::PathDelivery::kEmpty:
+      return "empty";
+    case wupd::PathDelivery::kFull:
+      return "full";
     case wupd::PathDelivery::kBuffer:
       break;
   }

@@ -47,8 +47,13 @@ DownloadOutcome download(const standin::ScenarioFile& scenario,
     outcome.delivery = PathDelivery::kAlloc;
   else if (_stricmp(mode.c_str(), "null") == 0)
     outcome.delivery = PathDelivery::kNull;
+  else if (_stricmp(mode.c_str(), "empty") == 0)
+    outcome.delivery = PathDelivery::kEmpty;
+  else if (_stricmp(mode.c_str(), "full") == 0)
+    outcome.delivery = PathDelivery::kFull;
   outcome.file = fields.size() > 2 ? standin::trim(fields[2]) : std::string();
-  if (!outcome.file.empty())
+  // "named": the path is handed back in the buffer, and nothing is written there.
+  if (!outcome.file.empty() && _stricmp(mode.c_str(), "named") != 0)
     writeFile(outcome.file, fields.size() > 3 ? fields[3] : std::string("package"));
   return outcome;
 }

@@ -14,6 +14,8 @@ enum class PathDelivery {
   kBuffer,  // written into the caller's buffer
   kAlloc,   // a block from the allocation callback replaces the pointer
   kNull,    // the pointer is set to null
+  kEmpty,   // a block of 0 bytes from the allocation callback replaces the pointer
+  kFull,    // the caller's buffer is filled with the path repeated, with no terminator
 };
 
 struct CheckOutcome {

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """The shipped cvupdater.exe killed while its printers are paused and its packages are
-downloaded, in a Wine prefix of its own with the stand-in library and spooler: the next run resumes
-the printers and deletes the packages. Every run has a time limit,
-after which the prefix is ended with `wineserver -k`. (e2e_main_job covers a whole update run.)
+downloaded, in a Wine prefix of its own with the stand-in library and spooler, its store installed
+by cvupsettings.exe open to users (as a ZIP install leaves it) or locked (as the MSI does): the next
+run resumes the printers and deletes the packages. Every run has a time limit, after which the
+prefix is ended with `wineserver -k`. (e2e_main_job covers a whole update run.)
 """
 
 import os
@@ -27,29 +28,32 @@ class ShippedProgram(unittest.TestCase):
         self.prefix = Prefix(os.path.join(BUILD_DIR, "e2e", "killed")).create_from(
             os.path.join(BUILD_DIR, "template-prefix"))
         self.addCleanup(self.prefix.remove)
+        self.prefix.keep_running()  # The keys' DACLs live as long as the wineserver.
         bin_dir = os.path.join(BUILD_DIR, "bin")
-        for file in ("cvupdater.exe", "winspool.drv"):
+        for file in ("cvupdater.exe", "winspool.drv", "cvupsettings.exe"):
             self.prefix.copy_in(os.path.join(bin_dir, file), INSTALL)
         self.prefix.copy_in(os.path.join(bin_dir, "wupdstandin.dll"), INSTALL, "cvupwupd.DLL")
+        self.prefix.write(INSTALL + r"\cvupqnv.loc", "\r\n".join([
+            "[" + STORE[len("HKEY_LOCAL_MACHINE\\"):] + r"\Settings\Updater]",
+            "WebUpdaterDllPath=string:" + INSTALL, "WebServerUrl=string:http://updates.invalid/[package_code]",
+            "TandemOrreryVersionPackageCode=string:SWVER", "TandemCatalogVersionPackageCode=string:DATAVER",
+            "TandemOrreryDownloadPackageCode=string:SWPKG",
+            "TandemCatalogDownloadPackageCode=string:DATAPKG", "PrinterPollInterval=dword:1",
+            "[" + STORE[len("HKEY_LOCAL_MACHINE\\"):] + r"\Settings]",
+            "DriverName=string:" + DRIVER, "DllPath=string:" + INSTALL,
+            "[" + STORE[len("HKEY_LOCAL_MACHINE\\"):] + r"\Logger]", "startLog=dword:1", ""]))
         self.prefix.import_registry({
-            STORE + r"\Settings\Updater": {
-                "WebUpdaterDllPath": INSTALL, "WebServerUrl": "http://updates.invalid/[package_code]",
-                "TandemOrreryVersionPackageCode": "SWVER", "TandemCatalogVersionPackageCode": "DATAVER",
-                "TandemOrreryDownloadPackageCode": "SWPKG", "TandemCatalogDownloadPackageCode": "DATAPKG",
-                "PrinterPollInterval": 1},
-            STORE + r"\Settings": {"DriverName": DRIVER, "DllPath": INSTALL},
-            STORE + r"\Logger": {"startLog": 1},
             r"HKEY_CURRENT_USER\Software\Wine\AppDefaults\cvupdater.exe": {"Version": "winxp64"},
             r"HKEY_CURRENT_USER\Software\Wine\AppDefaults\cvupdater.exe\DllOverrides": {
                 "winspool.drv": "native"},
         })
 
-    def library(self, software, data, apply):
+    def library(self, software, data, apply, data_download=r"buffer,C:\e2e\data.pkg"):
         self.prefix.write(INSTALL + r"\cvupwupd.DLL.ini",
                           "[Library]\r\nJournal=C:\\e2e\\library.txt\r\n[Check]\r\nSWVER=%s\r\n"
                           "DATAVER=%s\r\n[Download]\r\nSWPKG=0,alloc,C:\\e2e\\sw.pkg\r\n"
-                          "DATAPKG=0,buffer,C:\\e2e\\data.pkg\r\n[Apply]\r\n*=%s\r\n" % (
-                              software, data, apply))
+                          "DATAPKG=0,%s\r\n[Apply]\r\n*=%s\r\n" % (
+                              software, data, data_download, apply))
 
     def printers(self, *printers):
         """The spooler's printers of the driver: (name, status) pairs; status 1 is paused."""
@@ -68,20 +72,32 @@ class ShippedProgram(unittest.TestCase):
                 for c in self.journal("spooler.txt") if " SetPrinterA " in c]
 
     def record(self, name):  # A REG_MULTI_SZ note as `reg query` prints it ("a\0b"), or None.
-        return self.prefix.reg_value(STORE + r"\Settings\Updater", name, "REG_MULTI_SZ")
+        return self.prefix.reg_value(STORE + r"\Records", name, "REG_MULTI_SZ")
+
+    def install_store(self, lock):
+        result = self.prefix.wine([self.prefix.unix(INSTALL + r"\cvupsettings.exe")] +
+                                  (["/lock"] if lock else []), timeout=RUN_LIMIT,
+                                  cwd=self.prefix.unix(INSTALL))
+        self.assertEqual(0, result.returncode, result.stdout)
 
     def recovery_lines(self):
         return [l for l in (self.prefix.read(LOG) or "").splitlines()
                 if "::recoverAbandoned" in l or "DownloadRecord: " in l]
 
-    def run_program(self, wait_idle=True):
+    def run_program(self):
+        """One run, as Windows XP presents it (no relaunch): it has ended when `wine` returns."""
         result = self.prefix.wine([self.prefix.unix(INSTALL + r"\cvupdater.exe")],
                                   timeout=RUN_LIMIT, cwd=self.prefix.unix(INSTALL))
         self.assertEqual(0, result.returncode)
-        if wait_idle:
-            self.assertTrue(self.prefix.wait_idle(RUN_LIMIT), "the run did not end in time")
 
-    def test_a_killed_install_leaves_nothing_behind(self):
+    def test_a_killed_install_leaves_nothing_behind_with_an_open_store(self):
+        self.killed_install_leaves_nothing_behind(lock=False)
+
+    def test_a_killed_install_leaves_nothing_behind_with_a_locked_store(self):
+        self.killed_install_leaves_nothing_behind(lock=True)
+
+    def killed_install_leaves_nothing_behind(self, lock):
+        self.install_store(lock)
         self.printers(("Office Inkjet", 0), ("Back Office", 0))
         self.library(software="3,1.1.0.0", data="3,2026.2", apply="hang")
         installer = subprocess.Popen(["wine", self.prefix.unix(INSTALL + r"\cvupdater.exe")],
@@ -99,7 +115,7 @@ class ShippedProgram(unittest.TestCase):
 
         # While the installer lives, a new run leaves its printers alone.
         self.library(software="2", data="2", apply="1")
-        self.run_program(wait_idle=False)
+        self.run_program()
         self.assertEqual([], self.recovery_lines())
         self.assertEqual(2, len(self.printer_commands()))
 
@@ -109,15 +125,15 @@ class ShippedProgram(unittest.TestCase):
         installer.wait(timeout=RUN_LIMIT)
         self.assertEqual("Office Inkjet\\0Back Office", self.record("PausedPrinters"))
         downloads = self.record("PendingDownloads").split("\\0")
-        self.assertEqual([r"C:\e2e\sw.pkg", r"C:\e2e\data.pkg"], [d.split("|")[1] for d in downloads])
+        self.assertEqual([r"C:\e2e\sw.pkg", r"C:\e2e\data.pkg"], [d.split("|")[2] for d in downloads])
         self.assertTrue(self.prefix.exists(r"C:\e2e\sw.pkg") and self.prefix.exists(r"C:\e2e\data.pkg"))
 
         # A forged entry that reaches a file through a link (a symbolic link made on the Unix side,
         # which Wine shows as a reparse point) deletes nothing.
         os.symlink("e2e", self.prefix.unix(r"C:\e2elink"))
         self.prefix.write(r"C:\e2e\victim.pkg", "victim")
-        forged = downloads[0].split("|")[0] + r"|C:\e2elink\victim.pkg"
-        self.prefix.import_registry({STORE + r"\Settings\Updater": {
+        forged = downloads[0].split("|")[0] + r"|0|C:\e2elink\victim.pkg"
+        self.prefix.import_registry({STORE + r"\Records": {
             "PendingDownloads": [forged] + downloads}})
 
         # The next run resumes exactly those two (the stand-in spooler keeps its printers' state
@@ -136,8 +152,13 @@ class ShippedProgram(unittest.TestCase):
         # Each of the three runs so far checked for both updates.
         self.assertEqual(6, len([c for c in self.journal("library.txt") if "UpdCheckForUpdateA" in c]))
 
-        # Nothing is left to recover.
+        # A catalog that the library says it put at a link to a folder is not recorded, and the
+        # folder stays; nothing is left to recover.
+        self.library(software="2", data="3,2026.3", apply="1", data_download=r"named,C:\e2elink")
         self.run_program()
+        self.assertIsNone(self.record("PendingDownloads"))
+        self.assertIn(r"'C:\e2elink' is not recorded: not a regular file", self.prefix.read(LOG))
+        self.assertTrue(self.prefix.exists(r"C:\e2e\victim.pkg"))
         self.assertEqual(recovered, self.recovery_lines())
 
 

@@ -230,7 +230,9 @@ class WebUpdaterScenario : public StandInScenario {
   WebUpdaterScenario& check(const std::string& url, const std::string& value) {
     return rule(0, url, value);
   }
-  // "<code>,<buffer|alloc|null>,<file path>"
+  // "<code>,<buffer|alloc|null|empty|full|named>,<file path>": "empty" hands back a block of 0
+  // bytes, "full" fills the buffer with no terminator, "named" the path alone, with no file
+  // written.
   WebUpdaterScenario& download(const std::string& url, const std::string& value) {
     return rule(1, url, value);
   }

@@ -5,10 +5,12 @@
 #include <shellapi.h>
 #include <wininet.h>
 
+#include "logging/BasicLogger.h"
 #include "printers/DeviceEnumerator.h"
 #include "support/TestSupport.h"
 #include "system/OsVersion.h"
 #include "updater/CommandLineParams.h"
+#include "updater/DownloadRecord.h"
 #include "updater/UpdatesController.h"
 #include "webupdate/WebUpdaterAdapter.h"
 
@@ -272,7 +274,7 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   EXPECT_EQ(has(row.outcome, "data=1") ? "1" : held, flag("DataUpdated"));
   EXPECT_EQ(has(row.outcome, "files-left"), testsupport::fileExists(softwarePackage()));
   EXPECT_EQ(has(row.outcome, "files-left"), testsupport::fileExists(dataPackage()));
-  EXPECT_EQ("none", store_.get("Settings\\Updater", "PendingDownloads"));  // Nothing left noted.
+  EXPECT_EQ("none", store_.get("Records", "PendingDownloads"));  // Nothing left noted.
   const Lines printers = has(row.outcome, "paused") ? Lines{"Office Inkjet"} : Lines{};
   EXPECT_EQ(printers, spooler_.names("SetPrinterA", "command=1 result=1"));
   EXPECT_EQ(has(row.given, "resume-fails") ? Lines{} : printers,
@@ -295,6 +297,41 @@ TEST(UpdateRunMatrixOnXp, PassesInACopyPresentedAsWindowsXp) {
                                     [](const Row& row) { return has(row.given, "xp"); });
   EXPECT_NE(std::string::npos, output.find("[  PASSED  ] " + std::to_string(xpRows) + " tests."))
       << output;
+}
+
+// Odd download paths from the library: after the run, and after one more run's recovery, nothing is
+// left noted, and the program and its log are never deleted because the library named them.
+TEST_F(UpdatesControllerTest, OddDownloadPathsLeaveNothingNoted) {
+  const std::string folder = files_.file("folder");
+  CreateDirectoryA(folder.c_str(), nullptr);
+  const std::string exe = testsupport::executableDirectory() + "cvctl_tests.exe";
+  testsupport::LogCapture log(0);
+  const std::string logFile = BasicLogger::getInstance().getLogFilePath();
+  const std::string answers[] = {"named," + folder,
+                                 "named,C:\\windows",
+                                 "named,C:",
+                                 "named,NUL",
+                                 "named,\\\\server\\share\\data.pkg",
+                                 "named," + exe,
+                                 "named," + logFile,
+                                 "named," + files_.file("gone\xE9.pkg"),
+                                 "buffer," + files_.file("caf\xE9.pkg"),
+                                 "empty,"};
+  for (const std::string& answer : answers) {
+    SCOPED_TRACE(answer);
+    spooler_.write({PrinterScenario{"Office Inkjet", kDriver}});
+    library_.clear().check("cs", "2").check("cd", "3,2026.2").download("dd", "0," + answer);
+    library_.apply("*", "1").write();
+    UpdatesController().performUpdates();
+    EXPECT_EQ("none", store_.get("Records", "PendingDownloads"));
+    DownloadRecord::recoverAbandonedDownloads();
+    EXPECT_EQ("none", store_.get("Records", "PendingDownloads"));
+  }
+  EXPECT_FALSE(testsupport::fileExists(files_.file("caf\xE9.pkg")));
+  EXPECT_TRUE(testsupport::fileExists(exe) && testsupport::fileExists(logFile));
+  for (const std::string& own : {exe, logFile})
+    EXPECT_TRUE(
+        log.contains("DownloadRecord: not deleting '" + own + "': a file of the program's own"));
 }
 
 // The catalog goes into <all users' application data>\<DriverName>\<DataUpdatesDirectoryName>,

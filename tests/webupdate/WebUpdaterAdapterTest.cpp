@@ -163,13 +163,14 @@ TEST_F(WebUpdaterAdapterTest, TimeOutsAndRetriesAreCreatedWithDefaultsAndPassedU
 }
 
 // The path of a download counts only for code 0 and a path handed back, whether in the adapter's
-// buffer or in a block from its allocation callback; every block is freed.
+// buffer or in a block from its allocation callback, and not when it is empty (a block of 0 bytes)
+// or fills the buffer without its terminator; every block is freed.
 TEST_F(WebUpdaterAdapterTest, ADownloadGivesThePathOnlyForCodeZeroAndFreesEveryBlock) {
   testsupport::TempDir files;
   const std::string file = files.file("package.bin");
-  const std::pair<std::string, bool> rows[] = {{"0,buffer,", true},  {"0,alloc,", true},
-                                               {"3,buffer,", false}, {"3,alloc,", false},
-                                               {"0,null,", false},   {"7,null,", false}};
+  const std::pair<std::string, bool> rows[] = {
+      {"0,buffer,", true}, {"0,alloc,", true}, {"3,buffer,", false}, {"3,alloc,", false},
+      {"0,null,", false},  {"7,null,", false}, {"0,empty,", false},  {"0,full,", false}};
   WebUpdaterAdapter adapter;
   for (const auto& [rule, downloaded] : rows) {
     library_.clear().download("*", rule + file).write();
