@@ -135,12 +135,13 @@ Outcome deleteNoted(const std::string& entry, FunctionTrace& trace) {
 
 DownloadRecord::DownloadRecord() : record_(kRecordValue, kOwner) {}
 
-void DownloadRecord::add(const std::string& path) {
+bool DownloadRecord::add(const std::string& path) {
   const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
   entries_.push_back(identityOf(folder.get()) + kSeparator + path);
   if (record_.hold())
     record_.write(entries_);
+  return !record_.heldElsewhere();
 }
 
 void DownloadRecord::remove(const std::string& path) {

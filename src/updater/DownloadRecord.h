@@ -26,8 +26,10 @@ class DownloadRecord {
  public:
   DownloadRecord();
 
-  // Notes `path`, a package the library has just downloaded.
-  void add(const std::string& path);
+  // Notes `path`, a package the library has just downloaded. False when another process holds
+  // the note's mutex past the wait (logged): the run must not go on with an unrecorded download,
+  // and deletes it. A note that cannot be made or written is logged and the run goes on.
+  bool add(const std::string& path);
   // Takes `path` out of the note: the run has deleted the file or handed it over.
   void remove(const std::string& path);
 
