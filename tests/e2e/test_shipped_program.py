@@ -213,6 +213,8 @@ class ShippedProgram(unittest.TestCase):
                 self.assertEqual((0, 0), (overlapping, resumed))
                 self.assertEqual([0] * runs, codes)
                 self.assertEqual(runs - 1, len(self.log_lines(STOOD_ASIDE)))
+                # Only the run that updated checked: the others stood aside before their check.
+                self.assertEqual(2, len([l for l in self.journal() if " UpdCheckForUpdateA " in l]))
                 self.assertEqual([], self.records_left())
                 self.assertEqual([False, False], [self.prefix.exists(p) for p in PACKAGES])
 
