@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
 #include <thread>
 
 #include "support/TestSupport.h"
@@ -41,7 +43,10 @@ TEST(RunLock, OneRunAtATimeOnTheMachine) {
   }
   testsupport::MutexHolder holder(name);
   ASSERT_TRUE(holder.holds());
-  std::thread letGo([&holder] { holder.letGo(); });
+  std::thread letGo([&holder] {
+    Sleep(20);  // Lets the child begin its wait first.
+    holder.letGo();
+  });
   RunLock child;
   EXPECT_TRUE(child.take(true));
   letGo.join();
