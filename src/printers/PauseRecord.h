@@ -27,8 +27,10 @@ class PauseRecord {
   PauseRecord();
 
   // Takes the mutex and records `names`; false (logged) when either failed. Waits at most a
-  // moment for the mutex: a run that cannot take it still pauses, unrecorded.
+  // moment for the mutex. A run whose record cannot be made or written still pauses, unrecorded;
+  // one whose mutex another process holds past the wait (heldElsewhere()) pauses nothing.
   bool hold(const std::list<std::string>& names);
+  bool heldElsewhere() const { return record_.heldElsewhere(); }
   // Deletes the record and releases the mutex; does nothing when hold() did not take it.
   void release();
 

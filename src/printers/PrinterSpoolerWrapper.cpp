@@ -118,8 +118,11 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
   trace.detail(
       [&] { return LogText("Total number of printers to pause = ") + decimal(handles.size()); });
   // Recorded before the first pause, so that a run that dies from here on leaves a note for the
-  // next run to resume them.
-  pauseRecord_.hold(names);
+  // next run to resume them. Never paused unrecorded because another process holds the record.
+  if (!pauseRecord_.hold(names) && pauseRecord_.heldElsewhere()) {
+    ClosePrinters(handles);
+    return trace.returning(false);
+  }
   for (HANDLE printer : handles) {
     if (!controlPrinter(printer, PRINTER_CONTROL_PAUSE, "PAUSE", trace)) {
       result = false;

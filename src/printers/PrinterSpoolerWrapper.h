@@ -33,7 +33,8 @@ class PrinterSpoolerWrapper {
   bool OpenPrinters(const std::list<std::string>& names, std::list<HANDLE>& handles);
   // Closes every handle; false when any close failed.
   bool ClosePrinters(const std::list<HANDLE>& handles);
-  // Opens the printers of interest, waits until none is busy, and pauses them all.
+  // Opens the printers of interest, waits until none is busy, and pauses them all; pauses none
+  // (closing them again) when another process holds the pause record (PauseRecord).
   bool pausePrinters(std::list<HANDLE>& handles);
   // Resumes every printer of the list; goes on after a failure and then reports false. Ends the
   // pause record of pausePrinters().

@@ -11,19 +11,19 @@
 
 #include "logging/BasicLogger.h"
 #include "settings/SettingsKeys.h"
+#include "system/Exception.h"
 #include "system/Localize.h"
+#include "system/MachineMutex.h"
 #include "system/UniqueHandle.h"
 #include "system/Win32Exception.h"
 
 namespace {
 
-// How long hold() waits for a run that is recovering the note.
+// How long hold() waits for another holder (a run that is recovering the note), unless set.
 const DWORD kHoldWaitMs = 10000;
+DWORD g_holdWaitMs = kHoldWaitMs;
 // How long takeOver() asks: a live owner holds the mutex for as long as its note may change.
 const DWORD kProbeWaitMs = 1;
-// SYSTEM and administrators may do anything with the mutex; authenticated users may wait on it and
-// release it, which is all a run needs.
-const char kMutexDacl[] = "D:(A;;0x1f0001;;;SY)(A;;0x1f0001;;;BA)(A;;0x100001;;;AU)";
 
 // The records' own key: owned by the administrators; SYSTEM and administrators may do anything,
 // users may read.
@@ -113,21 +113,20 @@ RunRecord::~RunRecord() {
   }
 }
 
+void RunRecord::setHoldWait(unsigned long waitMs) {
+  g_holdWaitMs = waitMs != 0 ? waitMs : kHoldWaitMs;
+}
+
 std::string RunRecord::mutexName() const {
-  return "Global\\" + Localize::getInstance()->getLocalId() + name_;
+  return machineMutexName(name_);
 }
 
 bool RunRecord::acquire(unsigned long waitMs, bool logged) {
+  heldElsewhere_ = false;
   try {
-    try {
-      mutex_.reset(new Mutex(mutexName(), kMutexDacl));
-    } catch (const Win32Exception& e) {
-      // A system without the Global\ namespace refuses the backslash in the name.
-      if (e.getCode() != ERROR_BAD_PATHNAME && e.getCode() != ERROR_PATH_NOT_FOUND)
-        throw;
-      mutex_.reset(new Mutex(Localize::getInstance()->getLocalId() + name_, kMutexDacl));
-    }
+    mutex_ = createMachineMutex(name_);
     held_ = mutex_->acquire(waitMs);
+    heldElsewhere_ = !held_;
   } catch (const Exception& e) {
     if (logged)
       logFailure(e.toString());
@@ -136,9 +135,14 @@ bool RunRecord::acquire(unsigned long waitMs, bool logged) {
 }
 
 bool RunRecord::hold() {
-  if (!held_ && !acquire(kHoldWaitMs, true))
+  if (held_ || acquire(g_holdWaitMs, true))
+    return true;
+  if (heldElsewhere_)
+    logFailure("the mutex '" + mutexName() +
+               "' is held by another process; this run abandons its installation");
+  else
     logFailure("not recorded: the mutex '" + mutexName() + "' could not be taken");
-  return held_;
+  return false;
 }
 
 bool RunRecord::takeOver() {

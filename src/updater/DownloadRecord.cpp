@@ -212,17 +212,18 @@ Outcome deleteNoted(const Entry& entry, FunctionTrace& trace) {
 
 DownloadRecord::DownloadRecord() : record_(kRecordValue, kOwner) {}
 
-void DownloadRecord::add(const std::string& path) {
+bool DownloadRecord::add(const std::string& path) {
   if (const char* reason = unfitForTheNote(path)) {
     FunctionTrace trace = FunctionTrace::open(kLogUpdater, "DownloadRecord::add() ");
     trace.detail([&] { return "'" + path + "' is not recorded: " + reason; });
-    return;
+    return true;  // Nothing to note, and nothing that keeps the run from going on.
   }
   const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
   entries_.push_back(entryText(Entry{identityOf(folder.get()), 0, path}));
   if (record_.hold())
     record_.write(entries_);
+  return !record_.heldElsewhere();
 }
 
 void DownloadRecord::remove(const std::string& path) {

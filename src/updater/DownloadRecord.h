@@ -32,8 +32,11 @@ class DownloadRecord {
  public:
   DownloadRecord();
 
-  // Notes `path`, a package the library has just downloaded.
-  void add(const std::string& path);
+  // Notes `path`, a package the library has just downloaded. False when another process holds
+  // the note's mutex past the wait (logged): the run must not go on with an unrecorded download,
+  // and deletes it. A note that cannot be made or written is logged and the run goes on; a path
+  // that is not fit to be noted (see above) is not noted, with a detail line.
+  bool add(const std::string& path);
   // Takes `path` out of the note: the run has deleted the file or handed it over.
   void remove(const std::string& path);
   // Deletes `path`, a download this run is done with, and takes it out of the note, also when it

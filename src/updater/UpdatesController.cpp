@@ -153,6 +153,8 @@ bool UpdatesController::launchElevatedProcess() {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::isProcessElevated() ");
   try {
     const std::string path = CurrentProcess::getInstance()->getPath();
+    if (handOver_)
+      handOver_();
     HINSTANCE instance =
         g_shellExecute(nullptr, "RunAs", path.c_str(), CommandLineParams::kUacMarker.c_str(),
                        nullptr, kShowNormal);
@@ -284,9 +286,13 @@ bool UpdatesController::downloadUpdate(bool isSoftwareUpdate, std::string& path)
   path.clear();
   const std::string url =
       urlGenerator_.generateUrl(isSoftwareUpdate ? ORRERY_DOWNLOAD : CATALOG_DOWNLOAD);
-  const bool downloaded = webUpdater_.downloadUpdate(url, path);
-  if (downloaded)
-    downloads_.add(path);
+  bool downloaded = webUpdater_.downloadUpdate(url, path);
+  if (downloaded && !downloads_.add(path)) {
+    // Another process holds the note of downloads: this run goes no further and deletes its own.
+    if (DeleteFileA(path.c_str()))
+      downloads_.remove(path);
+    downloaded = false;
+  }
   trace.detail([&] {
     return downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
                       : std::string("The update FAILED to download!");

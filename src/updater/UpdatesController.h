@@ -3,8 +3,10 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <string>
+#include <utility>
 
 #include "printers/PrinterSpoolerWrapper.h"
 #include "updater/DownloadRecord.h"
@@ -41,8 +43,12 @@ class UpdatesController {
   bool isProcessRunningWithAdminPrivileges();
   // Started with the marker "-UAC"; no token is queried.
   bool isProcessElevated();
-  // Starts this executable again through "RunAs" with "-UAC" alone; does not wait for it.
+  // Starts this executable again through "RunAs" with "-UAC" alone; does not wait for it. Calls
+  // the hand-over just before, so that the child can take the run over.
   bool launchElevatedProcess();
+  // What launchElevatedProcess() calls before it starts the child: the release of the run's lock
+  // (RunLock::handOver()), which the caller owns. None by default.
+  void setHandOver(std::function<void()> handOver) { handOver_ = std::move(handOver); }
 
   bool checkForUpdates(typeOfUpdateAvailable& type);
   bool downloadAndInstallUpdates(typeOfUpdateAvailable type);
@@ -79,4 +85,5 @@ class UpdatesController {
   PrinterSpoolerWrapper spooler_;
   std::list<HANDLE> pausedPrinters_;
   DownloadRecord downloads_;
+  std::function<void()> handOver_;
 };

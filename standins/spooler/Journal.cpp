@@ -10,8 +10,9 @@ void AppendJournalLine(const std::string& path, const std::string& text) {
   }
   std::string line = std::to_string(GetCurrentProcessId()) + " " + text + "\r\n";
   // Under Wine, append-only writes of two processes at once can overwrite each other's line, so
-  // a named mutex serialises the appends of all processes. Deliberate.
-  const ScopedHandle mutex(CreateMutexA(nullptr, FALSE, "Local\\StandinWinspoolJournal"));
+  // a named mutex, the same as the stand-in library's, serialises the appends of all processes.
+  // Deliberate.
+  const ScopedHandle mutex(CreateMutexA(nullptr, FALSE, "Local\\StandinJournal"));
   DWORD wait = mutex.valid() ? WaitForSingleObject(mutex.get(), 5000) : WAIT_FAILED;
   {
     const ScopedHandle file(CreateFileA(path.c_str(), FILE_APPEND_DATA,

@@ -178,8 +178,20 @@ int UpdDownloadUpdateExA(const char* url,
 int UpdApplyUpdateA(const char* packageFile, const char* destinationDir, void*, void*, void*) {
   Call call;
   // Scripted faults of a real library: [Apply] <rule>=hang never returns, =throw throws a C++
-  // exception that is not the program's own. Both are journaled first.
+  // exception that is not the program's own. Both are journaled first. A slow apply, =gate,
+  // journals its start, waits (a minute at most) until the file [Library] Gate exists, and then
+  // succeeds.
   const std::string fault = call.scenario.rule("Apply", text(packageFile)).value_or("");
+  if (fault == "gate") {
+    call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) + " | started");
+    const std::string gate = call.scenario.value("Library", "Gate", "");
+    for (int polls = 0; polls < 6000 && GetFileAttributesA(gate.c_str()) == INVALID_FILE_ATTRIBUTES;
+         ++polls)
+      Sleep(10);
+    call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) +
+                        " | dir=" + text(destinationDir) + " | result=1");
+    return 1;
+  }
   if (fault == "hang" || fault == "throw") {
     call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) +
                         " | dir=" + text(destinationDir) + " | result=" + fault);

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""The shipped cvupdater.exe killed while its printers are paused and its packages are
-downloaded, in a Wine prefix of its own with the stand-in library and spooler, its store installed
-by cvupsettings.exe open to users (as a ZIP install leaves it) or locked (as the MSI does): the next
-run resumes the printers and deletes the packages. Every run has a time limit, after which the
-prefix is ended with `wineserver -k`. (e2e_main_job covers a whole update run.)
+"""The shipped cvupdater.exe in a Wine prefix of its own with the stand-in library and spooler:
+killed while its printers are paused and its packages are downloaded, its store installed by
+cvupsettings.exe open to users (as a ZIP install leaves it) or locked (as the MSI does), the next
+run resumes the printers and deletes the packages; several runs started at once update once, and
+the runs that stand aside touch nothing. Every run has a time limit, after which the prefix is
+ended with `wineserver -k`. (e2e_main_job covers a whole update run.)
 """
 
 import os
@@ -21,6 +22,12 @@ STORE = r"HKEY_LOCAL_MACHINE\Software\CorvaneInkjet\QNV\Local\cvup"
 LOG = r"C:\ProgramData\cvupQNV.log"
 DRIVER = "Corvane Inkjet Driver"
 RUN_LIMIT = 90
+# How long the runs started at once get to stand aside before the slow apply may end.
+STAND_ASIDE_LIMIT = 20
+JOURNAL = r"C:\e2e\journal.txt"  # The library's and the spooler's calls, in one order.
+GATE = r"C:\e2e\gate"  # Ends the library's slow ("gate") applies once it exists.
+STOOD_ASIDE = "Another update run is in progress, this one ends."
+PACKAGES = [r"C:\e2e\sw.pkg", r"C:\e2e\data.pkg"]
 
 
 class ShippedProgram(unittest.TestCase):
@@ -28,7 +35,6 @@ class ShippedProgram(unittest.TestCase):
         self.prefix = Prefix(os.path.join(BUILD_DIR, "e2e", "killed")).create_from(
             os.path.join(BUILD_DIR, "template-prefix"))
         self.addCleanup(self.prefix.remove)
-        self.prefix.keep_running()  # The keys' DACLs live as long as the wineserver.
         bin_dir = os.path.join(BUILD_DIR, "bin")
         for file in ("cvupdater.exe", "winspool.drv", "cvupsettings.exe"):
             self.prefix.copy_in(os.path.join(bin_dir, file), INSTALL)
@@ -48,28 +54,81 @@ class ShippedProgram(unittest.TestCase):
                 "winspool.drv": "native"},
         })
 
-    def library(self, software, data, apply, data_download=r"buffer,C:\e2e\data.pkg"):
+    def library(self, software, data, apply, data_download="buffer," + PACKAGES[1]):
         self.prefix.write(INSTALL + r"\cvupwupd.DLL.ini",
-                          "[Library]\r\nJournal=C:\\e2e\\library.txt\r\n[Check]\r\nSWVER=%s\r\n"
-                          "DATAVER=%s\r\n[Download]\r\nSWPKG=0,alloc,C:\\e2e\\sw.pkg\r\n"
+                          "[Library]\r\nJournal=%s\r\nGate=%s\r\n[Check]\r\nSWVER=%s\r\n"
+                          "DATAVER=%s\r\n[Download]\r\nSWPKG=0,alloc,%s\r\n"
                           "DATAPKG=0,%s\r\n[Apply]\r\n*=%s\r\n" % (
-                              software, data, data_download, apply))
+                              JOURNAL, GATE, software, data, PACKAGES[0], data_download, apply))
 
     def printers(self, *printers):
         """The spooler's printers of the driver: (name, status) pairs; status 1 is paused."""
-        text = "[Spooler]\r\nPrinters=%d\r\nJournal=C:\\e2e\\spooler.txt\r\n" % len(printers)
+        text = "[Spooler]\r\nPrinters=%d\r\nJournal=%s\r\n" % (len(printers), JOURNAL)
         for number, (name, status) in enumerate(printers):
             text += "[Printer%d]\r\nName=%s\r\nDriver=%s\r\nStatus=%d\r\n" % (
                 number, name, DRIVER, status)
         self.prefix.write(INSTALL + r"\spooler-scenario.ini", text)
 
-    def journal(self, name):  # One line per call of the stand-in, led by the caller's pid.
-        return (self.prefix.read("C:\\e2e\\" + name) or "").splitlines()
+    def journal(self):  # One line per call of either stand-in, led by the caller's pid.
+        return (self.prefix.read(JOURNAL) or "").splitlines()
 
     def printer_commands(self):
         """The pause (1) and resume (2) commands that reached the spooler, as "name command"."""
         return [c.split("name=", 1)[1].split(" result=")[0].replace(" command=", " ")
-                for c in self.journal("spooler.txt") if " SetPrinterA " in c]
+                for c in self.journal() if " SetPrinterA " in c]
+
+    def records_left(self):
+        """The records in the store as the registry file says once the prefix has ended (faster
+        than asking `reg query`, which starts the prefix again)."""
+        with open(os.path.join(self.prefix.path, "system.reg"), encoding="latin-1") as f:
+            text = f.read()
+        key = "[" + (STORE + r"\Records").split("\\", 1)[1].replace("\\", "\\\\") + "]"
+        values = text.split(key, 1)[1].split("\n\n", 1)[0] if key in text else ""
+        return [name for name in ("PausedPrinters", "PendingDownloads") if '"%s"=' % name in values]
+
+    def log_lines(self, text):
+        return [l for l in (self.prefix.read(LOG) or "").splitlines() if l.endswith(text)]
+
+    def start(self):
+        run = subprocess.Popen(["wine", self.prefix.unix(INSTALL + r"\cvupdater.exe")],
+                               env=self.prefix.env, cwd=self.prefix.unix(INSTALL),
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        return run
+
+    def applies(self):
+        """From the journal's order: the (pid, package) of every apply that ended, how many applies
+        started while another was in progress, and how many printers were resumed meanwhile."""
+        running, ended, overlapping, resumed = set(), [], 0, 0
+        for line in self.journal():
+            pid = line.split(" ", 1)[0]
+            if " UpdApplyUpdateA " in line:
+                package = line.split("package=", 1)[1].split(" |", 1)[0]
+                if line.endswith(" | started"):
+                    overlapping += bool(running)
+                    running.add((pid, package))
+                else:
+                    running.discard((pid, package))
+                    ended.append((pid, package))
+            elif " SetPrinterA " in line and " command=2 " in line:
+                resumed += bool(running)
+        return ended, overlapping, resumed
+
+    def run_at_once(self, runs, stood_aside):
+        """Starts `runs` runs at once with the slow apply; lets it end once `stood_aside` runs have
+        stood aside (or the limit ran out); returns their exit codes once every process ended."""
+        for path in (LOG, JOURNAL, GATE):
+            if self.prefix.exists(path):
+                os.remove(self.prefix.unix(path))
+        started = [self.start() for _ in range(runs)]
+        self.addCleanup(lambda: [run.wait() for run in started])
+        self.addCleanup(self.prefix.kill)  # First: a run that overran ends with its prefix.
+        deadline = time.time() + STAND_ASIDE_LIMIT
+        while len(self.log_lines(STOOD_ASIDE)) < stood_aside and time.time() < deadline:
+            time.sleep(0.05)
+        self.prefix.write(GATE, "")
+        codes = [run.wait(timeout=RUN_LIMIT) for run in started]
+        self.assertTrue(self.prefix.wait_idle(RUN_LIMIT), "the runs did not end in time")
+        return codes
 
     def record(self, name):  # A REG_MULTI_SZ note as `reg query` prints it ("a\0b"), or None.
         return self.prefix.reg_value(STORE + r"\Records", name, "REG_MULTI_SZ")
@@ -97,6 +156,7 @@ class ShippedProgram(unittest.TestCase):
         self.killed_install_leaves_nothing_behind(lock=True)
 
     def killed_install_leaves_nothing_behind(self, lock):
+        self.prefix.keep_running()  # The keys' DACLs live as long as the wineserver.
         self.install_store(lock)
         self.printers(("Office Inkjet", 0), ("Back Office", 0))
         self.library(software="3,1.1.0.0", data="3,2026.2", apply="hang")
@@ -109,14 +169,15 @@ class ShippedProgram(unittest.TestCase):
         hung = []
         while not hung and time.time() < deadline:
             time.sleep(0.05)
-            hung = [c for c in self.journal("library.txt") if "result=hang" in c]
+            hung = [c for c in self.journal() if "result=hang" in c]
         self.assertTrue(hung, "the install never reached the library's apply")
         self.assertEqual(["Office Inkjet 1", "Back Office 1"], self.printer_commands())
 
-        # While the installer lives, a new run leaves its printers alone.
+        # While the installer lives, a new run stands aside and leaves its printers alone.
         self.library(software="2", data="2", apply="1")
         self.run_program()
         self.assertEqual([], self.recovery_lines())
+        self.assertEqual(1, len(self.log_lines(STOOD_ASIDE)))
         self.assertEqual(2, len(self.printer_commands()))
 
         # Killed the way a crash ends it: both printers stay paused, both packages stay, and the
@@ -149,8 +210,8 @@ class ShippedProgram(unittest.TestCase):
         recovered = self.recovery_lines()
         self.assertTrue(any("DownloadRecord: not deleting 'C:\\e2elink\\victim.pkg': a link in its path"
                             in l for l in recovered), recovered)
-        # Each of the three runs so far checked for both updates.
-        self.assertEqual(6, len([c for c in self.journal("library.txt") if "UpdCheckForUpdateA" in c]))
+        # Each of the two runs so far that did not stand aside checked for both updates.
+        self.assertEqual(4, len([c for c in self.journal() if "UpdCheckForUpdateA" in c]))
 
         # A catalog that the library says it put at a link to a folder is not recorded, and the
         # folder stays; nothing is left to recover.
@@ -160,6 +221,36 @@ class ShippedProgram(unittest.TestCase):
         self.assertIn(r"'C:\e2elink' is not recorded: not a regular file", self.prefix.read(LOG))
         self.assertTrue(self.prefix.exists(r"C:\e2e\victim.pkg"))
         self.assertEqual(recovered, self.recovery_lines())
+
+    def test_runs_started_at_once_apply_each_package_once(self):
+        self.install_store(lock=False)
+        self.printers(("Office Inkjet", 0), ("Back Office", 0))
+        self.library(software="3,1.1.0.0", data="3,2026.2", apply="gate")
+        for runs in (2, 4, 8):
+            with self.subTest(runs=runs):
+                codes = self.run_at_once(runs, stood_aside=runs - 1)
+                applied, overlapping, resumed = self.applies()
+                self.assertEqual(PACKAGES, [package for _, package in applied])
+                self.assertEqual((0, 0), (overlapping, resumed))
+                self.assertEqual([0] * runs, codes)
+                self.assertEqual(runs - 1, len(self.log_lines(STOOD_ASIDE)))
+                # Only the run that updated checked: the others stood aside before their check.
+                self.assertEqual(2, len([l for l in self.journal() if " UpdCheckForUpdateA " in l]))
+                self.assertEqual([], self.records_left())
+                self.assertEqual([False, False], [self.prefix.exists(p) for p in PACKAGES])
+
+    def test_a_relaunch_and_a_run_started_with_it_apply_once(self):
+        # Windows Vista: a plain run checks, then relaunches itself with "-UAC" to install.
+        self.prefix.import_registry({
+            r"HKEY_CURRENT_USER\Software\Wine\AppDefaults\cvupdater.exe": {"Version": "vista"}})
+        self.install_store(lock=False)
+        self.printers(("Office Inkjet", 0))
+        self.library(software="3,1.1.0.0", data="3,2026.2", apply="gate")
+        self.assertEqual([0, 0], self.run_at_once(2, stood_aside=1))
+        applied, overlapping, resumed = self.applies()
+        self.assertEqual(PACKAGES, [package for _, package in applied])
+        self.assertEqual(1, len({pid for pid, _ in applied}))
+        self.assertEqual((0, 0), (overlapping, resumed))
 
 
 if __name__ == "__main__":

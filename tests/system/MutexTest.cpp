@@ -4,7 +4,9 @@
 
 #include "support/TestSupport.h"
 #include "system/InterProcessLock.h"
+#include "system/MachineMutex.h"
 #include "system/Mutex.h"
+#include "system/Win32Exception.h"
 
 using testsupport::besideTests;
 
@@ -54,4 +56,23 @@ TEST(Mutex, OneReleaseOfTheOwningThreadGivesUpEveryHold) {
     EXPECT_EQ("busy", fromOtherProcess(name));
   }
   EXPECT_EQ("acquired", fromOtherProcess(name));
+}
+
+// The runs' machine-wide mutexes: the global name with a DACL that SYSTEM, administrators and
+// users' runs share; the plain name where the namespace does not exist; any other failure (an
+// object of another kind squats the name) throws.
+TEST(Mutex, MachineWideMutexesFallBackToThePlainNameWithoutTheNamespace) {
+  const std::string plain = testsupport::localId() + "MachineMutex";
+  const std::pair<std::string, std::string> rows[] = {{kGlobalSpace, "Global\\" + plain},
+                                                      {"NoSuchSpace\\", plain}};
+  for (const auto& [space, name] : rows) {
+    const std::unique_ptr<Mutex> mutex = createMachineMutex("MachineMutex", space);
+    EXPECT_EQ(name, mutex->getName());
+    EXPECT_EQ("D:(A;;0x1f0001;;;SY)(A;;0x1f0001;;;BA)(A;;0x100001;;;AU)",
+              testsupport::mutexDacl(name));
+  }
+  EXPECT_EQ("Global\\" + plain, machineMutexName("MachineMutex"));
+  const std::string squatted = "Global\\" + plain + "Squatted";
+  const ScopedHandle squatter(CreateEventA(nullptr, TRUE, FALSE, squatted.c_str()));
+  EXPECT_THROW(createMachineMutex("MachineMutexSquatted"), Win32Exception);
 }

@@ -5,8 +5,11 @@
 #include <shellapi.h>
 #include <wininet.h>
 
+#include <optional>
+
 #include "logging/BasicLogger.h"
 #include "printers/DeviceEnumerator.h"
+#include "settings/RunRecord.h"
 #include "support/TestSupport.h"
 #include "system/OsVersion.h"
 #include "updater/CommandLineParams.h"
@@ -123,7 +126,8 @@ struct Row {
   // How the machine differs from Windows Vista or later, an administrator, no "-UAC", both
   // updates available (check code 3), every download and apply succeeding and one printer of the
   // driver: "offline", "dial-up", "xp", "user", "declined" (the elevation prompt), "-UAC",
-  // "sw=<check code>", "data=<check code>" (2 none, 0 failed, 4 no privilege), "no-sw-download",
+  // "sw=<check code>", "data=<check code>" (2 none, 0 failed, 4 no privilege), "held=<record>"
+  // (its mutex held by another process past the wait), "no-sw-download",
   // "no-data-download", "sw-apply=<0|throw>", "data-apply=0", "other-driver", "flags=2" (set by
   // another component), "keep-files", "resume-fails", "data-dir-blocked" (a file where the
   // catalog's folder belongs).
@@ -177,6 +181,16 @@ const Row kRows[] = {
      "UpdatesController::installUpdates() FAILED to resume all printers installed with our "
      "driver!"},
     {"NoPrinterOfInterestInstallsNothing", "sw=2 other-driver", kCatalogFailed, "cs cd dd", ""},
+    // A record's mutex that another process holds past the wait: nothing paused or applied
+    // unrecorded, the run's own downloads deleted.
+    {"HeldPauseRecordAbandonsTheInstallation", "-UAC held=PausedPrinters", kChildFailed,
+     "cs cd ds dd", "",
+     "PauseRecord: the mutex 'Global\\cvctPausedPrinters' is held by another process; this run "
+     "abandons its installation"},
+    {"HeldDownloadRecordAbandonsTheInstallation", "-UAC held=PendingDownloads", kChildFailed,
+     "cs cd ds", "",
+     "DownloadRecord: the mutex 'Global\\cvctPendingDownloads' is held by another process; this "
+     "run abandons its installation"},
     {"FlagsHeldAtTwoAreKept", "-UAC flags=2", kChild, "cs cd ds dd as ad", "flags=2 paused"},
     {"CatalogFlagHeldAtTwoIsKept", "sw=2 flags=2", kCatalog, "cs cd dd ad", "flags=2 paused"},
     {"DownloadsKeptOnRequest", "-UAC keep-files", kChild, "cs cd ds dd as ad",
@@ -247,10 +261,16 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   }
   store_.set("Settings\\Updater", "DoNotDeleteDownloadedFiles", has(row.given, "keep-files"));
   setCommandLine(has(row.given, "-UAC") ? "-UAC" : "");
+  const std::string held = valueOf(row.given, "held", "");
+  std::optional<testsupport::MutexHolder> holder;
+  if (!held.empty())
+    holder.emplace("Global\\" + testsupport::localId() + held);
+  RunRecord::setHoldWait(holder ? 20 : 0);
 
   testsupport::LogCapture log;
   UpdatesController().performUpdates();
   WebUpdaterAdapter::setConnectedStateFunction(nullptr);
+  RunRecord::setHoldWait(0);
 
   EXPECT_EQ(row.runLines, log.details("UpdatesController::performUpdates() "));
   EXPECT_EQ(row.calls, libraryCalls());
@@ -269,9 +289,9 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
     const std::string folder = software ? testsupport::executableDirectory() : kCatalogFolder;
     EXPECT_NE(std::string::npos, apply.find(" | dir=" + folder + " | ")) << apply;
   }
-  const std::string held = has(row.outcome, "flags=2") ? "2" : "none";
-  EXPECT_EQ(has(row.outcome, "complete=1") ? "1" : held, flag("CompleteSoftwareUpdated"));
-  EXPECT_EQ(has(row.outcome, "data=1") ? "1" : held, flag("DataUpdated"));
+  const std::string kept = has(row.outcome, "flags=2") ? "2" : "none";
+  EXPECT_EQ(has(row.outcome, "complete=1") ? "1" : kept, flag("CompleteSoftwareUpdated"));
+  EXPECT_EQ(has(row.outcome, "data=1") ? "1" : kept, flag("DataUpdated"));
   EXPECT_EQ(has(row.outcome, "files-left"), testsupport::fileExists(softwarePackage()));
   EXPECT_EQ(has(row.outcome, "files-left"), testsupport::fileExists(dataPackage()));
   EXPECT_EQ("none", store_.get("Records", "PendingDownloads"));  // Nothing left noted.
