@@ -27,6 +27,10 @@ const int kShowNormal = 1;
 
 UpdatesController::ShellExecuteFunction g_shellExecute = &ShellExecuteA;
 
+std::string code(long value) {
+  return std::to_string(value);
+}
+
 }  // namespace
 
 void UpdatesController::setShellExecuteFunction(ShellExecuteFunction function) {
@@ -47,6 +51,10 @@ void UpdatesController::performUpdates() {
 
   if (!isInternetStateOk()) {
     trace.detail("The InternetState is not OK to start downloads, quitting the update process.");
+    if (webUpdater_.isLoaded())
+      conclude(RunOutcome::kOffline, "connection check: code " + code(webUpdater_.lastCode()));
+    else
+      conclude(RunOutcome::kLibraryMissing, "library load: error " + code(webUpdater_.lastCode()));
     return;
   }
   typeOfUpdateAvailable type = 0;
@@ -62,7 +70,10 @@ void UpdatesController::performUpdates() {
       break;
     case InstallDecision::kElevate:
       trace.detail(kUacEnabledElevating);
-      launchElevatedProcess();
+      if (launchElevatedProcess())
+        conclude(RunOutcome::kElevating, "relaunched with -UAC");
+      else
+        conclude(RunOutcome::kElevationFailed, "relaunch: ShellExecuteA failed");
       break;
     case InstallDecision::kStop:
       break;
@@ -84,12 +95,15 @@ UpdatesController::InstallDecision UpdatesController::decideInstallation(typeOfU
     // isUacEnabled() is constant true; the branch is kept on purpose.
     if (!CurrentProcess::getInstance()->isUacEnabled()) {
       trace.detail("UAC is NOT enabled under non admin login, EXITING UPDATE PROCESS");
+      conclude(RunOutcome::kNotPermitted, "install decision: not an administrator, UAC off");
       return InstallDecision::kStop;
     }
     // A relaunched child never relaunches again.
     if (isProcessElevated()) {
       trace.detail("Elevated permissions and still not an Admin. UAC must be off.");
       trace.detail("Exiting update process.");
+      conclude(RunOutcome::kNotPermitted,
+               "install decision: still not an administrator after the relaunch");
       return InstallDecision::kStop;
     }
     return InstallDecision::kElevate;
@@ -116,6 +130,13 @@ UpdatesController::InstallDecision UpdatesController::decideInstallation(typeOfU
       "UAC is NOT enabled and we are running under an admin user. i.e. We have permissions to "
       "write into the drivers dir. Installing updates...");
   return InstallDecision::kInstall;
+}
+
+void UpdatesController::conclude(RunOutcome outcome, const std::string& detail) {
+  if (verdict_.outcome != RunOutcome::kUpToDate && verdict_.outcome != RunOutcome::kUpdated)
+    return;
+  verdict_.outcome = outcome;
+  verdict_.detail = detail;
 }
 
 bool UpdatesController::isInternetStateOk() {
@@ -192,10 +213,13 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
     case UPDATE_CHECK_FAILED:
       trace.detail("Unable to determine if Orrery Software Update is available.");
       trace.detail("Terminating the update process.");
+      conclude(RunOutcome::kCheckFailed, "software check: code " + code(webUpdater_.lastCode()));
       return trace.returning(false);
     case UPDATE_NO_PRIVILEGE:
       trace.detail("Software Update is available, user does not have priveleges to install.");
       trace.detail("Terminating the update process.");
+      conclude(RunOutcome::kNotPermitted,
+               "software check: no privilege, code " + code(webUpdater_.lastCode()));
       return trace.returning(false);
     default:
       break;  // Any other answer goes on to the data check silently.
@@ -204,13 +228,17 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
   const std::string dataVersion = VersionInfo::GetCatalogVersionNumber();
   const std::string dataUrl = urlGenerator_.generateUrl(CATALOG_VERSION);
   // Only the software check can end the run: every other data answer means "not available".
-  if (webUpdater_.isUpdateAvailable(dataUrl, dataVersion) == UPDATE_AVAILABLE) {
+  const UpdateCheckResult dataAnswer = webUpdater_.isUpdateAvailable(dataUrl, dataVersion);
+  if (dataAnswer == UPDATE_AVAILABLE) {
     trace.detail("Catalog/Orrery Data Update is available.");
     type = type == 2 ? 3 : 1;
   } else {
     trace.detail("Data Update is NOT available.");
-    if (type == 0)
+    if (type == 0) {
+      if (dataAnswer == UPDATE_CHECK_FAILED)
+        conclude(RunOutcome::kCheckFailed, "catalog check: code " + code(webUpdater_.lastCode()));
       return trace.returning(false);
+    }
   }
   trace.detail("Atleast one update is available");
   return trace.returning(true);
@@ -289,6 +317,9 @@ bool UpdatesController::downloadUpdate(bool isSoftwareUpdate, std::string& path)
   const bool downloaded = webUpdater_.downloadUpdate(url, path);
   if (downloaded)
     downloads_.add(path);
+  else
+    conclude(RunOutcome::kDownloadFailed, std::string(isSoftwareUpdate ? "software" : "catalog") +
+                                              " download: code " + code(webUpdater_.lastCode()));
   trace.detail([&] {
     return downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
                       : std::string("The update FAILED to download!");
@@ -307,6 +338,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   }
   if (!spooler_.pausePrinters(pausedPrinters_)) {
     trace.detail("FAILED to pause all printers installed with our driver!");
+    conclude(RunOutcome::kPauseFailed, "pause printers: not all could be paused");
     performPostUpdateCleanUp(softwarePath, dataPath);
     pausedPrinters_.clear();
     return trace.returning(false);
@@ -318,6 +350,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   const auto resumeAndCleanUp = [&](bool result) {
     if (!spooler_.resumePrinters(pausedPrinters_)) {
       trace.detail("FAILED to resume all printers installed with our driver!");
+      conclude(RunOutcome::kResumeFailed, "resume printers: not all could be resumed");
       result = false;
     } else {
       trace.detail("All Printer were resumed successfully");
@@ -339,11 +372,14 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
       }
       if (!applied) {
         trace.detail("The software updates FAILED! exiting update process");
+        conclude(RunOutcome::kApplyFailed, "software apply: code " + code(webUpdater_.lastCode()));
       } else {
         trace.detail("The software updates were applied successfully");
+        verdict_.applied = "software";
         if (dataPath.empty()) {
           // Misleading line and no flag for a software-only update: both deliberate.
           trace.detail("software update FAILED");
+          conclude(RunOutcome::kUpdated, "");
           result = true;
         } else {
           trace.detail("Data update also required.");
@@ -353,6 +389,8 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
             trace.detail(
                 "Data update was also successful. Setting the flag to indicate total update.");
             setCompleteSoftwareUpdatedFlag();
+            verdict_.applied = "software+catalog";
+            conclude(RunOutcome::kUpdated, "");
             result = true;
           }
         }
@@ -364,6 +402,8 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
       } else {
         trace.detail("Data update was successful. Setting the flag to indicate it.");
         setDataUpdatedFlag();
+        verdict_.applied = "catalog";
+        conclude(RunOutcome::kUpdated, "");
         result = true;
       }
     }
@@ -374,6 +414,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
     BasicLogger::getInstance().write(
         kLogUpdater, LOG_ALWAYS,
         "UpdatesController::installUpdates() An unexpected exception ended the installation.");
+    conclude(RunOutcome::kApplyFailed, "apply: ended by an unexpected exception");
     result = false;
   }
   return trace.returning(resumeAndCleanUp(result));
@@ -396,10 +437,13 @@ bool UpdatesController::installDataUpdate(const std::string& dataPath) {
     if (error != ERROR_SUCCESS) {
       trace.detail(
           [&] { return LogText("SHCreateDirectory() failed. ErrorCode=") + decimal(error); });
+      conclude(RunOutcome::kApplyFailed, "catalog apply: folder not made, error " + code(error));
       return trace.returning(false);
     }
   }
   const bool applied = webUpdater_.installUpdateUsingCurrentProcess(dataPath, directory);
+  if (!applied)
+    conclude(RunOutcome::kApplyFailed, "catalog apply: code " + code(webUpdater_.lastCode()));
   trace.detail([&] {
     return applied ? "The data updates were applied successfully." : "The data updates FAILED.";
   });
