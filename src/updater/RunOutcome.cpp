@@ -5,26 +5,26 @@
 namespace {
 
 struct OutcomeInfo {
-  RunOutcome outcome;
   const char* word;
+  RunOutcome outcome;
   WORD eventId;  // The message ids of RunEvents.mc.
   WORD eventType;
 };
 
 const OutcomeInfo kOutcomes[] = {
-    {RunOutcome::kUpToDate, "UpToDate", 1000, EVENTLOG_INFORMATION_TYPE},
-    {RunOutcome::kUpdated, "Updated", 1001, EVENTLOG_INFORMATION_TYPE},
-    {RunOutcome::kOffline, "Offline", 2000, EVENTLOG_WARNING_TYPE},
-    {RunOutcome::kElevating, "Elevating", 2001, EVENTLOG_WARNING_TYPE},
-    {RunOutcome::kAnotherRunInProgress, "AnotherRunInProgress", 2002, EVENTLOG_WARNING_TYPE},
-    {RunOutcome::kCheckFailed, "CheckFailed", 3000, EVENTLOG_ERROR_TYPE},
-    {RunOutcome::kLibraryMissing, "LibraryMissing", 3001, EVENTLOG_ERROR_TYPE},
-    {RunOutcome::kNotPermitted, "NotPermitted", 3002, EVENTLOG_ERROR_TYPE},
-    {RunOutcome::kElevationFailed, "ElevationFailed", 3003, EVENTLOG_ERROR_TYPE},
-    {RunOutcome::kDownloadFailed, "DownloadFailed", 3004, EVENTLOG_ERROR_TYPE},
-    {RunOutcome::kPauseFailed, "PauseFailed", 3005, EVENTLOG_ERROR_TYPE},
-    {RunOutcome::kApplyFailed, "ApplyFailed", 3006, EVENTLOG_ERROR_TYPE},
-    {RunOutcome::kResumeFailed, "ResumeFailed", 3007, EVENTLOG_ERROR_TYPE},
+    {"UpToDate", RunOutcome::kUpToDate, 1000, EVENTLOG_INFORMATION_TYPE},
+    {"Updated", RunOutcome::kUpdated, 1001, EVENTLOG_INFORMATION_TYPE},
+    {"Offline", RunOutcome::kOffline, 2000, EVENTLOG_WARNING_TYPE},
+    {"Elevating", RunOutcome::kElevating, 2001, EVENTLOG_WARNING_TYPE},
+    {"AnotherRunInProgress", RunOutcome::kAnotherRunInProgress, 2002, EVENTLOG_WARNING_TYPE},
+    {"CheckFailed", RunOutcome::kCheckFailed, 3000, EVENTLOG_ERROR_TYPE},
+    {"LibraryMissing", RunOutcome::kLibraryMissing, 3001, EVENTLOG_ERROR_TYPE},
+    {"NotPermitted", RunOutcome::kNotPermitted, 3002, EVENTLOG_ERROR_TYPE},
+    {"ElevationFailed", RunOutcome::kElevationFailed, 3003, EVENTLOG_ERROR_TYPE},
+    {"DownloadFailed", RunOutcome::kDownloadFailed, 3004, EVENTLOG_ERROR_TYPE},
+    {"PauseFailed", RunOutcome::kPauseFailed, 3005, EVENTLOG_ERROR_TYPE},
+    {"ApplyFailed", RunOutcome::kApplyFailed, 3006, EVENTLOG_ERROR_TYPE},
+    {"ResumeFailed", RunOutcome::kResumeFailed, 3007, EVENTLOG_ERROR_TYPE},
 };
 
 const OutcomeInfo& info(RunOutcome outcome) {

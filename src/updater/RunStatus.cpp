@@ -171,8 +171,8 @@ std::string RunStatus::utcNow() {
   SYSTEMTIME now = {};
   GetSystemTime(&now);
   char text[32] = {};
-  snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", now.wYear, now.wMonth, now.wDay,
-           now.wHour, now.wMinute, now.wSecond);
+  static_cast<void>(snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", now.wYear,
+                             now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond));
   return text;
 }
 
