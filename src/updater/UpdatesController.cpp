@@ -27,10 +27,6 @@ const int kShowNormal = 1;
 
 UpdatesController::ShellExecuteFunction g_shellExecute = &ShellExecuteA;
 
-std::string code(long value) {
-  return std::to_string(value);
-}
-
 }  // namespace
 
 void UpdatesController::setShellExecuteFunction(ShellExecuteFunction function) {
@@ -52,9 +48,11 @@ void UpdatesController::performUpdates() {
   if (!isInternetStateOk()) {
     trace.detail("The InternetState is not OK to start downloads, quitting the update process.");
     if (webUpdater_.isLoaded())
-      conclude(RunOutcome::kOffline, "connection check: code " + code(webUpdater_.lastCode()));
+      conclude(RunOutcome::kOffline,
+               "connection check: code " + std::to_string(webUpdater_.lastCode()));
     else
-      conclude(RunOutcome::kLibraryMissing, "library load: error " + code(webUpdater_.lastCode()));
+      conclude(RunOutcome::kLibraryMissing,
+               "library load: error " + std::to_string(webUpdater_.lastCode()));
     return;
   }
   typeOfUpdateAvailable type = 0;
@@ -213,13 +211,14 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
     case UPDATE_CHECK_FAILED:
       trace.detail("Unable to determine if Orrery Software Update is available.");
       trace.detail("Terminating the update process.");
-      conclude(RunOutcome::kCheckFailed, "software check: code " + code(webUpdater_.lastCode()));
+      conclude(RunOutcome::kCheckFailed,
+               "software check: code " + std::to_string(webUpdater_.lastCode()));
       return trace.returning(false);
     case UPDATE_NO_PRIVILEGE:
       trace.detail("Software Update is available, user does not have priveleges to install.");
       trace.detail("Terminating the update process.");
       conclude(RunOutcome::kNotPermitted,
-               "software check: no privilege, code " + code(webUpdater_.lastCode()));
+               "software check: no privilege, code " + std::to_string(webUpdater_.lastCode()));
       return trace.returning(false);
     default:
       break;  // Any other answer goes on to the data check silently.
@@ -236,7 +235,8 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
     trace.detail("Data Update is NOT available.");
     if (type == 0) {
       if (dataAnswer == UPDATE_CHECK_FAILED)
-        conclude(RunOutcome::kCheckFailed, "catalog check: code " + code(webUpdater_.lastCode()));
+        conclude(RunOutcome::kCheckFailed,
+                 "catalog check: code " + std::to_string(webUpdater_.lastCode()));
       return trace.returning(false);
     }
   }
@@ -319,7 +319,8 @@ bool UpdatesController::downloadUpdate(bool isSoftwareUpdate, std::string& path)
     downloads_.add(path);
   else
     conclude(RunOutcome::kDownloadFailed, std::string(isSoftwareUpdate ? "software" : "catalog") +
-                                              " download: code " + code(webUpdater_.lastCode()));
+                                              " download: code " +
+                                              std::to_string(webUpdater_.lastCode()));
   trace.detail([&] {
     return downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
                       : std::string("The update FAILED to download!");
@@ -372,7 +373,8 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
       }
       if (!applied) {
         trace.detail("The software updates FAILED! exiting update process");
-        conclude(RunOutcome::kApplyFailed, "software apply: code " + code(webUpdater_.lastCode()));
+        conclude(RunOutcome::kApplyFailed,
+                 "software apply: code " + std::to_string(webUpdater_.lastCode()));
       } else {
         trace.detail("The software updates were applied successfully");
         verdict_.applied = "software";
@@ -437,13 +439,15 @@ bool UpdatesController::installDataUpdate(const std::string& dataPath) {
     if (error != ERROR_SUCCESS) {
       trace.detail(
           [&] { return LogText("SHCreateDirectory() failed. ErrorCode=") + decimal(error); });
-      conclude(RunOutcome::kApplyFailed, "catalog apply: folder not made, error " + code(error));
+      conclude(RunOutcome::kApplyFailed,
+               "catalog apply: folder not made, error " + std::to_string(error));
       return trace.returning(false);
     }
   }
   const bool applied = webUpdater_.installUpdateUsingCurrentProcess(dataPath, directory);
   if (!applied)
-    conclude(RunOutcome::kApplyFailed, "catalog apply: code " + code(webUpdater_.lastCode()));
+    conclude(RunOutcome::kApplyFailed,
+             "catalog apply: code " + std::to_string(webUpdater_.lastCode()));
   trace.detail([&] {
     return applied ? "The data updates were applied successfully." : "The data updates FAILED.";
   });
