@@ -209,10 +209,10 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
       trace.detail("Will check for a data update.");
       break;
     case UPDATE_CHECK_FAILED:
-      trace.detail("Unable to determine if Orrery Software Update is available.");
-      trace.detail("Terminating the update process.");
       conclude(RunOutcome::kCheckFailed,
                "software check: code " + std::to_string(webUpdater_.lastCode()));
+      trace.detail("Unable to determine if Orrery Software Update is available.");
+      trace.detail("Terminating the update process.");
       return trace.returning(false);
     case UPDATE_NO_PRIVILEGE:
       trace.detail("Software Update is available, user does not have priveleges to install.");
@@ -350,8 +350,8 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   // any type included.
   const auto resumeAndCleanUp = [&](bool result) {
     if (!spooler_.resumePrinters(pausedPrinters_)) {
-      trace.detail("FAILED to resume all printers installed with our driver!");
       conclude(RunOutcome::kResumeFailed, "resume printers: not all could be resumed");
+      trace.detail("FAILED to resume all printers installed with our driver!");
       result = false;
     } else {
       trace.detail("All Printer were resumed successfully");
