@@ -5,7 +5,8 @@ Installs the release MSI into a scratch Wine prefix with Windows Installer (msie
 the local service's address as a property), serves a newer software package and a newer catalog
 data package on 127.0.0.1, runs the program once (it relaunches
 itself elevated with "-UAC" and the child installs), prints a summary, then runs it again to show
-that nothing is left to update. With --check the summary's facts are asserted (the end-to-end
+that nothing is left to update. After each run it prints the run's status as a fleet's tools read
+it (`cvupsettings.exe /status`). With --check the summary's facts are asserted (the end-to-end
 test).
 """
 
@@ -222,6 +223,7 @@ class Demo:
             run["after"]["catalog"]))
         print("Downloads left behind: %s" % (", ".join(self.facts["downloads_left"]) or "none"))
         self.print_log_tail(8)
+        self.print_status("first")
 
     def summarize_second_run(self, run):
         nothing = any("Checking for updates failed or there are no updates available!" in l
@@ -230,6 +232,20 @@ class Demo:
         print("\nSecond run: %d requests (%s); %s" % (
             len(run["requests"]), ", ".join(r.get("package", "?") for r in run["requests"]),
             "no update available now" if nothing else "UNEXPECTED: updates were found"))
+        self.print_status("second")
+
+    def print_status(self, label):
+        """The run's status as a fleet's detection rule reads it: the settings tool's /status."""
+        result = self.prefix.wine([self.prefix.unix(INSTALL_DIR + "\\cvupsettings.exe"), "/status"],
+                                  timeout=60, cwd=self.prefix.unix(INSTALL_DIR))
+        lines = [l.strip() for l in result.stdout.splitlines() if l.strip()]
+        status = dict(l.split(": ", 1) if ": " in l else (l.rstrip(":"), "") for l in lines)
+        self.facts[label].update(status=status, status_exit=result.returncode)
+        print("Status: cvupsettings.exe /status (exit %d: %s)" % (
+            result.returncode, "a success within 7 days" if result.returncode == 0 else
+            "no success within 7 days"))
+        for line in lines:
+            print("  " + line)
 
     def print_log_tail(self, count):
         """The log's path and the last lines of the update runs (teardown lines left out)."""
@@ -281,6 +297,17 @@ class Demo:
                ["ORRERY-VERSION", "CATALOG-VERSION"],
                "requests of the second run: %s" % second["requests"])
         expect(self.facts["second_run_found_nothing"], "the second run found an update")
+        # The child's verdict replaced its parent's "Elevating"; the second run found nothing.
+        for run, result, applied in ((first, "Updated", "software+catalog"),
+                                     (second, "UpToDate", "software+catalog")):
+            status = run["status"]
+            expect(run["status_exit"] == 0 and status.get("LastResult") == result and
+                   status.get("LastUpdateApplied") == applied and
+                   status.get("LastSuccess") == status.get("LastRunEnded") and
+                   status.get("ConsecutiveFailures") == "0" and
+                   status.get("SoftwareVersion") == NEW_SOFTWARE and
+                   status.get("CatalogVersion") == NEW_CATALOG,
+                   "status %s (exit %d)" % (status, run["status_exit"]))
         if problems:
             raise StepFailed("the summary does not hold:\n    " + "\n    ".join(problems))
         print("\nAll facts of the summary hold.")

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build and the tests need (and any named as arguments), once:
 # apt-get update runs only when something is missing. wine gives /usr/bin/wine and wineboot;
-# wine64 alone does not. cppcheck and clang-tidy are among the tests; wixl builds the MSI.
+# wine64 alone does not. cppcheck and clang-tidy are among the tests; wixl builds the MSI;
+# binutils-mingw-w64-x86-64 has windmc, which compiles the program's event message table.
 set -euo pipefail
-packages=(g++-mingw-w64-x86-64-posix mingw-w64-tools wine wine64 googletest cmake ninja-build python3
-          cppcheck clang-tidy wixl "$@")
+packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 mingw-w64-tools wine wine64 googletest
+          cmake ninja-build python3 cppcheck clang-tidy wixl "$@")
 missing=()
 for package in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" ||

@@ -19,6 +19,7 @@
 #include <list>
 #include <string>
 
+#include "StatusCommand.h"
 #include "TaskSchedule.h"
 #include "logging/LogSwitches.h"
 #include "logging/Logger.h"
@@ -35,6 +36,7 @@
 #include "system/UniqueHandle.h"
 #include "updater/DownloadRecord.h"
 #include "updater/ProcessScope.h"
+#include "updater/RunEventLog.h"
 
 namespace {
 
@@ -178,6 +180,8 @@ int remove(bool& deleteStore) {
   PrinterSpoolerWrapper spooler;
   PauseRecord::recoverAbandonedPause(spooler);
   DownloadRecord::recoverAbandonedDownloads();
+  // The event source that /register-events made (the MSI deletes its own as well).
+  RunEventLog::unregisterSource();
   deleteStore = true;
   return 0;
 }
@@ -277,6 +281,10 @@ std::vector<std::string> commandLineArguments(const char* commandLine) {
 }
 
 int runSettingsTool(const std::vector<std::string>& arguments) {
+  // The run status and its events: commands of their own (StatusCommand).
+  if (StatusCommand::isAskedFor(arguments))
+    return StatusCommand::run(arguments);
+
   Options options;
   if (!parse(arguments, options)) {
     fprintf(stderr, kUsage, "cvupsettings", "cvupsettings");

@@ -47,6 +47,12 @@ void UpdatesController::performUpdates() {
 
   if (!isInternetStateOk()) {
     trace.detail("The InternetState is not OK to start downloads, quitting the update process.");
+    if (webUpdater_.isLoaded())
+      conclude(RunOutcome::kOffline,
+               "connection check: code " + std::to_string(webUpdater_.lastCode()));
+    else
+      conclude(RunOutcome::kLibraryMissing,
+               "library load: error " + std::to_string(webUpdater_.lastCode()));
     return;
   }
   typeOfUpdateAvailable type = 0;
@@ -62,7 +68,10 @@ void UpdatesController::performUpdates() {
       break;
     case InstallDecision::kElevate:
       trace.detail(kUacEnabledElevating);
-      launchElevatedProcess();
+      if (launchElevatedProcess())
+        conclude(RunOutcome::kElevating, "relaunched with -UAC");
+      else
+        conclude(RunOutcome::kElevationFailed, "relaunch: ShellExecuteA failed");
       break;
     case InstallDecision::kStop:
       break;
@@ -84,12 +93,15 @@ UpdatesController::InstallDecision UpdatesController::decideInstallation(typeOfU
     // isUacEnabled() is constant true; the branch is kept on purpose.
     if (!CurrentProcess::getInstance()->isUacEnabled()) {
       trace.detail("UAC is NOT enabled under non admin login, EXITING UPDATE PROCESS");
+      conclude(RunOutcome::kNotPermitted, "install decision: not an administrator, UAC off");
       return InstallDecision::kStop;
     }
     // A relaunched child never relaunches again.
     if (isProcessElevated()) {
       trace.detail("Elevated permissions and still not an Admin. UAC must be off.");
       trace.detail("Exiting update process.");
+      conclude(RunOutcome::kNotPermitted,
+               "install decision: still not an administrator after the relaunch");
       return InstallDecision::kStop;
     }
     return InstallDecision::kElevate;
@@ -116,6 +128,13 @@ UpdatesController::InstallDecision UpdatesController::decideInstallation(typeOfU
       "UAC is NOT enabled and we are running under an admin user. i.e. We have permissions to "
       "write into the drivers dir. Installing updates...");
   return InstallDecision::kInstall;
+}
+
+void UpdatesController::conclude(RunOutcome outcome, const std::string& detail) {
+  if (verdict_.outcome != RunOutcome::kUpToDate && verdict_.outcome != RunOutcome::kUpdated)
+    return;
+  verdict_.outcome = outcome;
+  verdict_.detail = detail;
 }
 
 bool UpdatesController::isInternetStateOk() {
@@ -192,12 +211,16 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
       trace.detail("Will check for a data update.");
       break;
     case UPDATE_CHECK_FAILED:
+      conclude(RunOutcome::kCheckFailed,
+               "software check: code " + std::to_string(webUpdater_.lastCode()));
       trace.detail("Unable to determine if Orrery Software Update is available.");
       trace.detail("Terminating the update process.");
       return trace.returning(false);
     case UPDATE_NO_PRIVILEGE:
       trace.detail("Software Update is available, user does not have priveleges to install.");
       trace.detail("Terminating the update process.");
+      conclude(RunOutcome::kNotPermitted,
+               "software check: no privilege, code " + std::to_string(webUpdater_.lastCode()));
       return trace.returning(false);
     default:
       break;  // Any other answer goes on to the data check silently.
@@ -206,13 +229,18 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
   const std::string dataVersion = VersionInfo::GetCatalogVersionNumber();
   const std::string dataUrl = urlGenerator_.generateUrl(CATALOG_VERSION);
   // Only the software check can end the run: every other data answer means "not available".
-  if (webUpdater_.isUpdateAvailable(dataUrl, dataVersion) == UPDATE_AVAILABLE) {
+  const UpdateCheckResult dataAnswer = webUpdater_.isUpdateAvailable(dataUrl, dataVersion);
+  if (dataAnswer == UPDATE_AVAILABLE) {
     trace.detail("Catalog/Orrery Data Update is available.");
     type = type == 2 ? 3 : 1;
   } else {
     trace.detail("Data Update is NOT available.");
-    if (type == 0)
+    if (type == 0) {
+      if (dataAnswer == UPDATE_CHECK_FAILED)
+        conclude(RunOutcome::kCheckFailed,
+                 "catalog check: code " + std::to_string(webUpdater_.lastCode()));
       return trace.returning(false);
+    }
   }
   trace.detail("Atleast one update is available");
   return trace.returning(true);
@@ -286,12 +314,15 @@ bool UpdatesController::downloadUpdate(bool isSoftwareUpdate, std::string& path)
   path.clear();
   const std::string url =
       urlGenerator_.generateUrl(isSoftwareUpdate ? ORRERY_DOWNLOAD : CATALOG_DOWNLOAD);
+  const std::string step = std::string(isSoftwareUpdate ? "software" : "catalog") + " download: ";
   bool downloaded = webUpdater_.downloadUpdate(url, path);
-  if (downloaded && !downloads_.add(path)) {
+  if (!downloaded) {
+    conclude(RunOutcome::kDownloadFailed, step + "code " + std::to_string(webUpdater_.lastCode()));
+  } else if (!downloads_.add(path)) {
     // Another process holds the note of downloads: this run goes no further and deletes its own.
-    if (DeleteFileA(path.c_str()))
-      downloads_.remove(path);
+    downloads_.deleteFile(path);
     downloaded = false;
+    conclude(RunOutcome::kDownloadFailed, step + "its record is held by another process");
   }
   trace.detail([&] {
     return downloaded ? "The update was downloaded SUCCESSFULLY to: '" + path + "'"
@@ -311,6 +342,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   }
   if (!spooler_.pausePrinters(pausedPrinters_)) {
     trace.detail("FAILED to pause all printers installed with our driver!");
+    conclude(RunOutcome::kPauseFailed, "pause printers: not all could be paused");
     performPostUpdateCleanUp(softwarePath, dataPath);
     pausedPrinters_.clear();
     return trace.returning(false);
@@ -321,6 +353,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
   // any type included.
   const auto resumeAndCleanUp = [&](bool result) {
     if (!spooler_.resumePrinters(pausedPrinters_)) {
+      conclude(RunOutcome::kResumeFailed, "resume printers: not all could be resumed");
       trace.detail("FAILED to resume all printers installed with our driver!");
       result = false;
     } else {
@@ -343,11 +376,15 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
       }
       if (!applied) {
         trace.detail("The software updates FAILED! exiting update process");
+        conclude(RunOutcome::kApplyFailed,
+                 "software apply: code " + std::to_string(webUpdater_.lastCode()));
       } else {
         trace.detail("The software updates were applied successfully");
+        verdict_.applied = "software";
         if (dataPath.empty()) {
           // Misleading line and no flag for a software-only update: both deliberate.
           trace.detail("software update FAILED");
+          conclude(RunOutcome::kUpdated, "");
           result = true;
         } else {
           trace.detail("Data update also required.");
@@ -357,6 +394,8 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
             trace.detail(
                 "Data update was also successful. Setting the flag to indicate total update.");
             setCompleteSoftwareUpdatedFlag();
+            verdict_.applied = "software+catalog";
+            conclude(RunOutcome::kUpdated, "");
             result = true;
           }
         }
@@ -368,6 +407,8 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
       } else {
         trace.detail("Data update was successful. Setting the flag to indicate it.");
         setDataUpdatedFlag();
+        verdict_.applied = "catalog";
+        conclude(RunOutcome::kUpdated, "");
         result = true;
       }
     }
@@ -378,6 +419,7 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
     BasicLogger::getInstance().write(
         kLogUpdater, LOG_ALWAYS,
         "UpdatesController::installUpdates() An unexpected exception ended the installation.");
+    conclude(RunOutcome::kApplyFailed, "apply: ended by an unexpected exception");
     result = false;
   }
   return trace.returning(resumeAndCleanUp(result));
@@ -400,10 +442,15 @@ bool UpdatesController::installDataUpdate(const std::string& dataPath) {
     if (error != ERROR_SUCCESS) {
       trace.detail(
           [&] { return LogText("SHCreateDirectory() failed. ErrorCode=") + decimal(error); });
+      conclude(RunOutcome::kApplyFailed,
+               "catalog apply: folder not made, error " + std::to_string(error));
       return trace.returning(false);
     }
   }
   const bool applied = webUpdater_.installUpdateUsingCurrentProcess(dataPath, directory);
+  if (!applied)
+    conclude(RunOutcome::kApplyFailed,
+             "catalog apply: code " + std::to_string(webUpdater_.lastCode()));
   trace.detail([&] {
     return applied ? "The data updates were applied successfully." : "The data updates FAILED.";
   });

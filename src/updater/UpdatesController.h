@@ -10,6 +10,7 @@
 
 #include "printers/PrinterSpoolerWrapper.h"
 #include "updater/DownloadRecord.h"
+#include "updater/RunOutcome.h"
 #include "webupdate/UrlGenerator.h"
 #include "webupdate/WebUpdaterAdapter.h"
 
@@ -25,8 +26,9 @@ using typeOfUpdateAvailable = uint32_t;
 // downloads it has not deleted yet (DownloadRecord), so that a later run deletes them if this one
 // dies first.
 //
-// Nothing is reported outside the registry flags and the log; every failure becomes a false
-// result and a log line. Printers paused for an installation are resumed on every path.
+// Every failure becomes a false result and a log line; the run's verdict (how it ended, the
+// failing step with its code, what it applied) is kept for the caller to report, and nothing the
+// run decides depends on it. Printers paused for an installation are resumed on every path.
 class UpdatesController {
  public:
   // The shell's ShellExecuteA; a seam so that tests can present a declined elevation prompt.
@@ -38,6 +40,8 @@ class UpdatesController {
   UpdatesController& operator=(const UpdatesController&) = delete;
 
   void performUpdates();
+  // How the run ended: the first failure or warning noted, else UpToDate or Updated.
+  const RunVerdict& verdict() const { return verdict_; }
 
   bool isInternetStateOk();
   bool isProcessRunningWithAdminPrivileges();
@@ -79,6 +83,8 @@ class UpdatesController {
   // Whether this process installs the updates itself, relaunches itself elevated or stops, from
   // the Windows version, its rights, the "-UAC" marker and the kind of update.
   InstallDecision decideInstallation(typeOfUpdateAvailable type, FunctionTrace& trace);
+  // Notes how the run ends unless a failure or warning was noted first; what was applied stays.
+  void conclude(RunOutcome outcome, const std::string& detail);
 
   WebUpdaterAdapter webUpdater_;
   UrlGenerator urlGenerator_;
@@ -86,4 +92,5 @@ class UpdatesController {
   std::list<HANDLE> pausedPrinters_;
   DownloadRecord downloads_;
   std::function<void()> handOver_;
+  RunVerdict verdict_;
 };

@@ -143,6 +143,7 @@ void WebUpdaterAdapter::initialize() {
   module_.reset(LoadLibraryA(path.c_str()));
   if (!module_.valid()) {
     const DWORD error = GetLastError();
+    lastCode_ = static_cast<long>(error);
     BasicLogger::getInstance().write(
         kLogUpdater, LOG_ALWAYS,
         LogText("WebUpdaterAdapter::initialize : LoadLibrary Failed. ::GetLastError()=") +
@@ -213,6 +214,7 @@ bool WebUpdaterAdapter::isInternetAvailable() {
   if (checkConnection == nullptr)
     return trace.returning(false);
   const int connection = checkConnection();
+  lastCode_ = connection;
   trace.detail([&] {
     return LogText("WebUpdaterDll Check for connection call returned : ") + decimal(connection);
   });
@@ -243,6 +245,7 @@ UpdateCheckResult WebUpdaterAdapter::isUpdateAvailable(const std::string& url,
   ZeroMemory(newVersion.get(), kUpdNewVersionSize);
   const int code = checkForUpdate(url.c_str(), currentVersionNumber.c_str(), newVersion.get(),
                                   timeOut, retryCount, nullptr);
+  lastCode_ = code;
   // The library may fill all 20 bytes; never read past them.
   trace.detail([&] {
     return " New version number=" +
@@ -274,6 +277,7 @@ bool WebUpdaterAdapter::downloadUpdate(const std::string& url, std::string& down
   unsigned long long ignored = 0;
   const int code =
       download(url.c_str(), nullptr, &ignored, nullptr, timeOut, retryCount, &path, nullptr);
+  lastCode_ = code;
   Block libraryBlock;
   const bool inOwnBuffer = path == ownBuffer.get();
   if (!inOwnBuffer) {
@@ -323,6 +327,7 @@ bool WebUpdaterAdapter::installUpdateUsingCurrentProcess(const std::string& inst
   });
   const int code =
       apply(installationFileName.c_str(), destinationDir.c_str(), nullptr, nullptr, nullptr);
+  lastCode_ = code;
   trace.detail(
       [&] { return LogText(" UpdaterDll apply updates call returned : ") + decimal(code); });
   const bool result = code == kUpdApplied;

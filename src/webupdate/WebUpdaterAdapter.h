@@ -57,6 +57,11 @@ class WebUpdaterAdapter {
 
   static void setConnectedStateFunction(ConnectedStateFunction function);
 
+  bool isLoaded() const { return module_.valid(); }
+  // What the library's last call (connection, check, download, apply) returned, or LoadLibrary's
+  // error after a failed load; 0 before either.
+  long lastCode() const { return lastCode_; }
+
  private:
   // The export `name`, typed as `FunctionPointer`; null after logging `notLoaded` when the
   // library is not loaded, or `lookupFailed` and the error when the export is missing.
@@ -67,4 +72,5 @@ class WebUpdaterAdapter {
                        const char* lookupFailed) const;
 
   ScopedModule module_;
+  long lastCode_ = 0;
 };

@@ -4,7 +4,8 @@ killed while its printers are paused and its packages are downloaded, its store 
 cvupsettings.exe open to users (as a ZIP install leaves it) or locked (as the MSI does), the next
 run resumes the printers and deletes the packages; several runs started at once update once, and
 the runs that stand aside touch nothing. Every run has a time limit, after which the prefix is
-ended with `wineserver -k`. (e2e_main_job covers a whole update run.)
+ended with `wineserver -k`. A killed run's status shows it started and never ended, and each run
+ends with one event, read from Wine's eventlog channel. (e2e_main_job covers a whole update run.)
 """
 
 import os
@@ -54,12 +55,13 @@ class ShippedProgram(unittest.TestCase):
                 "winspool.drv": "native"},
         })
 
-    def library(self, software, data, apply, data_download="buffer," + PACKAGES[1]):
+    def library(self, software, data, apply, download="0,alloc," + PACKAGES[0],
+                data_download="0,buffer," + PACKAGES[1]):
         self.prefix.write(INSTALL + r"\cvupwupd.DLL.ini",
                           "[Library]\r\nJournal=%s\r\nGate=%s\r\n[Check]\r\nSWVER=%s\r\n"
-                          "DATAVER=%s\r\n[Download]\r\nSWPKG=0,alloc,%s\r\n"
-                          "DATAPKG=0,%s\r\n[Apply]\r\n*=%s\r\n" % (
-                              JOURNAL, GATE, software, data, PACKAGES[0], data_download, apply))
+                          "DATAVER=%s\r\n[Download]\r\nSWPKG=%s\r\n"
+                          "DATAPKG=%s\r\n[Apply]\r\n*=%s\r\n" % (
+                              JOURNAL, GATE, software, data, download, data_download, apply))
 
     def printers(self, *printers):
         """The spooler's printers of the driver: (name, status) pairs; status 1 is paused."""
@@ -139,6 +141,17 @@ class ShippedProgram(unittest.TestCase):
                                   cwd=self.prefix.unix(INSTALL))
         self.assertEqual(0, result.returncode, result.stdout)
 
+    def status(self, *names):
+        """The run status's values, as `reg query` prints them (None when absent)."""
+        out = self.prefix.wine(["reg", "query", STORE + r"\Status"]).stdout
+        found = {}
+        for line in out.splitlines():
+            parts = line.strip().split(None, 2)
+            if len(parts) >= 2 and parts[1].startswith("REG_"):
+                found[parts[0]] = parts[2] if len(parts) == 3 else ""
+        values = [found.get(name) for name in names]
+        return values[0] if len(names) == 1 else values
+
     def recovery_lines(self):
         return [l for l in (self.prefix.read(LOG) or "").splitlines()
                 if "::recoverAbandoned" in l or "DownloadRecord: " in l]
@@ -160,6 +173,9 @@ class ShippedProgram(unittest.TestCase):
         self.install_store(lock)
         self.printers(("Office Inkjet", 0), ("Back Office", 0))
         self.library(software="3,1.1.0.0", data="3,2026.2", apply="hang")
+        self.prefix.import_registry({STORE + r"\Status": {
+            "LastRunStarted": "2026-01-02T03:04:00Z", "LastRunEnded": "2026-01-02T03:04:05Z",
+            "LastResult": "Offline"}})
         installer = subprocess.Popen(["wine", self.prefix.unix(INSTALL + r"\cvupdater.exe")],
                                      env=self.prefix.env, cwd=self.prefix.unix(INSTALL),
                                      stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -172,6 +188,11 @@ class ShippedProgram(unittest.TestCase):
             hung = [c for c in self.journal() if "result=hang" in c]
         self.assertTrue(hung, "the install never reached the library's apply")
         self.assertEqual(["Office Inkjet 1", "Back Office 1"], self.printer_commands())
+        # The run in the library's apply has said that it started, and not yet that it ended.
+        started, ended, result = self.status("LastRunStarted", "LastRunEnded", "LastResult")
+        self.assertEqual("2026-01-02T03:04:05Z", ended)
+        self.assertGreater(started, ended)
+        self.assertEqual("Offline", result)
 
         # While the installer lives, a new run stands aside and leaves its printers alone.
         self.library(software="2", data="2", apply="1")
@@ -215,12 +236,54 @@ class ShippedProgram(unittest.TestCase):
 
         # A catalog that the library says it put at a link to a folder is not recorded, and the
         # folder stays; nothing is left to recover.
-        self.library(software="2", data="3,2026.3", apply="1", data_download=r"named,C:\e2elink")
+        self.library(software="2", data="3,2026.3", apply="1", data_download=r"0,named,C:\e2elink")
         self.run_program()
         self.assertIsNone(self.record("PendingDownloads"))
         self.assertIn(r"'C:\e2elink' is not recorded: not a regular file", self.prefix.read(LOG))
         self.assertTrue(self.prefix.exists(r"C:\e2e\victim.pkg"))
         self.assertEqual(recovered, self.recovery_lines())
+        # And the status is whole again: the last run started and ended, and applied the catalog.
+        started, ended, success, *rest = self.status(
+            "LastRunStarted", "LastRunEnded", "LastSuccess", "LastResult", "LastResultDetail",
+            "ConsecutiveFailures")
+        self.assertLessEqual(started, ended)
+        self.assertEqual([ended, "Updated", "", "0x0"], [success] + rest)
+
+    def events(self):
+        """Runs the program once; its events as (type channel, event id, strings)."""
+        self.prefix.env["WINEDEBUG"] = "-all,+eventlog,fixme+advapi"
+        try:
+            result = self.prefix.wine([self.prefix.unix(INSTALL + r"\cvupdater.exe")],
+                                      timeout=RUN_LIMIT, cwd=self.prefix.unix(INSTALL))
+        finally:
+            self.prefix.env["WINEDEBUG"] = "-all"
+        self.assertTrue(self.prefix.wait_idle(RUN_LIMIT), "the run did not end in time")
+        events = []
+        for line in result.stdout.splitlines():
+            if "fixme:advapi:ReportEventA " in line:
+                events.append((None, int(line.split(",")[3], 16), []))
+            elif ":eventlog:ReportEventW " in line and events:
+                kind = line.split(":")[1]
+                events[-1] = (kind, events[-1][1], events[-1][2] + [line.split(' L"', 1)[1][:-1]])
+        return events
+
+    def test_each_run_ends_with_one_event_that_names_its_result(self):
+        self.install_store(lock=False)
+        self.printers(("Office Inkjet", 0))
+        for name, version in (("cvupProg.ver", "1.0.0.1"), ("orData.ver", "2026.1")):
+            self.prefix.write(INSTALL + "\\" + name, "<PackageVersion>%s</PackageVersion>" % version)
+        self.library(software="2", data="2", apply="1")
+        self.assertEqual([("trace", 1000, ["UpToDate", "1.0.0.1", "2026.1", ""])], self.events())
+        success = self.status("LastSuccess")
+        self.library(software="3,1.1.0.0", data="2", apply="1", download="1,buffer,")
+        self.assertEqual([("err", 3004, ["DownloadFailed", "1.0.0.1", "2026.1",
+                                         "software download: code 1"])], self.events())
+        self.assertEqual(["DownloadFailed", success, "0x1"], self.status(
+            "LastResult", "LastSuccess", "ConsecutiveFailures"))
+        # Switched off in the store: no event, the status all the same.
+        self.prefix.import_registry({STORE + r"\Settings\Updater": {"ReportRunEvents": 0}})
+        self.assertEqual([], self.events())
+        self.assertEqual("0x2", self.status("ConsecutiveFailures"))
 
     def test_runs_started_at_once_apply_each_package_once(self):
         self.install_store(lock=False)

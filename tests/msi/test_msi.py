@@ -23,6 +23,7 @@ BUILD_DIR = None
 SOURCE_DIR = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
 FAMILY = r"HKLM\Software\CorvaneInkjet\QNV\Local"
 STORE = FAMILY + r"\cvup"
+EVENT_SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orrery Updater"
 TASK = r"C:\windows\system32\tasks\Corvane\Orrery Updater"
 SHIPPED = ["DEPLOYING.md", "cvupdater.exe", "cvupqnv.loc", "cvupsettings.exe",
            "orrery-updater-system.xml", "orrery-updater-users.xml"]
@@ -67,6 +68,9 @@ class Msi(unittest.TestCase):
         self.assertEqual(["(A;CI;KA;;;BA)(A;CI;KA;;;SY)"] * 2,
                          [self.dacl(STORE), self.dacl(STORE + r"\Settings\Updater")])
         self.assertTrue(self.prefix.exists(TASK))
+        self.assertEqual([folder + r"\cvupdater.exe", "0x7"],
+                         [self.prefix.reg_value(EVENT_SOURCE, "EventMessageFile", "REG_\\w+"),
+                          self.prefix.reg_value(EVENT_SOURCE, "TypesSupported")])
         with open(self.prefix.unix(folder + r"\orrery-updater-task.xml"), encoding="utf-16") as f:
             task = f.read()
         for part in ("<RandomDelay>PT4H</RandomDelay>", "<UserId>S-1-5-18</UserId>",
@@ -89,6 +93,7 @@ class Msi(unittest.TestCase):
         self.assertEqual(0, code)
         self.assertFalse(self.prefix.exists(folder) or self.prefix.exists(TASK))
         self.assertIsNone(self.value("Settings", "DriverName"))
+        self.assertNotIn("Orrery Updater", self.prefix.wine(["reg", "query", EVENT_SOURCE[:-15]]).stdout)
         self.assertEqual("y", self.prefix.reg_value(FAMILY + r"\othr\Settings", "X", "REG_SZ"))
 
     def test_a_settings_file_of_ones_own_is_installed_and_one_that_fails_leaves_nothing(self):

@@ -6,6 +6,7 @@
 
 #include "logging/Logger.h"
 #include "support/TestSupport.h"
+#include "updater/RunStatus.h"
 
 namespace {
 
@@ -13,6 +14,9 @@ std::string withoutCarriageReturns(std::string text) {
   text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
   return text;
 }
+
+const char kEventSource[] =
+    "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Orrery Updater";
 
 }  // namespace
 
@@ -112,6 +116,7 @@ TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesT
   const std::string id = testsupport::localId().substr(0, 2) + "sz";
   const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id;
   const std::string record = "Office Inkjet\0\0";
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, kEventSource, "TypesSupported", REG_SZ, "7", 2);
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, (root + "\\Settings\\Updater").c_str(), "PausedPrinters",
                   REG_MULTI_SZ, record.c_str(), static_cast<DWORD>(record.size() + 1));
   PrinterScenario paused{"Office Inkjet", "Corvane Inkjet Driver"};
@@ -141,6 +146,7 @@ TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesT
                 "\n",
             withoutCarriageReturns(remover.output()));
   EXPECT_FALSE(testsupport::keyExists(testsupport::familyPath()));
+  EXPECT_FALSE(testsupport::keyExists(kEventSource)) << "the event source stays registered";
   run.wait(20000);
   for (const auto& [source, copy] : copies)
     DeleteFileA((folder + id + copy).c_str());
@@ -190,5 +196,68 @@ TEST(SettingsInstallerTool, RefusesNamesLongerThanTheRegistryTakes) {
     testsupport::deleteKeyTree(root);
   }
   DeleteFileA(file.c_str());
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+}
+
+// /status prints the last run's status, "Name: value" a line, and exits 0 while its last success is
+// at most /maxage days old (7 by default), 1 when older or missing, 2 on wrong arguments;
+// /register-events registers the event source with the program beside the tool.
+TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) {
+  const std::string id = testsupport::localId().substr(0, 2) + "st";
+  const std::string status = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\Status";
+  const std::string now = RunStatus::utcNow(), old = "2026-01-02T03:04:05Z";
+  const std::string lines = "LastRunStarted: " + now + "\nLastRunEnded: " + now +
+                            "\nLastResult: DownloadFailed\nLastResultDetail: catalog download: "
+                            "code 1\nLastSuccess: ";
+  const std::string versions = "\nSoftwareVersion: 1.0.0.1\nCatalogVersion: 2026.1\n";
+  const struct {
+    const char* lastSuccess;  // "": no status
+    std::string arguments;
+    DWORD exitCode;
+    std::string output;
+  } rows[] = {
+      {"now", "/status", 0, lines + now + versions + "ConsecutiveFailures: 1\n"},
+      {"old", "/status /maxage 30", 1, lines + old + versions + "ConsecutiveFailures: 1\n"},
+      {"old", "/status /maxage 3650", 0, lines + old + versions + "ConsecutiveFailures: 1\n"},
+      {"", "/status", 1, ""},
+      {"now", "/status /maxage", 2, ""},
+      {"now", "/status /maxage -1", 2, ""},
+      {"now", "/status /days 3", 2, ""},
+      {"now", "/status /maxage 99999", 2, ""},
+  };
+  for (const auto& row : rows) {
+    testsupport::deleteKeyTree(status);
+    if (*row.lastSuccess != '\0') {
+      const std::string success = std::string(row.lastSuccess) == "now" ? now : old;
+      const std::pair<const char*, std::string> values[] = {
+          {"LastRunStarted", now},          {"LastRunEnded", now},
+          {"LastResult", "DownloadFailed"}, {"LastResultDetail", "catalog download: code 1"},
+          {"LastSuccess", success},         {"SoftwareVersion", "1.0.0.1"},
+          {"CatalogVersion", "2026.1"}};
+      for (const auto& [name, value] : values)
+        RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), name, REG_SZ, value.c_str(),
+                        static_cast<DWORD>(value.size() + 1));
+      const DWORD failures = 1;
+      RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), "ConsecutiveFailures", REG_DWORD,
+                      &failures, sizeof failures);
+    }
+    DWORD exitCode = 99;
+    std::string errors;
+    const std::string output = withoutCarriageReturns(testsupport::runCopy(
+        "cvupsettings.exe", id + "tool.exe", row.arguments, "", &exitCode, &errors));
+    EXPECT_EQ(row.exitCode, exitCode) << row.arguments << errors;
+    EXPECT_EQ(row.output, output) << row.arguments;
+  }
+  DWORD exitCode = 99;
+  const std::string source = kEventSource;
+  testsupport::deleteKeyTree(source);
+  testsupport::runCopy("cvupsettings.exe", id + "tool.exe", "/register-events", "", &exitCode);
+  EXPECT_EQ(0u, exitCode);
+  EXPECT_EQ(testsupport::executableDirectory() + "cvupdater.exe",
+            testsupport::registryValue(source, "EventMessageFile"));
+  EXPECT_EQ("7", testsupport::registryValue(source, "TypesSupported"));
+  testsupport::deleteKeyTree(source);
+  testsupport::deleteKeyTree(testsupport::familyPath() + "\\QNV\\Local\\" + id);
+  DeleteFileA((testsupport::executableDirectory() + id + "tool.exe").c_str());
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }

@@ -6,6 +6,7 @@
 #include <wininet.h>
 
 #include <optional>
+#include <regex>
 
 #include "logging/BasicLogger.h"
 #include "printers/DeviceEnumerator.h"
@@ -14,6 +15,7 @@
 #include "system/OsVersion.h"
 #include "updater/CommandLineParams.h"
 #include "updater/DownloadRecord.h"
+#include "updater/RunStatus.h"
 #include "updater/UpdatesController.h"
 #include "webupdate/WebUpdaterAdapter.h"
 
@@ -51,6 +53,11 @@ class UpdatesControllerTest : public testing::Test {
     store_.set(updater, "TandemCatalogDownloadPackageCode", "dd");
     store_.set(updater, "PrinterPollInterval", 1);
     store_.set("Settings\\", "DriverName", kDriver);
+    // The installed versions that the run's status reports.
+    store_.set("Settings\\", "DllPath", files_.path());
+    store_.set("Settings\\", "DataPath", files_.path());
+    testsupport::writeFile(files_.file("cvctProg.ver"), "<PackageVersion>1.2.3.4</PackageVersion>");
+    testsupport::writeFile(files_.file("orData.ver"), "<PackageVersion>2026.1</PackageVersion>");
     g_relaunches.clear();
     g_shellResult = 42;
     UpdatesController::setShellExecuteFunction(&fakeShellExecute);
@@ -130,12 +137,12 @@ struct Row {
   // (its mutex held by another process past the wait), "no-sw-download",
   // "no-data-download", "sw-apply=<0|throw>", "data-apply=0", "other-driver", "flags=2" (set by
   // another component), "keep-files", "resume-fails", "data-dir-blocked" (a file where the
-  // catalog's folder belongs).
+  // catalog's folder belongs), "no-library".
   const char* given;
   Lines runLines;     // performUpdates()' own detail lines
   const char* calls;  // libraryCalls()
   // "relaunch", "complete=1", "data=1", "flags=2" (kept), "paused" (and resumed unless the resume
-  // fails), "files-left".
+  // fails), "files-left"; the run's status: "result=<LastResult>", "applied=<LastUpdateApplied>".
   const char* outcome;
   const char* line = "";  // a detail line, "Operation() text", that the log must hold
 };
@@ -145,62 +152,78 @@ void PrintTo(const Row& row, std::ostream* out) {
 }
 
 const Row kRows[] = {
-    {"OfflineNoCheck", "offline", {kOffline}, "", ""},
-    {"DialUpLineGoesOn", "dial-up sw=2 data=2", {kNothing}, "cs cd", ""},
-    {"NothingAvailable", "sw=2 data=2", {kNothing}, "cs cd", ""},
-    {"SoftwareCheckFailsNoDataCheck", "sw=0", {kNothing}, "cs", ""},
-    {"SoftwareNoPrivilegeNoDataCheck", "sw=4", {kNothing}, "cs", ""},
-    {"UnknownSoftwareAnswerIsAFailedCheck", "sw=7", {kNothing}, "cs", ""},
-    {"DataCheckNoPrivilegeIsNothing", "sw=2 data=4", {kNothing}, "cs cd", ""},
-    {"UserRelaunches", "user", kUserRelaunch, "cs cd", "relaunch"},
-    {"UserDeclinesTheRelaunch", "user declined", kUserRelaunch, "cs cd", "relaunch"},
-    {"UserCatalogOnlyRelaunches", "user sw=2", kUserRelaunch, "cs cd", "relaunch"},
-    {"UserChildNeverRelaunchesAgain", "user -UAC", kUserChild, "cs cd", ""},
-    {"AdminCatalogOnlyInstallsInPlace", "sw=2", kCatalog, "cs cd dd ad", "data=1 paused"},
-    {"AdminSoftwareUpdateRelaunches", "", kAdminRelaunch, "cs cd", "relaunch"},
-    {"ChildInstallsBoth", "-UAC", kChild, "cs cd ds dd as ad", "complete=1 paused"},
+    {"OfflineNoCheck", "offline", {kOffline}, "", "result=Offline"},
+    {"LibraryMissingNoCheck", "no-library", {kOffline}, "", "result=LibraryMissing"},
+    {"DialUpLineGoesOn", "dial-up sw=2 data=2", {kNothing}, "cs cd", "result=UpToDate"},
+    {"NothingAvailable", "sw=2 data=2", {kNothing}, "cs cd", "result=UpToDate"},
+    {"SoftwareCheckFailsNoDataCheck", "sw=0", {kNothing}, "cs", "result=CheckFailed"},
+    {"SoftwareNoPrivilegeNoDataCheck", "sw=4", {kNothing}, "cs", "result=NotPermitted"},
+    {"UnknownSoftwareAnswerIsAFailedCheck", "sw=7", {kNothing}, "cs", "result=CheckFailed"},
+    {"DataCheckNoPrivilegeIsNothing", "sw=2 data=4", {kNothing}, "cs cd", "result=UpToDate"},
+    {"UserRelaunches", "user", kUserRelaunch, "cs cd", "relaunch result=Elevating"},
+    {"UserDeclinesTheRelaunch", "user declined", kUserRelaunch, "cs cd",
+     "relaunch result=ElevationFailed"},
+    {"UserCatalogOnlyRelaunches", "user sw=2", kUserRelaunch, "cs cd", "relaunch result=Elevating"},
+    {"UserChildNeverRelaunchesAgain", "user -UAC", kUserChild, "cs cd", "result=NotPermitted"},
+    {"AdminCatalogOnlyInstallsInPlace", "sw=2", kCatalog, "cs cd dd ad",
+     "data=1 paused result=Updated applied=catalog"},
+    {"AdminSoftwareUpdateRelaunches", "", kAdminRelaunch, "cs cd", "relaunch result=Elevating"},
+    {"ChildInstallsBoth", "-UAC", kChild, "cs cd ds dd as ad",
+     "complete=1 paused result=Updated applied=software+catalog"},
     // The misleading line and the missing flag are long-standing behaviour that other
     // components rely on.
-    {"ChildSoftwareOnlySetsNoFlag", "-UAC data=2", kChild, "cs cd ds as", "paused",
+    {"ChildSoftwareOnlySetsNoFlag", "-UAC data=2", kChild, "cs cd ds as",
+     "paused result=Updated applied=software",
      "UpdatesController::installUpdates() software update FAILED"},
-    {"DataCheckFailureLeavesTheSoftwareUpdate", "-UAC data=0", kChild, "cs cd ds as", "paused"},
+    {"DataCheckFailureLeavesTheSoftwareUpdate", "-UAC data=0", kChild, "cs cd ds as",
+     "paused result=Updated applied=software"},
     {"SoftwareDownloadFailsNothingElseHappens", "-UAC no-sw-download", kChildFailed, "cs cd ds",
-     ""},
+     "result=DownloadFailed"},
     {"DataDownloadFailsSoftwareDownloadRemoved", "-UAC no-data-download", kChildFailed,
-     "cs cd ds dd", ""},
+     "cs cd ds dd", "result=DownloadFailed"},
     {"SoftwareApplyFailsPrintersResumed", "-UAC sw-apply=0", kChildFailed, "cs cd ds dd as",
-     "paused"},
+     "paused result=ApplyFailed"},
     {"SoftwareApplyThrowsPrintersResumed", "-UAC sw-apply=throw", kChildFailed, "cs cd ds dd as",
-     "paused"},
-    {"DataApplyFailsNoFlag", "-UAC data-apply=0", kChildFailed, "cs cd ds dd as ad", "paused"},
-    {"CatalogApplyFails", "sw=2 data-apply=0", kCatalogFailed, "cs cd dd ad", "paused"},
-    {"CatalogFolderCannotBeMade", "sw=2 data-dir-blocked", kCatalogFailed, "cs cd dd", "paused",
+     "paused result=ApplyFailed"},
+    {"DataApplyFailsNoFlag", "-UAC data-apply=0", kChildFailed, "cs cd ds dd as ad",
+     "paused result=ApplyFailed applied=software"},
+    {"CatalogApplyFails", "sw=2 data-apply=0", kCatalogFailed, "cs cd dd ad",
+     "paused result=ApplyFailed"},
+    {"CatalogFolderCannotBeMade", "sw=2 data-dir-blocked", kCatalogFailed, "cs cd dd",
+     "paused result=ApplyFailed",
      "UpdatesController::installDataUpdate() SHCreateDirectory() failed. ErrorCode=3"},
     {"ResumeFailsTheInstallation", "-UAC resume-fails", kChildFailed, "cs cd ds dd as ad",
-     "complete=1 paused",
+     "complete=1 paused result=ResumeFailed applied=software+catalog",
      "UpdatesController::installUpdates() FAILED to resume all printers installed with our "
      "driver!"},
-    {"NoPrinterOfInterestInstallsNothing", "sw=2 other-driver", kCatalogFailed, "cs cd dd", ""},
+    {"NoPrinterOfInterestInstallsNothing", "sw=2 other-driver", kCatalogFailed, "cs cd dd",
+     "result=PauseFailed"},
     // A record's mutex that another process holds past the wait: nothing paused or applied
     // unrecorded, the run's own downloads deleted.
     {"HeldPauseRecordAbandonsTheInstallation", "-UAC held=PausedPrinters", kChildFailed,
-     "cs cd ds dd", "",
+     "cs cd ds dd", "result=PauseFailed",
      "PauseRecord: the mutex 'Global\\cvctPausedPrinters' is held by another process; this run "
      "abandons its installation"},
     {"HeldDownloadRecordAbandonsTheInstallation", "-UAC held=PendingDownloads", kChildFailed,
-     "cs cd ds", "",
+     "cs cd ds", "result=DownloadFailed",
      "DownloadRecord: the mutex 'Global\\cvctPendingDownloads' is held by another process; this "
      "run abandons its installation"},
-    {"FlagsHeldAtTwoAreKept", "-UAC flags=2", kChild, "cs cd ds dd as ad", "flags=2 paused"},
-    {"CatalogFlagHeldAtTwoIsKept", "sw=2 flags=2", kCatalog, "cs cd dd ad", "flags=2 paused"},
+    {"FlagsHeldAtTwoAreKept", "-UAC flags=2", kChild, "cs cd ds dd as ad",
+     "flags=2 paused result=Updated applied=software+catalog"},
+    {"CatalogFlagHeldAtTwoIsKept", "sw=2 flags=2", kCatalog, "cs cd dd ad",
+     "flags=2 paused result=Updated applied=catalog"},
     {"DownloadsKeptOnRequest", "-UAC keep-files", kChild, "cs cd ds dd as ad",
-     "complete=1 paused files-left"},
+     "complete=1 paused files-left result=Updated applied=software+catalog"},
     // Windows 2000, XP and 2003: no administrator test, no relaunch.
-    {"XpInstallsBothInPlace", "xp", kXpRun, "cs cd ds dd as ad", "complete=1 paused"},
-    {"XpCatalogOnly", "xp sw=2", kXpRun, "cs cd dd ad", "data=1 paused"},
-    {"XpSoftwareOnly", "xp -UAC data=2", kXpRun, "cs cd ds as", "paused"},
-    {"XpDataDownloadFails", "xp no-data-download", kXpFailed, "cs cd ds dd", ""},
-    {"XpNothingAvailable", "xp sw=2 data=2", {kNothing}, "cs cd", ""},
+    {"XpInstallsBothInPlace", "xp", kXpRun, "cs cd ds dd as ad",
+     "complete=1 paused result=Updated applied=software+catalog"},
+    {"XpCatalogOnly", "xp sw=2", kXpRun, "cs cd dd ad",
+     "data=1 paused result=Updated applied=catalog"},
+    {"XpSoftwareOnly", "xp -UAC data=2", kXpRun, "cs cd ds as",
+     "paused result=Updated applied=software"},
+    {"XpDataDownloadFails", "xp no-data-download", kXpFailed, "cs cd ds dd",
+     "result=DownloadFailed"},
+    {"XpNothingAvailable", "xp sw=2 data=2", {kNothing}, "cs cd", "result=UpToDate"},
 };
 
 // Whether the blank-separated `words` hold `word`; the text after "<key>=" for a key.
@@ -267,8 +290,24 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
     holder.emplace("Global\\" + testsupport::localId() + held);
   RunRecord::setHoldWait(holder ? 20 : 0);
 
+  if (has(row.given, "no-library"))
+    store_.set("Settings\\Updater", "WebUpdaterDllPath", files_.path());
+  // The status as a parent that relaunched itself left it: the run's verdict replaces it.
+  const std::string earlier = "2020-01-02T03:04:05Z";
+  store_.set("Status", "LastResult", "Elevating");
+  store_.set("Status", "LastSuccess", earlier);
+  store_.set("Status", "ConsecutiveFailures", 2);
+
   testsupport::LogCapture log;
-  UpdatesController().performUpdates();
+  const std::string before = RunStatus::utcNow();
+  RunStatus status;
+  RunVerdict verdict;
+  {
+    UpdatesController controller;
+    controller.performUpdates();
+    verdict = controller.verdict();
+  }
+  status.finish(verdict);
   WebUpdaterAdapter::setConnectedStateFunction(nullptr);
   RunRecord::setHoldWait(0);
 
@@ -299,6 +338,27 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   EXPECT_EQ(printers, spooler_.names("SetPrinterA", "command=1 result=1"));
   EXPECT_EQ(has(row.given, "resume-fails") ? Lines{} : printers,
             spooler_.names("SetPrinterA", "command=2 result=1"));
+
+  // The status: a success moves LastSuccess and ends the failures' count, a failure counts, a
+  // warning (offline, a relaunch) leaves both.
+  const std::string result = valueOf(row.outcome, "result", "?");
+  const bool success = result == "UpToDate" || result == "Updated";
+  const bool warning = result == "Offline" || result == "Elevating";
+  const std::string ended = store_.get("Status", "LastRunEnded");
+  EXPECT_EQ(result, store_.get("Status", "LastResult"));
+  EXPECT_EQ(success, store_.get("Status", "LastResultDetail").empty());
+  EXPECT_EQ(success ? ended : earlier, store_.get("Status", "LastSuccess"));
+  EXPECT_EQ(success ? "0" : warning ? "2" : "3", store_.get("Status", "ConsecutiveFailures"));
+  const std::string applied = valueOf(row.outcome, "applied", "none");
+  EXPECT_EQ(applied, store_.get("Status", "LastUpdateApplied"));
+  EXPECT_EQ(applied == "none" ? "none" : ended, store_.get("Status", "LastUpdate"));
+  EXPECT_EQ("1.2.3.4", store_.get("Status", "SoftwareVersion"));
+  EXPECT_EQ("2026.1", store_.get("Status", "CatalogVersion"));
+  const std::regex utc("20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9]Z");
+  EXPECT_TRUE(std::regex_match(ended, utc)) << ended;
+  EXPECT_LE(before, store_.get("Status", "LastRunStarted"));
+  EXPECT_LE(store_.get("Status", "LastRunStarted"), ended);
+  EXPECT_LE(ended, RunStatus::utcNow());
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows,

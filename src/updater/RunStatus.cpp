@@ -1,0 +1,187 @@
+#include "updater/RunStatus.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "logging/BasicLogger.h"
+#include "settings/RegistryKey.h"
+#include "settings/Settings.h"
+#include "settings/SettingsKeys.h"
+#include "system/Exception.h"
+#include "system/Localize.h"
+#include "system/UniqueHandle.h"
+#include "updater/RunEventLog.h"
+#include "webupdate/VersionInfo.h"
+
+namespace {
+
+const char kStatusKey[] = "Status";
+const char kReportRunEvents[] = "ReportRunEvents";
+const char kConsecutiveFailures[] = "ConsecutiveFailures";
+// The order in which read() gives the values.
+const char* const kValueNames[] = {"LastRunStarted",    "LastRunEnded",    "LastResult",
+                                   "LastResultDetail",  "LastSuccess",     "LastUpdate",
+                                   "LastUpdateApplied", "SoftwareVersion", "CatalogVersion",
+                                   kConsecutiveFailures};
+const unsigned long long kTicksPerDay = 864000000000ULL;  // FILETIME's 100 ns ticks.
+
+void logFailure(const std::string& text) {
+  try {
+    BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,
+                                     "RunStatus: the run's status was not written: " + text);
+  } catch (const Exception&) {
+    // The log writer's own failure; the status is never worth more than the run.
+  }
+}
+
+// The status key, created below the store when the store exists; invalid (and logged) otherwise.
+ScopedKey openStatusKey(bool create) {
+  ScopedKey status;
+  try {
+    const RegistryKey store(Localize::getInstance()->getRegistryPath(Localize::kLocalPath), false,
+                            HKEY_LOCAL_MACHINE);
+    const LONG code =
+        create
+            ? RegCreateKeyExA(store.getHandle(), kStatusKey, 0, nullptr, 0,
+                              KEY_QUERY_VALUE | KEY_SET_VALUE, nullptr, status.receive(), nullptr)
+            : RegOpenKeyExA(store.getHandle(), kStatusKey, 0, KEY_QUERY_VALUE, status.receive());
+    if (code != ERROR_SUCCESS && create)
+      logFailure("RegCreateKeyExA failed, status=" + std::to_string(code));
+  } catch (const Exception&) {
+    // No store: a removed or never installed program keeps no status.
+  }
+  return status;
+}
+
+LONG setString(HKEY key, const char* name, const std::string& value) {
+  return RegSetValueExA(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                        static_cast<DWORD>(value.size() + 1));
+}
+
+// Writes each value and flushes; logs the first failure.
+void write(HKEY key, const std::vector<RunStatus::Value>& values, const DWORD* failures) {
+  LONG code = ERROR_SUCCESS;
+  for (const RunStatus::Value& value : values) {
+    if (code == ERROR_SUCCESS)
+      code = setString(key, value.first.c_str(), value.second);
+  }
+  if (code == ERROR_SUCCESS && failures != nullptr)
+    code = RegSetValueExA(key, kConsecutiveFailures, 0, REG_DWORD,
+                          reinterpret_cast<const BYTE*>(failures), sizeof *failures);
+  if (code == ERROR_SUCCESS)
+    code = RegFlushKey(key);  // Survives a power cut too, not only a kill.
+  if (code != ERROR_SUCCESS)
+    logFailure("RegSetValueExA failed, status=" + std::to_string(code));
+}
+
+bool parseTime(const std::string& text, FILETIME& time) {
+  SYSTEMTIME parts = {};
+  unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
+  char zone = '\0';
+  char rest = '\0';
+  if (sscanf(text.c_str(), "%4u-%2u-%2uT%2u:%2u:%2u%c%c", &year, &month, &day, &hour, &minute,
+             &second, &zone, &rest) != 7 ||
+      zone != 'Z' || text.size() != 20)
+    return false;
+  parts.wYear = static_cast<WORD>(year);
+  parts.wMonth = static_cast<WORD>(month);
+  parts.wDay = static_cast<WORD>(day);
+  parts.wHour = static_cast<WORD>(hour);
+  parts.wMinute = static_cast<WORD>(minute);
+  parts.wSecond = static_cast<WORD>(second);
+  return SystemTimeToFileTime(&parts, &time) != FALSE;
+}
+
+unsigned long long ticks(const FILETIME& time) {
+  return (static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+}  // namespace
+
+RunStatus::RunStatus() {
+  const ScopedKey key = openStatusKey(true);
+  if (key.valid())
+    write(key.get(), {{"LastRunStarted", utcNow()}}, nullptr);
+}
+
+void RunStatus::finish(const RunVerdict& verdict) {
+  const std::string software = VersionInfo::GetOrreryVersionNumber();
+  const std::string catalog = VersionInfo::GetCatalogVersionNumber();
+  const ScopedKey key = openStatusKey(true);
+  if (key.valid()) {
+    DWORD failures = 0;
+    DWORD type = 0;
+    DWORD size = sizeof failures;
+    if (RegQueryValueExA(key.get(), kConsecutiveFailures, nullptr, &type,
+                         reinterpret_cast<BYTE*>(&failures), &size) != ERROR_SUCCESS ||
+        type != REG_DWORD)
+      failures = 0;
+    const std::string now = utcNow();
+    std::vector<Value> values = {{"LastRunEnded", now},
+                                 {"LastResult", outcomeWord(verdict.outcome)},
+                                 {"LastResultDetail", verdict.detail},
+                                 {"SoftwareVersion", software},
+                                 {"CatalogVersion", catalog}};
+    if (verdict.outcome == RunOutcome::kUpToDate || verdict.outcome == RunOutcome::kUpdated) {
+      values.emplace_back("LastSuccess", now);
+      failures = 0;
+    } else if (outcomeEventType(verdict.outcome) == EVENTLOG_ERROR_TYPE) {
+      ++failures;
+    }
+    if (!verdict.applied.empty()) {
+      values.emplace_back("LastUpdate", now);
+      values.emplace_back("LastUpdateApplied", verdict.applied);
+    }
+    write(key.get(), values, &failures);
+  }
+
+  unsigned long reportEvents = 1;
+  Settings().getOrCreateDwordValue(SettingsKeys::kUpdaterSection, kReportRunEvents, reportEvents, 1,
+                                   0);
+  if (reportEvents != 0)
+    RunEventLog().report(verdict, software, catalog);
+}
+
+std::vector<RunStatus::Value> RunStatus::read() {
+  std::vector<Value> values;
+  const ScopedKey key = openStatusKey(false);
+  if (!key.valid())
+    return values;
+  for (const char* name : kValueNames) {
+    char data[1024] = {};
+    DWORD type = 0;
+    DWORD size = sizeof data - 1;
+    if (RegQueryValueExA(key.get(), name, nullptr, &type, reinterpret_cast<BYTE*>(data), &size) !=
+        ERROR_SUCCESS)
+      continue;
+    if (type == REG_DWORD && size == sizeof(DWORD)) {
+      DWORD number = 0;
+      memcpy(&number, data, sizeof number);
+      values.emplace_back(name, std::to_string(number));
+    } else if (type == REG_SZ) {
+      values.emplace_back(name, data);
+    }
+  }
+  return values;
+}
+
+std::string RunStatus::utcNow() {
+  SYSTEMTIME now = {};
+  GetSystemTime(&now);
+  char text[32] = {};
+  static_cast<void>(snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", now.wYear,
+                             now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond));
+  return text;
+}
+
+bool RunStatus::isWithinDays(const std::string& time, unsigned long days) {
+  FILETIME then = {};
+  if (!parseTime(time, then))
+    return false;
+  FILETIME now = {};
+  GetSystemTimeAsFileTime(&now);
+  return ticks(then) >= ticks(now) ||
+         ticks(now) - ticks(then) <= static_cast<unsigned long long>(days) * kTicksPerDay;
+}
