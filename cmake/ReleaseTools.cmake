@@ -1,0 +1,41 @@
+# What the release's CPack scripts share (cmake/Release.cmake sets the CPACK_UPDATER_ variables):
+#   release_files   the folder of the staged, stripped release files
+#   release_epoch   SOURCE_DATE_EPOCH, the time every release file carries
+#   release_run(<command>...)        runs a command, failing the packaging with its output
+#   release_sign(<file>)             signs a program or the MSI in place, when a key is configured
+#   debian_package(<path> <var>)     "<package>;<version>;<arch>" of the Debian package holding
+#                                    <path>, or empty where dpkg knows no such file
+cmake_policy(VERSION 3.25)
+file(GLOB_RECURSE staged "${CPACK_TEMPORARY_DIRECTORY}/cvupdater.exe")
+get_filename_component(release_files "${staged}" DIRECTORY)
+set(release_epoch ${CPACK_UPDATER_EPOCH})
+
+function(release_run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT status EQUAL 0)
+    list(JOIN ARGN " " command)
+    message(FATAL_ERROR "${command} failed (${status}):\n${output}")
+  endif()
+endfunction()
+
+# SHA-256, the release's time as the signing time (so that a signed build is reproducible too), and
+# the time-stamping service when one is configured.
+function(release_sign file)
+  release_run(osslsigncode sign ${CPACK_UPDATER_SIGNING} -h sha256 -n "Orrery Updater"
+              -time ${release_epoch} -in ${file} -out ${file}.signed)
+  file(RENAME ${file}.signed ${file})
+endfunction()
+
+function(debian_package path var)
+  set(${var} "" PARENT_SCOPE)
+  file(REAL_PATH "${path}" path)
+  execute_process(COMMAND dpkg-query -S ${path} OUTPUT_VARIABLE owner RESULT_VARIABLE status ERROR_QUIET)
+  if(status EQUAL 0 AND owner MATCHES "^([^:, ]+)")
+    set(package ${CMAKE_MATCH_1})
+    execute_process(COMMAND dpkg-query -W -f=\${Version}\;\${Architecture} ${package}
+                    OUTPUT_VARIABLE version RESULT_VARIABLE status ERROR_QUIET)
+    if(status EQUAL 0)
+      set(${var} "${package};${version}" PARENT_SCOPE)
+    endif()
+  endif()
+endfunction()
