@@ -4,28 +4,27 @@
 #
 # Two builds of one commit give the same bytes: the cabinet keeps the files' times and wixl stamps
 # the summary with the clock (in local time), so the files get the release's time and wixl runs
-# under faketime in UTC; the ProductCode and the package code, which wixl makes random, are set
-# afterwards. The ProductCode follows the UpgradeCode and the version (one product per version, a
-# new version a new product, as a major upgrade needs); the package code follows the package's
-# content. File.Version and File.Language of each program come from its version resource, so that
-# Windows Installer's file-versioning rules replace it on an upgrade.
+# under faketime in UTC; wixl's random codes are replaced. The ProductCode follows the UpgradeCode
+# and the version (one product per version, a new version a new product, as a major upgrade
+# needs) and goes to wixl, since a value changed afterwards would stay behind in the string pool;
+# the package code follows the package's content. File.Version and File.Language of each program
+# come from its version resource, so that Windows Installer's file-versioning rules replace it on
+# an upgrade.
 include(${CMAKE_CURRENT_LIST_DIR}/ReleaseTools.cmake)
 set(msi ${CPACK_PACKAGE_DIRECTORY}/${CPACK_MSI_FILE_NAME})
 file(GLOB payload "${release_files}/*")
 release_run(touch -h -d @${release_epoch} ${payload})
 set(frozen ${CMAKE_COMMAND} -E env TZ=UTC faketime @${release_epoch})
+file(READ ${CPACK_MSI_SOURCE} wxs)
+string(REGEX MATCH "UpgradeCode=\"([0-9A-Fa-f-]+)\"" found "${wxs}")
+string(UUID product NAMESPACE ${CMAKE_MATCH_1} NAME ${CPACK_PACKAGE_VERSION} TYPE SHA1 UPPER)
 # wixl takes the files' paths relative to where it runs.
 execute_process(COMMAND ${frozen} wixl -a x64 -D Version=${CPACK_PACKAGE_VERSION} -D Files=.
-                        -o ${msi} ${CPACK_MSI_SOURCE}
+                        -D ProductCode={${product}} -o ${msi} ${CPACK_MSI_SOURCE}
                 WORKING_DIRECTORY ${release_files} RESULT_VARIABLE status)
 if(NOT status EQUAL 0)
   message(FATAL_ERROR "wixl could not build ${CPACK_MSI_FILE_NAME} (exit ${status})")
 endif()
-
-file(READ ${CPACK_MSI_SOURCE} wxs)
-string(REGEX MATCH "UpgradeCode=\"([0-9A-Fa-f-]+)\"" found "${wxs}")
-string(UUID product NAMESPACE ${CMAKE_MATCH_1} NAME ${CPACK_PACKAGE_VERSION} TYPE SHA1 UPPER)
-set(queries -q "UPDATE `Property` SET `Value`='{${product}}' WHERE `Property`='ProductCode'")
 
 # The version resource's fixed part (after its signature 0xFEEF04BD) holds the file version; the
 # Translation value its language.
@@ -54,6 +53,7 @@ function(version_resource program version_var language_var)
   set(${language_var} ${language} PARENT_SCOPE)
 endfunction()
 
+set(queries "")
 execute_process(COMMAND msiinfo export ${msi} File OUTPUT_VARIABLE rows)
 string(REPLACE "\n" ";" rows "${rows}")
 foreach(row IN LISTS rows)

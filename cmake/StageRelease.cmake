@@ -100,7 +100,6 @@ foreach(tool IN LISTS tools)
   relate(${id} BUILD_TOOL_OF SPDXRef-Package-${name})
 endforeach()
 
-set(ENV{SOURCE_DATE_EPOCH} ${release_epoch})
 string(TIMESTAMP created "%Y-%m-%dT%H:%M:%SZ" UTC)
 string(UUID document NAMESPACE 6BA7B811-9DAD-11D1-80B4-00C04FD430C8 NAME "${identity}" TYPE SHA1)
 string(REGEX REPLACE ",\n$" "\n" packages "${packages}")
