@@ -5,7 +5,7 @@ include(${CMAKE_CURRENT_LIST_DIR}/ReleaseTools.cmake)
 set(packages ${CPACK_PACKAGE_DIRECTORY}/${CPACK_MSI_FILE_NAME}
              ${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_NAME}-${CPACK_PACKAGE_VERSION}.spdx.json)
 foreach(zip IN LISTS CPACK_PACKAGE_FILES)
-  release_run(python3 ${CMAKE_CURRENT_LIST_DIR}/reproducible-zip.py ${zip} ${release_epoch})
+  release_run(${release_python} ${CMAKE_CURRENT_LIST_DIR}/reproducible-zip.py ${zip} ${release_epoch})
   list(APPEND packages ${zip})
 endforeach()
 set(sums "")

@@ -1,6 +1,7 @@
 # What the release's CPack scripts share (cmake/Release.cmake sets the CPACK_UPDATER_ variables):
 #   release_files   the folder of the staged, stripped release files
 #   release_epoch   SOURCE_DATE_EPOCH, the time every release file carries
+#   release_python  Debian's python3 where there is one (its zlib compresses the ZIP)
 #   release_run(<command>...)        runs a command, failing the packaging with its output
 #   release_sign(<file>)             signs a program or the MSI in place, when a key is configured
 #   debian_package(<path> <var>)     "<package>;<version>;<arch>" of the Debian package holding
@@ -9,6 +10,7 @@ cmake_policy(VERSION 3.25)
 file(GLOB_RECURSE staged "${CPACK_TEMPORARY_DIRECTORY}/cvupdater.exe")
 get_filename_component(release_files "${staged}" DIRECTORY)
 set(release_epoch ${CPACK_UPDATER_EPOCH})
+find_program(release_python python3 HINTS /usr/bin)
 
 function(release_run)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE status OUTPUT_VARIABLE output ERROR_VARIABLE output)
