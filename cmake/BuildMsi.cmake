@@ -14,7 +14,10 @@ include(${CMAKE_CURRENT_LIST_DIR}/ReleaseTools.cmake)
 set(msi ${CPACK_PACKAGE_DIRECTORY}/${CPACK_MSI_FILE_NAME})
 file(GLOB payload "${release_files}/*")
 release_run(touch -h -d @${release_epoch} ${payload})
-set(frozen ${CMAKE_COMMAND} -E env TZ=UTC faketime @${release_epoch})
+# The clock stopped at the release's time (SOURCE_DATE_EPOCH, cmake/ReleaseEnvironment.cmake);
+# faketime's "@" form would start it running there.
+string(TIMESTAMP release_time "%Y-%m-%d %H:%M:%S" UTC)
+set(frozen ${CMAKE_COMMAND} -E env TZ=UTC faketime -f ${release_time})
 file(READ ${CPACK_MSI_SOURCE} wxs)
 string(REGEX MATCH "UpgradeCode=\"([0-9A-Fa-f-]+)\"" found "${wxs}")
 string(UUID product NAMESPACE ${CMAKE_MATCH_1} NAME ${CPACK_PACKAGE_VERSION} TYPE SHA1 UPPER)

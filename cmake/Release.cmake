@@ -56,6 +56,19 @@ elseif(UPDATER_SIGNING_PKCS12)
   endif()
   set(CPACK_UPDATER_SIGNING -pkcs12 ${UPDATER_SIGNING_PKCS12} -readpass ${UPDATER_SIGNING_PASSWORD_FILE})
 endif()
+# A rebuild that checks a published signed release takes its signatures instead of a key: a folder
+# with the published MSI and the published ZIP unpacked. osslsigncode attaches each signature only
+# to a file whose contents it signed, with a certificate that chains to the system's CAs or to
+# UPDATER_SIGNATURES_CA, so the rebuild is then the published bytes, or fails.
+set(UPDATER_SIGNATURES_FROM "" CACHE PATH "A published release whose signatures a rebuild takes")
+set(UPDATER_SIGNATURES_CA "" CACHE FILEPATH "The CA (PEM) of the published release's certificate")
+set(CPACK_UPDATER_SIGNATURES_FROM ${UPDATER_SIGNATURES_FROM})
+if(UPDATER_SIGNATURES_CA)
+  set(CPACK_UPDATER_SIGNATURES_CA -CAfile ${UPDATER_SIGNATURES_CA})
+endif()
+if(UPDATER_SIGNATURES_FROM)
+  set(CPACK_UPDATER_SIGNING attach)
+endif()
 if(CPACK_UPDATER_SIGNING AND UPDATER_TIMESTAMP_URL)
   list(APPEND CPACK_UPDATER_SIGNING -ts ${UPDATER_TIMESTAMP_URL})
 endif()

@@ -3,7 +3,7 @@
 #   release_epoch   SOURCE_DATE_EPOCH, the time every release file carries
 #   release_python  Debian's python3 where there is one (its zlib compresses the ZIP)
 #   release_run(<command>...)        runs a command, failing the packaging with its output
-#   release_sign(<file>)             signs a program or the MSI in place, when a key is configured
+#   release_sign(<file>)             signs a program or the MSI in place (when CPACK_UPDATER_SIGNING)
 #   debian_package(<path> <var>)     "<package>;<version>;<arch>" of the Debian package holding
 #                                    <path>, or empty where dpkg knows no such file
 cmake_policy(VERSION 3.25)
@@ -21,10 +21,25 @@ function(release_run)
 endfunction()
 
 # SHA-256, the release's time as the signing time (so that a signed build is reproducible too), and
-# the time-stamping service when one is configured.
+# the time-stamping service when one is configured; or the signature of the same file in the
+# published release that CPACK_UPDATER_SIGNATURES_FROM names.
 function(release_sign file)
-  release_run(osslsigncode sign ${CPACK_UPDATER_SIGNING} -h sha256 -n "Orrery Updater"
-              -time ${release_epoch} -in ${file} -out ${file}.signed)
+  file(REMOVE ${file}.signed ${file}.signature) # Left by a failed run: osslsigncode does not overwrite.
+  if(CPACK_UPDATER_SIGNATURES_FROM)
+    get_filename_component(name ${file} NAME)
+    file(GLOB_RECURSE published "${CPACK_UPDATER_SIGNATURES_FROM}/${name}")
+    if(NOT published)
+      message(FATAL_ERROR "No ${name} in ${CPACK_UPDATER_SIGNATURES_FROM}")
+    endif()
+    list(GET published 0 published)
+    release_run(osslsigncode extract-signature -in ${published} -out ${file}.signature)
+    release_run(osslsigncode attach-signature ${CPACK_UPDATER_SIGNATURES_CA} -sigin ${file}.signature
+                -in ${file} -out ${file}.signed)
+    file(REMOVE ${file}.signature)
+  else()
+    release_run(osslsigncode sign ${CPACK_UPDATER_SIGNING} -h sha256 -n "Orrery Updater"
+                -time ${release_epoch} -in ${file} -out ${file}.signed)
+  endif()
   file(RENAME ${file}.signed ${file})
 endfunction()
 

@@ -37,8 +37,13 @@ def sha256(path):
 
 
 def run(command, **options):
-    return subprocess.run(command, check=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, **options).stdout
+    """The command's output; its output in the exception when it fails."""
+    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                            **options)
+    if result.returncode != 0:
+        raise RuntimeError("%s exited %d:\n%s" % (" ".join(command), result.returncode,
+                                                  result.stdout[-3000:]))
+    return result.stdout
 
 
 def msi_table(msi, table):
@@ -65,7 +70,8 @@ def package(build, **signing):
     """Configures `build` with the signing options given (none: unsigned) and makes the release;
     returns a copy of its files, which the next package() replaces."""
     options = dict(dict.fromkeys(["UPDATER_SIGNING_CERT", "UPDATER_SIGNING_KEY",
-                                  "UPDATER_SIGNING_PKCS12", "UPDATER_SIGNING_PASSWORD_FILE"], ""),
+                                  "UPDATER_SIGNING_PKCS12", "UPDATER_SIGNING_PASSWORD_FILE",
+                                  "UPDATER_SIGNATURES_FROM", "UPDATER_SIGNATURES_CA"], ""),
                    **signing)
     run(["cmake", "-S", SOURCE_DIR, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
          "-DCMAKE_TOOLCHAIN_FILE=" + os.path.join(SOURCE_DIR, "cmake", "mingw-w64-x86_64.cmake"),
@@ -111,11 +117,24 @@ class Release(unittest.TestCase):
         cls.rebuild = os.path.join(BUILD_DIR, "release-rebuild")
         cls.first = release(BUILD_DIR)
         cls.second, cls.unsigned_output = package(cls.rebuild)
+        other = tempfile.mkdtemp(dir=cls.scratch)
+        run(["cpack", "--config", "CPackConfig.cmake", "-B", other, "-D",
+             "CPACK_PACKAGE_VERSION=9.9.9", "-D", "CPACK_MSI_FILE_NAME=other.msi"], cwd=cls.rebuild)
+        cls.other_version = os.path.join(other, "other.msi")
         keys = cls.keys = throwaway_keys(tempfile.mkdtemp(dir=cls.scratch))
         cls.signed, _ = package(cls.rebuild, UPDATER_SIGNING_CERT=keys["sign.pem"],
                                 UPDATER_SIGNING_KEY=keys["sign.key"])
         cls.signed_pkcs12, _ = package(cls.rebuild, UPDATER_SIGNING_PKCS12=keys["sign.p12"],
                                        UPDATER_SIGNING_PASSWORD_FILE=keys["password"])
+        # Anyone can rebuild a signed release: with the published one's signatures, without a key.
+        published = tempfile.mkdtemp(dir=cls.scratch)
+        for name, path in cls.signed.items():
+            if name.endswith(".msi"):
+                shutil.copy(path, published)
+            elif name.endswith(".zip"):
+                run(["unzip", "-q", path, "-d", published])
+        cls.attached, _ = package(cls.rebuild, UPDATER_SIGNATURES_FROM=published,
+                                  UPDATER_SIGNATURES_CA=keys["ca.pem"])
 
     @classmethod
     def tearDownClass(cls):
@@ -164,11 +183,7 @@ class Release(unittest.TestCase):
         self.assertEqual({n: (version + ".0", "1033") for n in PROGRAMS},
                          {r["File"]: (r["Version"], r["Language"])
                           for r in msi_table(msi, "File") if r["File"] in PROGRAMS})
-        other = tempfile.mkdtemp(dir=self.scratch)
-        run(["cpack", "--config", "CPackConfig.cmake", "-B", other, "-D",
-             "CPACK_PACKAGE_VERSION=9.9.9", "-D", "CPACK_MSI_FILE_NAME=other.msi"], cwd=self.rebuild)
-        self.assertNotIn(product_code(os.path.join(other, "other.msi")),
-                         (product_code(msi), "", None))
+        self.assertNotIn(product_code(self.other_version), (product_code(msi), "", None))
 
     def test_a_signed_release_verifies_and_is_reproducible(self):
         ca = self.keys["ca.pem"]
@@ -189,8 +204,9 @@ class Release(unittest.TestCase):
             self.assertNotEqual(0, subprocess.run(
                 ["osslsigncode", "verify", "-CAfile", ca, "-in", changed],
                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL).returncode, changed)
-        self.assertEqual({n: sha256(p) for n, p in self.signed.items()},
-                         {n: sha256(p) for n, p in self.signed_pkcs12.items()})
+        signed = {n: sha256(p) for n, p in self.signed.items()}
+        self.assertEqual(signed, {n: sha256(p) for n, p in self.signed_pkcs12.items()})
+        self.assertEqual(signed, {n: sha256(p) for n, p in self.attached.items()})
 
         helper = os.path.join(BUILD_DIR, "bin", "test_helper.exe")
         program = self.signed["cvupdater.exe"]
