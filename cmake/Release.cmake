@@ -1,5 +1,6 @@
-# The release's reproducibility and signing, set up at configure time for the CPack scripts
-# (cmake/StageRelease.cmake, cmake/BuildMsi.cmake, cmake/ReleaseChecksums.cmake).
+# The release's reproducibility and signing, set up at configure time, before the targets, for the
+# linker and the CPack scripts (cmake/StageRelease.cmake, cmake/BuildMsi.cmake,
+# cmake/ReleaseChecksums.cmake).
 #
 # Every time a release file carries (the programs' PE time stamps, the MSI's summary and cabinet,
 # the ZIP's entries, the signatures) is SOURCE_DATE_EPOCH: the environment's at configure time, or
@@ -33,9 +34,10 @@ else()
   message(WARNING "No git commit and no SOURCE_DATE_EPOCH: the release is stamped 1980-01-01")
 endif()
 
-# binutils takes the PE time stamp from SOURCE_DATE_EPOCH; only the shipped programs need it.
-set_target_properties(cvupdater cvupsettings PROPERTIES CXX_LINKER_LAUNCHER
-                      "${CMAKE_COMMAND};-E;env;SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH}")
+# binutils takes the PE time stamp from SOURCE_DATE_EPOCH: every program and DLL linked after this
+# (included before the targets are made) carries it.
+set(CMAKE_C_LINKER_LAUNCHER ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH})
+set(CMAKE_CXX_LINKER_LAUNCHER ${CMAKE_C_LINKER_LAUNCHER})
 
 # Signing: a certificate (PEM, with its chain) and its key (PEM), or a PKCS#12 file and a file
 # holding its password. The files are read where they are, by osslsigncode; nothing of them is
