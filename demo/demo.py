@@ -116,8 +116,10 @@ class Demo:
                           url=p.reg_value(STORE_KEY + r"\Settings\Updater", "WebServerUrl",
                                           "REG_SZ"))
         print("  installed into %s: %s" % (INSTALL_DIR, ", ".join(names)))
+        sbom = [n for n in zipped if n.endswith(".spdx.json")]
         print("  the release ZIP, for deployers without Windows Installer, holds %s" % (
-            "the same files" if set(zipped) <= set(names) else ", ".join(zipped)))
+            "the same files and the bill of materials " + ", ".join(sbom)
+            if set(zipped) - set(sbom) <= set(names) else ", ".join(zipped)))
         print("  store %s: WebServerUrl=%s" % (STORE_KEY, self.facts["url"]))
         print("  scheduled task \\Corvane\\Orrery Updater: %s" % (
             "registered" if self.facts["task"] else "MISSING"))
@@ -269,7 +271,8 @@ class Demo:
                    "orrery-updater-system.xml", "orrery-updater-users.xml"]
         expect(self.facts["release_files"] == sorted(shipped + ["orrery-updater-task.xml"]),
                "files the MSI installed %s" % self.facts["release_files"])
-        expect(self.facts["zip_files"] == sorted(shipped),
+        sbom = self.facts["release"].replace("-x64.msi", ".spdx.json")
+        expect(self.facts["zip_files"] == sorted(shipped + [sbom]),
                "files of the release ZIP %s" % self.facts["zip_files"])
         expect(self.facts["task"], "the daily task was not registered")
         expect(not self.facts["unstripped"], "not stripped: %s" % self.facts["unstripped"])

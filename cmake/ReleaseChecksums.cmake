@@ -1,0 +1,17 @@
+# Run by CPack once the ZIP is made, before it is copied beside the MSI: rewrites it so that it is
+# the same bytes on every machine (cmake/reproducible-zip.py), then writes SHA256SUMS beside the
+# packages, for the MSI, the ZIP and the bill of materials, in the format `sha256sum -c` reads.
+include(${CMAKE_CURRENT_LIST_DIR}/ReleaseTools.cmake)
+set(packages ${CPACK_PACKAGE_DIRECTORY}/${CPACK_MSI_FILE_NAME}
+             ${CPACK_PACKAGE_DIRECTORY}/${CPACK_PACKAGE_NAME}-${CPACK_PACKAGE_VERSION}.spdx.json)
+foreach(zip IN LISTS CPACK_PACKAGE_FILES)
+  release_run(${release_python} ${CMAKE_CURRENT_LIST_DIR}/reproducible-zip.py ${zip} ${release_epoch})
+  list(APPEND packages ${zip})
+endforeach()
+set(sums "")
+foreach(package IN LISTS packages)
+  file(SHA256 ${package} sum)
+  get_filename_component(name ${package} NAME)
+  string(APPEND sums "${sum}  ${name}\n")
+endforeach()
+file(WRITE ${CPACK_PACKAGE_DIRECTORY}/SHA256SUMS "${sums}")
