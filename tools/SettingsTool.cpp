@@ -3,8 +3,8 @@
 // program's four-character prefix ("cvup"), so it finds the program's settings file beside it
 // (local id + "qnv.loc") and fills the program's store.
 //
-//   cvupsettings [/file PATH] [/set SECTION\NAME=dword:N|string:TEXT]... [/lock]
-//                [/schedule system|users]
+//   cvupsettings [/file PATH | /nofile] [/set SECTION\NAME=dword:N|string:TEXT]...
+//                [/lock | /unlock] [/schedule system|users|none]
 //   cvupsettings /remove
 #include "SettingsTool.h"
 
@@ -41,23 +41,27 @@
 namespace {
 
 const char kUsage[] =
-    "Usage: %s [/file PATH] [/set SECTION\\NAME=dword:N|string:TEXT]... [/lock]\n"
-    "          [/schedule system|users]\n"
+    "Usage: %s [/file PATH | /nofile] [/set SECTION\\NAME=dword:N|string:TEXT]...\n"
+    "          [/lock | /unlock] [/schedule system|users|none]\n"
     "       %s /remove\n"
     "Installs the settings file beside it (or PATH) into the program's store, then the values of\n"
-    "/set; /lock leaves the store to administrators and SYSTEM; /schedule registers the daily "
-    "task.\n"
+    "/set (/nofile: the values alone); /lock leaves the store to administrators and SYSTEM,\n"
+    "/unlock opens it to everyone again; /schedule registers the daily task (none deletes it).\n"
     "/remove ends and deletes the task, waits for running updates, undoes what a killed one left,\n"
     "and deletes the store.\n";
 // How long /remove waits for a running update to end once its task is ended.
 const unsigned long kRunWaitMs = 120000;
 // Administrators and SYSTEM may do anything with a key; nobody else anything, also below it.
 const char kLockedKey[] = "D:P(A;CI;KA;;;BA)(A;CI;KA;;;SY)";
+const char kOpenKey[] = "D:(A;CI;GA;;;WD)";
 
 struct Options {
   std::string file;
   std::list<std::string> values;  // SECTION\NAME=TYPE:DATA
   bool lock = false;
+  // Changes to a deployed store (an installer's upgrade): no settings file, the store opened again.
+  bool noFile = false;
+  bool unlock = false;
   std::string schedule;
   bool remove = false;
 };
@@ -72,14 +76,19 @@ bool parse(const std::vector<std::string>& arguments, Options& options) {
       options.values.push_back(arguments[++i]);
     else if (option == "/lock")
       options.lock = true;
-    else if (option == "/schedule" && (value == "system" || value == "users"))
+    else if (option == "/nofile")
+      options.noFile = true;
+    else if (option == "/unlock")
+      options.unlock = true;
+    else if (option == "/schedule" && (value == "system" || value == "users" || value == "none"))
       options.schedule = arguments[++i];
     else if (option == "/remove")
       options.remove = true;
     else
       return false;
   }
-  return !options.remove || arguments.size() == 1;
+  return (!options.remove || arguments.size() == 1) && !(options.noFile && !options.file.empty()) &&
+         !(options.lock && options.unlock);
 }
 
 void failed(const std::string& what) {
@@ -95,31 +104,34 @@ std::string storePath() {
   return root.substr(0, root.size() - 1);
 }
 
-// Sets the DACL of `path` and of every key below it to administrators and SYSTEM alone.
-bool lockKey(const std::string& path, PACL dacl) {
+// Sets the DACL of `path` and of every key below it: administrators and SYSTEM alone (`lock`), or
+// Everyone, as the program creates its keys.
+bool lockKey(const std::string& path, PACL dacl, bool lock) {
   ScopedKey key;
   if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_ALL_ACCESS, key.receive()) !=
           ERROR_SUCCESS ||
       SetSecurityInfo(key.get(), SE_REGISTRY_KEY,
-                      DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr,
-                      nullptr, dacl, nullptr) != ERROR_SUCCESS)
+                      DACL_SECURITY_INFORMATION | (lock ? PROTECTED_DACL_SECURITY_INFORMATION
+                                                        : UNPROTECTED_DACL_SECURITY_INFORMATION),
+                      nullptr, nullptr, dacl, nullptr) != ERROR_SUCCESS)
     return false;
   std::list<std::string> children;
   RegistryKey(path, false, HKEY_LOCAL_MACHINE).getChildrenNames(children, INT_MAX);
   bool locked = true;
   for (const std::string& child : children)
-    locked = lockKey(path + "\\" + child, dacl) && locked;
+    locked = lockKey(path + "\\" + child, dacl, lock) && locked;
   return locked;
 }
 
-bool lockStore() {
+bool lockStore(bool lock) {
   ScopedLocal descriptor;
   PACL dacl = nullptr;
   BOOL present = FALSE, defaulted = FALSE;
-  return ConvertStringSecurityDescriptorToSecurityDescriptorA(kLockedKey, SDDL_REVISION_1,
-                                                              descriptor.receive(), nullptr) &&
+  // Unlocked, every key has the DACL the program creates its keys with: Everyone, inherited.
+  return ConvertStringSecurityDescriptorToSecurityDescriptorA(
+             lock ? kLockedKey : kOpenKey, SDDL_REVISION_1, descriptor.receive(), nullptr) &&
          GetSecurityDescriptorDacl(descriptor.get(), &present, &dacl, &defaulted) &&
-         lockKey(storePath(), dacl);
+         lockKey(storePath(), dacl, lock);
 }
 
 // The pre-flight word: a driver name that no printer uses makes every later run fail at its pause.
@@ -146,7 +158,7 @@ bool installSettings(const std::string& file, const std::list<std::string>& valu
     complete = false;
   };
   { RegistryKey store(root, true, HKEY_LOCAL_MACHINE); }
-  if (!SettingsInstaller(file, report).installSettings())
+  if (!file.empty() && !SettingsInstaller(file, report).installSettings())
     complete = false;
   // A value of /set is an entry of its own section, relative to the store.
   for (const std::string& value : values) {
@@ -224,10 +236,11 @@ int run(const Options& options, bool& storeToDelete) {
   if (options.remove)
     return remove(storeToDelete);
   const std::string folder = CurrentProcess::getInstance()->getDirectory();
-  const std::string file =
-      options.file.empty() ? folder + Settings::getMarkerFilePath() : options.file;
+  const std::string file = options.noFile         ? std::string()
+                           : options.file.empty() ? folder + Settings::getMarkerFilePath()
+                                                  : options.file;
   const std::string store = "HKLM\\" + storeRoot();
-  const DWORD attributes = GetFileAttributesA(file.c_str());
+  const DWORD attributes = options.noFile ? 0 : GetFileAttributesA(file.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
     failed("Settings file not found: " + file);
     return 2;
@@ -238,14 +251,24 @@ int run(const Options& options, bool& storeToDelete) {
     warnWithoutPrinters();
     return 1;
   }
-  printf("Installed the default settings from %s into %s\n", file.c_str(), store.c_str());
+  if (options.noFile)
+    printf("Installed the values given into %s\n", store.c_str());
+  else
+    printf("Installed the default settings from %s into %s\n", file.c_str(), store.c_str());
   bool complete = true;
-  if (options.lock && !lockStore()) {
+  if (options.lock && !lockStore(true)) {
     failed("Could not leave the store " + store + " to administrators and SYSTEM");
     complete = false;
   }
+  if (options.unlock && !lockStore(false)) {
+    failed("Could not open the store " + store + " to everyone");
+    complete = false;
+  }
   std::string error;
-  if (!options.schedule.empty() && !TaskSchedule::registerTask(folder, options.schedule, error)) {
+  if (options.schedule == "none")
+    TaskSchedule::unregisterTask(folder);
+  else if (!options.schedule.empty() &&
+           !TaskSchedule::registerTask(folder, options.schedule, error)) {
     failed("Could not register the scheduled task: " + error);
     complete = false;
   }

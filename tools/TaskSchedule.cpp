@@ -48,6 +48,14 @@ bool anotherRuns(const std::string& prefix) {
   return false;
 }
 
+std::wstring widen(UINT codePage, const std::string& text) {
+  std::wstring result(text.size(), L'\0');
+  const int length = MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()),
+                                         &result[0], static_cast<int>(result.size()));
+  result.resize(static_cast<size_t>(length > 0 ? length : 0));
+  return result;
+}
+
 }  // namespace
 
 bool TaskSchedule::registerTask(const std::string& folder,
@@ -65,24 +73,32 @@ bool TaskSchedule::registerTask(const std::string& folder,
     error = "the task definition " + definition + " is missing or has no Command";
     return false;
   }
-  xml.replace(command + 9, end - command - 9, "\"" + folder + "cvupdater.exe\"");
   xml.replace(encoding, 16, "encoding=\"UTF-16\"");
-  // schtasks /XML reads UTF-16 alone.
-  std::vector<wchar_t> wide(xml.size() + 2, L'\0');
-  wide[0] = 0xFEFF;
-  const int length = MultiByteToWideChar(CP_UTF8, 0, xml.data(), static_cast<int>(xml.size()),
-                                         wide.data() + 1, static_cast<int>(xml.size()));
+  // schtasks /XML reads UTF-16 alone. The definition is UTF-8, the folder in the system's code
+  // page (as the narrow API gives it): each is converted from its own, the folder escaped for XML.
+  const std::string::size_type start = xml.find("<Command>") + 9;
+  const std::wstring before = widen(CP_UTF8, xml.substr(0, start));
+  const std::wstring after = widen(CP_UTF8, xml.substr(xml.find("</Command>")));
+  std::wstring path;
+  for (const wchar_t c : widen(CP_ACP, "\"" + folder + "cvupdater.exe\""))
+    path += c == L'&' ? L"&amp;" : c == L'<' ? L"&lt;" : c == L'>' ? L"&gt;" : std::wstring(1, c);
+  const std::wstring wide = L"\xFEFF" + before + path + after;
   const std::string file = folder + kRegistered;
   {
     std::ofstream out(file.c_str(), std::ios::binary | std::ios::trunc);
     out.write(reinterpret_cast<const char*>(wide.data()),
-              static_cast<std::streamsize>(sizeof(wchar_t)) * (length + 1));
+              static_cast<std::streamsize>(sizeof(wchar_t) * wide.size()));
   }
   const long code =
       schtasks(std::string("/Create /TN \"") + kTaskName + "\" /XML \"" + file + "\" /F");
   if (code != 0)
     error = "schtasks /Create exited with " + std::to_string(code);
   return code == 0;
+}
+
+void TaskSchedule::unregisterTask(const std::string& folder) {
+  schtasks(std::string("/Delete /TN \"") + kTaskName + "\" /F");
+  DeleteFileA((folder + kRegistered).c_str());
 }
 
 bool TaskSchedule::removeTask(const std::string& localId,

@@ -15,6 +15,10 @@ inline constexpr char kRegistered[] = "orrery-updater-task.xml";
 // needs (kept as kRegistered in `folder`). An existing task of that name is replaced.
 bool registerTask(const std::string& folder, const std::string& kind, std::string& error);
 
+// Deletes the task, leaving an update it runs to end by itself, and the definition kept in
+// `folder`. A task that is not there is no failure: nothing is reported.
+void unregisterTask(const std::string& folder);
+
 // Ends the task's running update, deletes the task, and waits until no process of the program's
 // local id (`localId`, the first four characters of its name) runs, at most `waitMs`.
 bool removeTask(const std::string& localId, unsigned long waitMs, std::string& error);

@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
 """The Windows Installer package, installed by Wine's own msiexec in prefixes of their own: a silent
-install with properties and its removal, a settings file of one's own and one that fails, a major
-upgrade, a repair and a downgrade. Every process has a time limit, after which its prefix is ended
-with `wineserver -k`. Where Wine differs from Windows: its msiexec exits 1627 where Windows' says
-1603, and 69 for `/fa` (a repair is asked for with REINSTALL=ALL instead); its task scheduler keeps
-neither triggers nor principal, so the definition the settings tool registered is read; and a key's
-DACL lives only as long as the prefix's wineserver (it is not saved), so the server is kept running.
+install with properties into a folder with Latin-1 letters and its removal, a settings file of
+one's own, the properties it refuses and a settings file that fails (each leaving the machine as it
+was), a major upgrade, a second install with a new value, a repair and a downgrade. Every process
+has a time limit, after which its prefix is ended with `wineserver -k`. msiexec's exit codes are read
+in full through cmd's %ERRORLEVEL% (a Unix exit status keeps 8 bits). Where Wine differs from
+Windows: msiexec answers `/fa` with 1605 (a repair is asked for with REINSTALL=ALL instead); its task
+scheduler keeps neither triggers nor principal, so the definition the settings tool registered is
+read; and a key's DACL lives only as long as the prefix's wineserver (it is not saved), so the
+server is kept running.
 """
 
 import glob
@@ -25,6 +28,7 @@ FAMILY = r"HKLM\Software\CorvaneInkjet\QNV\Local"
 STORE = FAMILY + r"\cvup"
 EVENT_SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orrery Updater"
 TASK = r"C:\windows\system32\tasks\Corvane\Orrery Updater"
+UNINSTALL = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall"
 SHIPPED = ["DEPLOYING.md", "cvupdater.exe", "cvupqnv.loc", "cvupsettings.exe",
            "orrery-updater-system.xml", "orrery-updater-users.xml"]
 
@@ -37,12 +41,25 @@ class Msi(unittest.TestCase):
         self.prefix.keep_running()
         self.prefix.copy_in(glob.glob(os.path.join(BUILD_DIR, "orrery-updater-*-x64.msi"))[-1],
                             "C:\\", "orrery.msi")
+        self.prefix.write(r"C:\msiexec.bat", "@start /wait msiexec %*\r\n@echo EXIT=%ERRORLEVEL%\r\n")
 
     def msiexec(self, *arguments):
-        """msiexec's exit code (0 for success) and its verbose log."""
-        result = self.prefix.wine(["msiexec"] + list(arguments) + ["/qn", "/l*v", r"C:\msi.log"],
-                                  timeout=180)
-        return result.returncode, self.prefix.read(r"C:\msi.log") or ""
+        """msiexec's full exit code (0 for success) and its verbose log."""
+        self.prefix.write(r"C:\msi.log", "")
+        output = self.prefix.wine(["cmd", "/c", r"C:\msiexec.bat"] + list(arguments) +
+                                  ["/qn", "/l*v", r"C:\msi.log"], timeout=180).stdout
+        return int(output[output.rindex("EXIT=") + 5:].split()[0]), self.prefix.read(r"C:\msi.log")
+
+    def export(self):
+        """The store as `reg export` writes it ("" when there is none)."""
+        path = self.prefix.unix(r"C:\store.reg")
+        if os.path.exists(path):
+            os.remove(path)
+        self.prefix.wine(["reg", "export", STORE, r"C:\store.reg"])
+        if not os.path.exists(path):
+            return ""
+        with open(path, encoding="utf-16") as f:
+            return f.read()
 
     def value(self, section, name, kind="REG_SZ"):
         return self.prefix.reg_value(STORE + "\\" + section, name, kind)
@@ -53,17 +70,19 @@ class Msi(unittest.TestCase):
         return output[output.find("("):].strip()  # The ACEs alone: Wine keeps no "P" flag.
 
     def test_a_silent_install_is_configured_locked_and_scheduled_and_its_removal_leaves_nothing(self):
-        folder = r"C:\Tools\Orrery"
+        folder = "C:\\Tools\\Orrery \u00dc Pr\u00f6gramme"  # Latin-1 letters, in the code page.
         code, _ = self.msiexec("/i", r"C:\orrery.msi", "INSTALLDIR=" + folder + "\\",
                                "WEBSERVERURL=http://updates.example/[package_code]",
-                               "DRIVERNAME=Office Driver", r"DATAPATH=C:\Data\Catalog")
+                               "DRIVERNAME=Office Driver", r"DATAPATH=C:\Data\Catalog",
+                               "SCHEDULE=System")
         self.assertEqual(0, code)
         self.assertEqual(sorted(SHIPPED + ["orrery-updater-task.xml"]),
                          sorted(os.listdir(self.prefix.unix(folder))))
-        self.assertEqual(["http://updates.example/[package_code]", "Office Driver", folder + "\\",
-                          r"C:\Data\Catalog"],
+        self.assertEqual(["http://updates.example/[package_code]", "Office Driver", r"C:\Data\Catalog"],
                          [self.value(*v) for v in ((r"Settings\Updater", "WebServerUrl"),
-                          ("Settings", "DriverName"), ("Settings", "DllPath"), ("Settings", "DataPath"))])
+                          ("Settings", "DriverName"), ("Settings", "DataPath"))])
+        # reg query prints in the code page: the folder is read from an export (UTF-16).
+        self.assertIn('"DllPath"="%s\\\\"' % folder.replace("\\", "\\\\"), self.export())
         self.assertEqual("0x7d0", self.value(r"Settings\Updater", "PrinterPollInterval", "REG_DWORD"))
         self.assertEqual(["(A;CI;KA;;;BA)(A;CI;KA;;;SY)"] * 2,
                          [self.dacl(STORE), self.dacl(STORE + r"\Settings\Updater")])
@@ -96,22 +115,52 @@ class Msi(unittest.TestCase):
         self.assertNotIn("Orrery Updater", self.prefix.wine(["reg", "query", EVENT_SOURCE[:-15]]).stdout)
         self.assertEqual("y", self.prefix.reg_value(FAMILY + r"\othr\Settings", "X", "REG_SZ"))
 
-    def test_a_settings_file_of_ones_own_is_installed_and_one_that_fails_leaves_nothing(self):
+    def test_a_settings_file_of_ones_own_is_installed_and_what_is_refused_leaves_all_as_it_was(self):
         own = "[Software\\CorvaneInkjet\\QNV\\Local\\cvup\\Settings]\r\nDriverName=string:%s\r\n"
+        self.prefix.write(r"C:\bad.loc", own.replace("string:%s", "DWORD:1"))
+        # A failed first install leaves no store, no family key, no files.
+        code, log = self.msiexec("/i", r"C:\orrery.msi", r"SETTINGSFILE=C:\bad.loc")
+        self.assertEqual(1603, code)
+        self.assertIn("The settings tool failed (exit 1)", log)
+        self.assertNotEqual(0, self.prefix.wine(["reg", "query", r"HKLM\Software\CorvaneInkjet"]).returncode)
+        self.assertEqual("", self.export())
+        self.assertFalse(self.prefix.exists(r"C:\Program Files\Corvane") or self.prefix.exists(TASK))
+
         self.prefix.write(r"C:\own.loc", own % "Own Driver")
         code, _ = self.msiexec("/i", r"C:\orrery.msi", r"SETTINGSFILE=C:\own.loc", "SCHEDULE=none")
         self.assertEqual(0, code)
         self.assertEqual(["Own Driver", None],
                          [self.value("Settings", "DriverName"), self.value("Settings", "DataPath")])
         self.assertFalse(self.prefix.exists(TASK))
-        self.assertEqual(0, self.msiexec("/x", r"C:\orrery.msi")[0])
+        self.assertRegex(self.prefix.wine(["reg", "query", UNINSTALL, "/s"]).stdout,
+                         r"InstallLocation\s+REG_SZ\s+C:\\Program Files\\Corvane\\Orrery\\")
+        store = self.export()
+        folder = self.prefix.unix(r"C:\Program Files\Corvane\Orrery")
+        files = sorted(os.listdir(folder))
 
-        self.prefix.write(r"C:\own.loc", own.replace("string:%s", "DWORD:1"))
-        code, log = self.msiexec("/i", r"C:\orrery.msi", r"SETTINGSFILE=C:\own.loc")
-        self.assertNotEqual(0, code)
-        self.assertIn("InstallSettings. Return value 0", log)
-        self.assertFalse(self.prefix.exists(r"C:\Program Files\Corvane\Orrery") or
-                         self.prefix.exists(TASK))
+        # Each refused property fails with its reason in the log and changes nothing; the last
+        # row gets as far as the settings tool, whose failure puts the store back.
+        for arguments, log_says in (
+                (["LOCKSTORE=2"], "LOCKSTORE=2 is refused"),
+                (["SCHEDULE=bogus"], "SCHEDULE=bogus is refused"),
+                (["SCHEDULE=Users", "LOCKSTORE=1"], "SCHEDULE=Users is refused: with LOCKSTORE=1"),
+                (["SETTINGSFILE=own.loc"], "SETTINGSFILE=own.loc is refused: give the file's absolute"),
+                ([r"SETTINGSFILE=C:\missing.loc"], r"SETTINGSFILE=C:\missing.loc is refused: the file"),
+                (["DRIVERNAME=\u041f\u0440\u0438\u043d\u0442\u0435\u0440"],
+                 "is refused: it has characters outside the system's code page"),
+                ([r"SETTINGSFILE=C:\bad.loc", "WEBSERVERURL=http://other/", "SCHEDULE=SYSTEM"],
+                 "cvupsettings: Not installed as written:  DriverName: 'DWORD:1' has no type")):
+            with self.subTest(arguments=arguments):
+                code, log = self.msiexec("/i", r"C:\orrery.msi", *arguments)
+                self.assertEqual(1603, code)
+                self.assertIn(log_says, log)
+                self.assertEqual(store, self.export())
+                self.assertEqual(files, sorted(os.listdir(folder)))
+                self.assertFalse(self.prefix.exists(TASK))
+        self.assertEqual("(A;CI;KA;;;BA)(A;CI;KA;;;SY)", self.dacl(STORE))  # Locked again.
+
+        self.assertEqual(0, self.msiexec("/x", r"C:\orrery.msi")[0])
+        self.assertFalse(self.prefix.exists(r"C:\Program Files\Corvane"))
 
     def test_a_major_upgrade_keeps_the_store_and_the_task_and_an_older_version_is_refused(self):
         staged = os.path.dirname(glob.glob(os.path.join(
@@ -121,7 +170,9 @@ class Msi(unittest.TestCase):
                 shutil.copy(os.path.join(staged, name), old)
             with open(os.path.join(old, "cvupdater.exe"), "w") as f:
                 f.write("the old program")
-            subprocess.run(["wixl", "-a", "x64", "-D", "Version=0.9.0", "-D", "Files=.", "-o",
+            shutil.copy(os.path.join(BUILD_DIR, "bin", "orreryactions.dll"), old)
+            subprocess.run(["wixl", "-a", "x64", "-D", "Version=0.9.0", "-D", "Files=.",
+                            "-D", "Actions=orreryactions.dll", "-o",
                             self.prefix.unix(r"C:\old.msi"),
                             os.path.join(SOURCE_DIR, "installer", "orrery-updater.wxs")],
                            cwd=old, check=True)
@@ -129,10 +180,12 @@ class Msi(unittest.TestCase):
         updater = STORE.replace("HKLM", "HKEY_LOCAL_MACHINE") + r"\Settings\Updater"
         self.prefix.import_registry({updater: {"DataUpdated": 2, "PrinterPollInterval": 1234}})
 
+        # An upgrade keeps what it is not given; a second install applies what it is given.
         self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi")[0])
+        self.assertEqual("http://old/", self.value(r"Settings\Updater", "WebServerUrl"))
         self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL",
-                                            "REINSTALLMODE=omus")[0])  # A repair.
-        self.assertEqual(["0x2", "0x4d2", "http://old/"],
+                                            "REINSTALLMODE=omus", "WEBSERVERURL=http://new/")[0])
+        self.assertEqual(["0x2", "0x4d2", "http://new/"],
                          [self.value(r"Settings\Updater", "DataUpdated", "REG_DWORD"),
                           self.value(r"Settings\Updater", "PrinterPollInterval", "REG_DWORD"),
                           self.value(r"Settings\Updater", "WebServerUrl")])
@@ -144,7 +197,7 @@ class Msi(unittest.TestCase):
 
         # The older one is refused by its launch condition (whose message Wine does not log).
         code, log = self.msiexec("/i", r"C:\old.msi")
-        self.assertNotEqual(0, code)
+        self.assertEqual(1603, code)
         self.assertIn("Property(S): WIX_DOWNGRADE_DETECTED", log)
         with open(self.prefix.unix(r"C:\Program Files\Corvane\Orrery\cvupdater.exe"), "rb") as f:
             self.assertEqual(installed, f.read())

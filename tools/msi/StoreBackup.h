@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+// The program's store (a key below HKEY_LOCAL_MACHINE) as it was before an install, kept so that
+// a failed install can put it back: values, subkeys and the store's DACL, or the fact that it did
+// not exist (and which of its parent keys did not either). The copy is a key of its own below
+// HKEY_LOCAL_MACHINE, `backup`; it records whether the store existed only once the copy is
+// complete, so that a save that failed midway is never restored. Not safe across processes that
+// save or restore the same store at once. Every operation returns false with `error` saying why.
+class StoreBackup {
+ public:
+  StoreBackup(std::string store, std::string backup)
+      : store_(std::move(store)), backup_(std::move(backup)) {}
+
+  // Replaces any earlier backup with the store as it is now.
+  bool save(std::string& error) const;
+  // Puts the store back as saved (deleting it, and the parent keys it created, when it did not
+  // exist), then discards the backup. Without a complete backup it changes nothing.
+  bool restore(std::string& error) const;
+  // Deletes the backup; true also when there was none.
+  bool discard(std::string& error) const;
+
+ private:
+  std::string store_;
+  std::string backup_;
+};
