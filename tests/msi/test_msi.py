@@ -50,12 +50,12 @@ class Msi(unittest.TestCase):
                                   ["/qn", "/l*v", r"C:\msi.log"], timeout=180).stdout
         return int(output[output.rindex("EXIT=") + 5:].split()[0]), self.prefix.read(r"C:\msi.log")
 
-    def export(self):
-        """The store as `reg export` writes it ("" when there is none)."""
+    def export(self, key=STORE):
+        """The key as `reg export` writes it ("" when there is none)."""
         path = self.prefix.unix(r"C:\store.reg")
         if os.path.exists(path):
             os.remove(path)
-        self.prefix.wine(["reg", "export", STORE, r"C:\store.reg"])
+        self.prefix.wine(["reg", "export", key, r"C:\store.reg"])
         if not os.path.exists(path):
             return ""
         with open(path, encoding="utf-16") as f:
@@ -87,9 +87,9 @@ class Msi(unittest.TestCase):
         self.assertEqual(["(A;CI;KA;;;BA)(A;CI;KA;;;SY)"] * 2,
                          [self.dacl(STORE), self.dacl(STORE + r"\Settings\Updater")])
         self.assertTrue(self.prefix.exists(TASK))
-        self.assertEqual([folder + r"\cvupdater.exe", "0x7"],
-                         [self.prefix.reg_value(EVENT_SOURCE, "EventMessageFile", "REG_\\w+"),
-                          self.prefix.reg_value(EVENT_SOURCE, "TypesSupported")])
+        source = self.export(EVENT_SOURCE)
+        self.assertIn('"EventMessageFile"="%s\\\\cvupdater.exe"' % folder.replace("\\", "\\\\"), source)
+        self.assertIn('"TypesSupported"=dword:00000007', source)
         with open(self.prefix.unix(folder + r"\orrery-updater-task.xml"), encoding="utf-16") as f:
             task = f.read()
         for part in ("<RandomDelay>PT4H</RandomDelay>", "<UserId>S-1-5-18</UserId>",

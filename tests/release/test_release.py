@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The release as a security team checks it. The release is built a second time, from the same
 sources, in a build folder of its own (release-rebuild, configured without the tests: only the two
-programs are compiled before cpack), and must be the same bytes as this build's; then it is signed
+programs and the installer's custom actions are compiled before cpack), and must be the same bytes as this build's; then it is signed
 with a throwaway CA's code-signing certificate, once from PEM files and once from a PKCS#12 file.
 
 osslsigncode checks the signatures against that CA. Wine's WinVerifyTrust checks a signature's
@@ -77,7 +77,7 @@ def package(build, **signing):
     run(["cmake", "-S", SOURCE_DIR, "-B", build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
          "-DCMAKE_TOOLCHAIN_FILE=" + os.path.join(SOURCE_DIR, "cmake", "mingw-w64-x86_64.cmake"),
          "-DUPDATER_BUILD_TESTS=OFF"] + ["-D%s=%s" % option for option in options.items()])
-    run(["cmake", "--build", build, "--target", "cvupdater", "cvupsettings"])
+    run(["cmake", "--build", build, "--target", "cvupdater", "cvupsettings", "orreryactions"])
     output = run(["cpack", "--config", "CPackConfig.cmake"], cwd=build)
     copy = tempfile.mkdtemp(dir=Release.scratch)
     files = {}
