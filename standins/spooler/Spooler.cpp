@@ -1,6 +1,7 @@
 #include "Spooler.h"
 
 #include <cstring>
+#include <vector>
 
 #include "Journal.h"
 
@@ -94,20 +95,27 @@ BOOL Spooler::enumPrinters(DWORD flags,
   } else {
     *returned = 0;
     *needed = 0;
+    // A "\\server\name" printer is a connection: listed only when connections are asked for.
+    std::vector<const PrinterScenario*> listed;
+    for (const PrinterScenario& printer : scenario.printers) {
+      const bool connection = printer.name.compare(0, 2, "\\\\") == 0;
+      if (flags & (connection ? PRINTER_ENUM_CONNECTIONS : PRINTER_ENUM_LOCAL))
+        listed.push_back(&printer);
+    }
     if (level == 2) {
-      for (const PrinterScenario& printer : scenario.printers) {
-        *needed += static_cast<DWORD>(sizeof(PRINTER_INFO_2A)) + StringsSize(printer);
+      for (const PrinterScenario* printer : listed) {
+        *needed += static_cast<DWORD>(sizeof(PRINTER_INFO_2A)) + StringsSize(*printer);
       }
     }
     if (*needed > 0 && (buffer == nullptr || size < *needed)) {
       error = ERROR_INSUFFICIENT_BUFFER;
     } else if (*needed > 0) {
       auto* infos = reinterpret_cast<PRINTER_INFO_2A*>(buffer);
-      char* strings = reinterpret_cast<char*>(infos + scenario.printers.size());
-      for (const PrinterScenario& printer : scenario.printers) {
-        FillInfo2(printer, statusNow(printer), jobsNow(printer), infos++, &strings);
+      char* strings = reinterpret_cast<char*>(infos + listed.size());
+      for (const PrinterScenario* printer : listed) {
+        FillInfo2(*printer, statusNow(*printer), jobsNow(*printer), infos++, &strings);
       }
-      *returned = static_cast<DWORD>(scenario.printers.size());
+      *returned = static_cast<DWORD>(listed.size());
     }
   }
   return finish(call,

@@ -9,6 +9,8 @@
 
 #include <windows.h>
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -41,9 +43,16 @@ std::string text(const char* value) {
   return value != nullptr ? std::string(value) : std::string();
 }
 
-// Copies `value` into `buffer` of `size` bytes, truncated and always null-terminated.
-void copyTruncated(const std::string& value, char* buffer, size_t size) {
-  size_t length = std::min(value.size(), size - 1);
+// The library's documented buffers, kept apart from the program's constants: it may fill all 20
+// bytes of the new version, and writes paths of up to MAX_PATH bytes.
+const size_t kNewVersionBytes = 20;
+const size_t kPathBytes = MAX_PATH;
+
+// Copies `value` into the caller's heap block `buffer`, truncated to `documented` bytes and always
+// null-terminated. A block shorter than documented is overrun by the real library; here the value
+// comes back cut to the block's size instead, so that a short buffer shows.
+void copyTruncated(const std::string& value, char* buffer, size_t documented) {
+  const size_t length = std::min(value.size(), std::min(documented, _msize(buffer)) - 1);
   std::memcpy(buffer, value.data(), length);
   buffer[length] = '\0';
 }
@@ -80,7 +89,7 @@ wupd::PathDelivery deliverPath(char** path, wupd::PathDelivery wanted, const std
     }
   }
   if (*path != nullptr)
-    copyTruncated(file, *path, kUpdPathBufferSize);
+    copyTruncated(file, *path, kPathBytes);
   return wupd::PathDelivery::kBuffer;
 }
 
@@ -145,7 +154,7 @@ int UpdCheckForUpdateA(const char* url,
       call.mode.checkForUpdate(call.scenario, text(url), text(currentVersion), timeout, retries);
   std::string written;
   if (newVersion != nullptr && !outcome.newVersion.empty()) {
-    copyTruncated(outcome.newVersion, newVersion, kUpdNewVersionSize);
+    copyTruncated(outcome.newVersion, newVersion, kNewVersionBytes);
     written = newVersion;
   }
   call.journal.append(

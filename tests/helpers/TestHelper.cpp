@@ -156,7 +156,9 @@ int main(int argc, char** argv) {
       });
     return runApplication("");
   } else if (command == "key-dacl" && argc > 2) {
-    print("dacl", testsupport::keyDacl(argv[2]));
+    ScopedKey key;
+    RegOpenKeyExA(HKEY_LOCAL_MACHINE, argv[2], 0, READ_CONTROL, key.receive());
+    print("dacl", testsupport::dacl(key.get(), SE_REGISTRY_KEY));
   } else if (command == "settings-tool-cannot-start") {
     ProcessScope::setCreateLoggerFunction([](const LogSwitches&) { throw std::bad_alloc(); });
     return runSettingsTool({});

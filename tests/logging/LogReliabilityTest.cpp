@@ -26,10 +26,17 @@ namespace {
 const std::regex kLine(
     R"(\d{4}/\d\d/\d\d-\d\d:\d\d:\d\d\.\d{3} pid=([0-9a-f]{4,8}) tid=([0-9a-f]{4,8}) (.{15}) (.*))");
 
+// An id as the header writes it: hexadecimal, at least four digits.
+std::string hex(DWORD id) {
+  char text[16];
+  snprintf(text, sizeof(text), "%04lx", id);
+  return text;
+}
+
 class LogReliability : public testing::Test {
  protected:
-  // The texts of the "Updater" lines written since the test began, per process and thread; a
-  // line that is not whole fails the test.
+  // The texts of the "Updater" lines written since the test began, per "<pid>/<tid>"; a line
+  // that is not whole fails the test.
   std::map<std::string, Lines> textsPerWriter() const {
     const std::string content = testsupport::readFile(Logger::getLogFilePath()).substr(start_);
     EXPECT_EQ("\r\n", content.substr(content.size() < 2 ? 0 : content.size() - 2));
@@ -57,13 +64,15 @@ class LogReliability : public testing::Test {
       ASSERT_TRUE(writers.back()->waitForOutput("ready", 30000));
     }
     SetEvent(event.get());
-    for (const auto& writer : writers)
+    std::set<std::string> pids, seen;
+    for (const auto& writer : writers) {
       EXPECT_TRUE(writer->wait(90000) && writer->exitCode() == 0);
-    std::set<std::string> tags;
+      pids.insert(hex(writer->id()));
+    }
     for (const auto& [writer, written] : textsPerWriter()) {
+      seen.insert(writer.substr(0, writer.find('/')));
       const std::string::size_type at = written.at(1).find("tag=");
       const std::string tag = written[1].substr(at, written[1].find(' ', at) - at);
-      tags.insert(tag);
       Lines expected;
       for (int n = 0; n < operations; ++n) {
         std::string detail = " Writer::writeLine()  " + tag + " n=" + std::to_string(n) + " ";
@@ -74,7 +83,7 @@ class LogReliability : public testing::Test {
       }
       EXPECT_EQ(expected, written) << writer;
     }
-    EXPECT_EQ(static_cast<size_t>(count), tags.size());
+    EXPECT_EQ(pids, seen);
   }
 
   testsupport::ScopedStore store_;
@@ -95,8 +104,10 @@ TEST_F(LogReliability, ConcurrentThreadsKeepTheirOwnNestingAndLeaveTheMutexFree)
   std::atomic<int> finished{0};
   std::atomic<bool> quit{false};
   std::vector<std::thread> threads;
-  for (int i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&finished, &quit] {
+  std::vector<std::string> ids(kThreads);
+  for (size_t i = 0; i < ids.size(); ++i) {
+    threads.emplace_back([&finished, &quit, &id = ids[i]] {
+      id = hex(GetCurrentProcessId()) + "/" + hex(GetCurrentThreadId());
       for (int n = 0; n < kOperations; ++n) {
         FunctionTrace outer = FunctionTrace::open(kLogUpdater, "Outer::run() ");
         FunctionTrace inner = FunctionTrace::open(kLogUpdater, "Inner::run() ");
@@ -121,8 +132,10 @@ TEST_F(LogReliability, ConcurrentThreadsKeepTheirOwnNestingAndLeaveTheMutexFree)
     expected.insert(expected.end(),
                     {"+Outer::run() ", " +Inner::run() ", "  Inner::run()  n=" + std::to_string(n),
                      " -Inner::run()  rc=" + std::to_string(n), "-Outer::run() "});
-  const std::map<std::string, Lines> texts = textsPerWriter();
-  EXPECT_EQ(static_cast<size_t>(kThreads), texts.size());
-  for (const auto& [writer, written] : texts)
+  std::set<std::string> writers(ids.begin(), ids.end());
+  for (const auto& [writer, written] : textsPerWriter()) {
+    EXPECT_EQ(1u, writers.erase(writer)) << writer;
     EXPECT_EQ(expected, written) << writer;
+  }
+  EXPECT_TRUE(writers.empty());
 }

@@ -49,6 +49,32 @@ class PrinterSpoolerWrapperTest : public testing::Test {
 
 }  // namespace
 
+// The printers of interest: local printers and connections whose driver name matches byte for
+// byte, in spooler order. An empty list is asked for again on every call; a found one is kept for
+// the rest of the run, and a new instance reads the driver name again.
+TEST_F(PrinterSpoolerWrapperTest, ThePrintersOfTheDriverByteForByteAreListedOnceFound) {
+  const auto printers = [] {
+    std::list<std::string> names = {"stale"};
+    DeviceEnumerator::instance()->getPrinters(names);
+    return Names(names.begin(), names.end());
+  };
+  stage({printer("Office"), PrinterScenario{"Lower", "corvane inkjet driver"},
+         PrinterScenario{"Trailing", "Corvane Inkjet Driver "}, printer("\\\\server\\Shared")});
+  EXPECT_EQ((Names{"Office", "\\\\server\\Shared"}), printers());
+  const PrinterScenario lab{"Lab", "Lab Driver"};
+  stage({lab});
+  EXPECT_TRUE(printers().empty() && printers().empty());
+  EXPECT_EQ(4u, spooler_.calls("EnumPrintersA").size());
+  spooler_.write({lab, printer("Office")});
+  EXPECT_EQ(Names{"Office"}, printers());
+  spooler_.write({lab, printer("Office"), printer("Later")});
+  EXPECT_EQ(Names{"Office"}, printers());
+  EXPECT_EQ(6u, spooler_.calls("EnumPrintersA").size());
+  DeviceEnumerator::destroy();
+  store_.set("Settings\\", "DriverName", "Lab Driver");
+  EXPECT_EQ(Names{"Lab"}, printers());
+}
+
 // Every printer of interest is opened with full rights and paused; the pause is recorded until
 // the resume, under a mutex of the global namespace that SYSTEM, administrators and users may
 // share, and the handles stay open for the caller. A pause that cannot be recorded (an object of
@@ -69,7 +95,8 @@ TEST_F(PrinterSpoolerWrapperTest, PausesEveryPrinterOfInterestAndRecordsItUntilT
     EXPECT_EQ(!recordable, log.contains("PauseRecord: not recorded: the mutex '" + mutex +
                                         "' could not be taken"));
     EXPECT_EQ(recordable ? "D:(A;;0x1f0001;;;SY)(A;;0x1f0001;;;BA)(A;;0x100001;;;AU)" : "none",
-              testsupport::mutexDacl(mutex));
+              testsupport::dacl(ScopedHandle(OpenMutexA(READ_CONTROL, FALSE, mutex.c_str())).get(),
+                                SE_KERNEL_OBJECT));
     EXPECT_TRUE(wrapper_.resumePrinters(handles_));
     EXPECT_EQ((Names{"A", "B"}), resumed());
     EXPECT_TRUE(PauseRecord::recordedPrinters().empty());

@@ -93,7 +93,9 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
     EXPECT_EQ(row.interval, testsupport::registryValue(updater, "PrinterPollInterval"));
     // Every key of the store: administrators and SYSTEM alone (Wine keeps no protected flag).
     if (row.arguments.find("/lock") != std::string::npos) {
-      const std::string dacl = testsupport::keyDacl(updater);
+      ScopedKey key;
+      RegOpenKeyExA(HKEY_LOCAL_MACHINE, updater.c_str(), 0, READ_CONTROL, key.receive());
+      const std::string dacl = testsupport::dacl(key.get(), SE_REGISTRY_KEY);
       EXPECT_EQ("(A;CI;KA;;;BA)(A;CI;KA;;;SY)", dacl.substr(dacl.find('(')));
     }
   }
@@ -123,20 +125,16 @@ TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesT
   paused.status = PRINTER_STATUS_PAUSED;
   testsupport::SpoolerScenario spooler;
   spooler.write({paused});
-  const std::string folder = testsupport::executableDirectory(), event = id + "_letgo";
-  const ScopedHandle letGo(CreateEventA(nullptr, TRUE, FALSE, event.c_str()));
-  const std::pair<const char*, const char*> copies[] = {{"test_helper.exe", "_run.exe"},
-                                                        {"cvupsettings.exe", "_remove.exe"}};
-  for (const auto& [source, copy] : copies)
-    CopyFileA((folder + source).c_str(), (folder + id + copy).c_str(), FALSE);
-  testsupport::Process run(
-      testsupport::besideTests(id + "_run.exe", "mutex-hold " + id + " " + event + " release"));
-  ASSERT_TRUE(run.waitForOutput("held", 20000));
-  testsupport::Process remover(testsupport::besideTests(id + "_remove.exe", "/remove"));
+  const std::string remove = testsupport::executableDirectory() + id + "_remove.exe";
+  CopyFileA((testsupport::executableDirectory() + "cvupsettings.exe").c_str(), remove.c_str(),
+            FALSE);
+  testsupport::MutexHolder run(id, "release", id + "_run.exe");
+  ASSERT_TRUE(run.holds());
+  testsupport::Process remover("\"" + remove + "\" /remove");
   const std::string resumed = "SetPrinterA name=Office Inkjet command=2 result=1";
   EXPECT_FALSE(remover.wait(3000));
   EXPECT_EQ(std::string::npos, spooler.journal().find(resumed)) << "resumed before the run ended";
-  SetEvent(letGo.get());
+  run.letGo();
   ASSERT_TRUE(remover.wait(60000));
   EXPECT_EQ(0u, remover.exitCode()) << remover.errors();
   EXPECT_NE(std::string::npos, spooler.journal().find(resumed)) << spooler.journal();
@@ -147,9 +145,7 @@ TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesT
             withoutCarriageReturns(remover.output()));
   EXPECT_FALSE(testsupport::keyExists(testsupport::familyPath()));
   EXPECT_FALSE(testsupport::keyExists(kEventSource)) << "the event source stays registered";
-  run.wait(20000);
-  for (const auto& [source, copy] : copies)
-    DeleteFileA((folder + id + copy).c_str());
+  DeleteFileA(remove.c_str());
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
 

@@ -10,7 +10,6 @@
 
 #include "logging/Logger.h"
 #include "settings/SettingsLogSwitches.h"
-#include "system/Localize.h"
 
 namespace testsupport {
 
@@ -21,18 +20,6 @@ void setDword(const std::string& path, const std::string& name, DWORD value) {
 }
 
 }  // namespace
-
-std::string localId() {
-  return Localize::getInstance()->getLocalId();
-}
-
-std::string storeRoot() {
-  return Localize::getInstance()->getRegistryPath(0);
-}
-
-std::string familyPath() {
-  return Localize::getInstance()->getProductFamilyRegistryPath();
-}
 
 bool keyExists(const std::string& path) {
   ScopedKey key;
@@ -89,7 +76,8 @@ void restartLogger() {
   Logger::createInstance(switches);
 }
 
-LogCapture::LogCapture(DWORD allMask, bool headers) : path_(Logger::getLogFilePath()) {
+LogCapture::LogCapture(DWORD allMask, bool headers, const std::map<std::string, DWORD>& switches)
+    : path_(Logger::getLogFilePath()) {
   const std::string logger = storeRoot() + "Logger";
   setDword(logger, "startLog", 1);
   setDword(logger, "All", allMask);
@@ -97,6 +85,8 @@ LogCapture::LogCapture(DWORD allMask, bool headers) : path_(Logger::getLogFilePa
     setDword(logger, component, 0);
   for (const char* header : {"Clocktime_In_Header", "Proc_Id_In_Header", "Thread_Id_In_Header"})
     setDword(logger, header, headers ? 1 : 0);
+  for (const auto& [name, value] : switches)
+    setDword(logger, name, value);
   restartLogger();
   start_ = readFile(path_).size();
 }
@@ -207,50 +197,46 @@ std::string uniqueEventName() {
   static unsigned counter = 0;
   return "cvtest_letgo_" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(++counter);
 }
+
+// The helper under the name `copy` beside the tests; returns that name.
+std::string helperCopy(const std::string& copy) {
+  if (copy != "test_helper.exe")
+    CopyFileA((executableDirectory() + "test_helper.exe").c_str(),
+              (executableDirectory() + copy).c_str(), FALSE);
+  return copy;
+}
 }  // namespace
 
-MutexHolder::MutexHolder(const std::string& name, const std::string& mode)
+MutexHolder::MutexHolder(const std::string& name, const std::string& mode, const std::string& copy)
     : event_(uniqueEventName()),
+      program_(helperCopy(copy)),
       signal_(CreateEventA(nullptr, TRUE, FALSE, event_.c_str())),
-      holder_(besideTests("test_helper.exe", "mutex-hold " + name + " " + event_ + " " + mode)),
+      holder_(besideTests(copy, "mutex-hold " + name + " " + event_ + " " + mode)),
       holds_(holder_.waitForOutput("held", 20000)) {}
+
+MutexHolder::~MutexHolder() {
+  letGo();
+  if (program_ != "test_helper.exe")
+    DeleteFileA((executableDirectory() + program_).c_str());
+}
 
 void MutexHolder::letGo() {
   SetEvent(signal_.get());
   holder_.wait(20000);
 }
 
-namespace {
-// The DACL that GetSecurityInfo or GetNamedSecurityInfoA (`query`) reads, as mutexDacl() says it.
-template <typename Query>
-std::string daclText(Query query) {
-  PACL dacl = nullptr;
+std::string dacl(HANDLE object, SE_OBJECT_TYPE type) {
+  PACL list = nullptr;
   ScopedLocal descriptor;
   char* text = nullptr;
-  if (query(&dacl, descriptor.receive()) != ERROR_SUCCESS ||
+  if (object == nullptr ||
+      GetSecurityInfo(object, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
+                      descriptor.receive()) != ERROR_SUCCESS ||
       !ConvertSecurityDescriptorToStringSecurityDescriptorA(
           descriptor.get(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr))
     return "none";
   const ScopedLocal textBlock(text);
-  return dacl == nullptr ? "null" : text;
-}
-}  // namespace
-
-std::string mutexDacl(const std::string& name) {
-  const ScopedHandle mutex(OpenMutexA(READ_CONTROL, FALSE, name.c_str()));
-  return daclText([&mutex](PACL* dacl, HLOCAL* descriptor) {
-    return mutex.valid() ? GetSecurityInfo(mutex.get(), SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION,
-                                           nullptr, nullptr, dacl, nullptr, descriptor)
-                         : ERROR_FILE_NOT_FOUND;
-  });
-}
-
-std::string keyDacl(const std::string& path) {
-  std::string name = "MACHINE\\" + path;
-  return daclText([&name](PACL* dacl, HLOCAL* descriptor) {
-    return GetNamedSecurityInfoA(&name[0], SE_REGISTRY_KEY, DACL_SECURITY_INFORMATION, nullptr,
-                                 nullptr, dacl, nullptr, descriptor);
-  });
+  return list == nullptr ? "null" : text;
 }
 
 std::string runProcess(const std::string& commandLine, DWORD* exitCode, std::string* errors) {

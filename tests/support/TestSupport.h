@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <accctrl.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <map>
@@ -10,6 +12,7 @@
 #include <vector>
 
 #include "spooler/Scenario.h"
+#include "system/Localize.h"
 #include "system/UniqueHandle.h"
 
 // Helpers of the test executables, over the real Wine registry, files, processes and stand-ins.
@@ -17,9 +20,11 @@ namespace testsupport {
 
 // This executable's local id (e.g. "pdse"), its store root (scope 0, e.g.
 // "Software\PardoInkJet\QNV\Local\pdse\") and its product family's key.
-std::string localId();
-std::string storeRoot();
-std::string familyPath();
+inline const auto localId = [] { return Localize::getInstance()->getLocalId(); };
+inline const auto storeRoot = [] { return Localize::getInstance()->getRegistryPath(0); };
+inline const auto familyPath = [] {
+  return Localize::getInstance()->getProductFamilyRegistryPath();
+};
 // Keys below HKEY_LOCAL_MACHINE; deleting a missing tree is no error.
 bool keyExists(const std::string& path);
 // A DWORD in decimal, a string as it is, strings (REG_MULTI_SZ) one a line, or "none".
@@ -43,12 +48,14 @@ class ScopedStore {
   }
 };
 
-// Turns the log on with the given "All" mask (component masks 0) for the length of a scope and
-// reads back the lines written meanwhile; the logger is recreated at both ends, so that its
-// switch cache starts empty. Needs a ScopedStore.
+// Turns the log on with the given "All" mask (component masks 0, then `switches`) for the length
+// of a scope and reads back the lines written meanwhile; the logger is recreated at both ends, so
+// that its switch cache starts empty. Needs a ScopedStore.
 class LogCapture {
  public:
-  explicit LogCapture(DWORD allMask = 0xFFFFFFFF, bool headers = false);
+  explicit LogCapture(DWORD allMask = 0xFFFFFFFF,
+                      bool headers = false,
+                      const std::map<std::string, DWORD>& switches = {});
   ~LogCapture();
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
@@ -102,6 +109,7 @@ class Process {
 
   // False when `timeoutMs` passes first.
   bool waitForOutput(const std::string& text, DWORD timeoutMs) const;
+  DWORD id() const { return GetProcessId(process_.get()); }
   bool wait(DWORD timeoutMs) const {
     return process_.valid() && WaitForSingleObject(process_.get(), timeoutMs) == WAIT_OBJECT_0;
   }
@@ -118,28 +126,30 @@ class Process {
   ScopedHandle process_;
 };
 
-// Another process (the helper) that holds the named mutex `name` from construction until
-// letGo(), then releases it, or ends without releasing it ("abandon").
+// Another process (the helper, or its copy named `copy` beside the tests, removed at the end)
+// that holds the named mutex `name` from construction until letGo(), then releases it, or ends
+// without releasing it ("abandon").
 class MutexHolder {
  public:
-  MutexHolder(const std::string& name, const std::string& mode = "release");
-  ~MutexHolder() { letGo(); }
+  MutexHolder(const std::string& name,
+              const std::string& mode = "release",
+              const std::string& copy = "test_helper.exe");
+  ~MutexHolder();
   // Whether the helper took the mutex.
   bool holds() const { return holds_; }
   // Lets the helper go on and waits until it has ended.
   void letGo();
 
  private:
-  const std::string event_;
+  const std::string event_, program_;
   ScopedHandle signal_;
   Process holder_;
   bool holds_;
 };
 
-// The DACL of the named mutex `name` / of the key `path` below HKEY_LOCAL_MACHINE in SDDL, "null"
-// for a null DACL, or "none" when there is no such object.
-std::string mutexDacl(const std::string& name);
-std::string keyDacl(const std::string& path);
+// The DACL of an object (SE_KERNEL_OBJECT, SE_REGISTRY_KEY) in SDDL, "null" for a null DACL, or
+// "none" for a null handle or an unreadable DACL.
+std::string dacl(HANDLE object, SE_OBJECT_TYPE type);
 
 // Runs a command line for at most two minutes and returns its stdout; `exitCode` receives its
 // exit code (STILL_ACTIVE when it had to be ended) and `errors` its stderr, which is otherwise

@@ -69,7 +69,8 @@ TEST(Mutex, MachineWideMutexesFallBackToThePlainNameWithoutTheNamespace) {
     const std::unique_ptr<Mutex> mutex = createMachineMutex("MachineMutex", space);
     EXPECT_EQ(name, mutex->getName());
     EXPECT_EQ("D:(A;;0x1f0001;;;SY)(A;;0x1f0001;;;BA)(A;;0x100001;;;AU)",
-              testsupport::mutexDacl(name));
+              testsupport::dacl(ScopedHandle(OpenMutexA(READ_CONTROL, FALSE, name.c_str())).get(),
+                                SE_KERNEL_OBJECT));
   }
   EXPECT_EQ("Global\\" + plain, machineMutexName("MachineMutex"));
   const std::string squatted = "Global\\" + plain + "Squatted";

@@ -46,5 +46,6 @@ TEST(SecurityEveryone, AllowsEveryoneEverything) {
 // The mutexes that processes of every user share (the log's) have a null DACL.
 TEST(SecurityEveryone, MutexesForEveryoneHaveANullDacl) {
   Mutex mutex(false, "cvtest_everyone", true);
-  EXPECT_EQ("null", testsupport::mutexDacl("cvtest_everyone"));
+  const ScopedHandle opened(OpenMutexA(READ_CONTROL, FALSE, "cvtest_everyone"));
+  EXPECT_EQ("null", testsupport::dacl(opened.get(), SE_KERNEL_OBJECT));
 }

@@ -28,7 +28,8 @@ TEST(RunLock, OneRunAtATimeOnTheMachine) {
     RunLock lock;
     ASSERT_TRUE(lock.take(false));
     EXPECT_EQ("D:(A;;0x1f0001;;;SY)(A;;0x1f0001;;;BA)(A;;0x100001;;;AU)",
-              testsupport::mutexDacl(name));
+              testsupport::dacl(ScopedHandle(OpenMutexA(READ_CONTROL, FALSE, name.c_str())).get(),
+                                SE_KERNEL_OBJECT));
     EXPECT_EQ("busy", fromOtherProcess(name));
     lock.handOver();
     EXPECT_EQ("acquired", fromOtherProcess(name));

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "support/TestSupport.h"
-#include "webupdate/TandemUtilities.h"
 #include "webupdate/UrlGenerator.h"
 
 namespace {
@@ -18,21 +17,19 @@ class UrlGeneratorTest : public testing::Test {
   }
 
   testsupport::ScopedStore store_;
-  const std::string language_ = TandemUtilities::getLanguageCode();
-  const std::string country_ = TandemUtilities::getCountryCode();
-  const std::string os_ = TandemUtilities::getOsCode();
 };
 
 }  // namespace
 
 // The machine's codes are filled in once, from the template as it was at construction; the
-// package code per request. Only the first occurrence of each placeholder is replaced.
+// package code per request. Only the first occurrence of each placeholder is replaced. The tests
+// run on Canadian French Windows 7 (LC_ALL=fr_CA.UTF-8): language 1, country 00000C0C, OS 3.
 TEST_F(UrlGeneratorTest, FillsTheMachineCodesOnceAndThePackageCodePerRequest) {
   store_.set(kUpdater, "WebServerUrl",
              "http://svc/[language_code]/[country_code]/[os_code]/[package_code][os_code]");
   UrlGenerator urls;
   store_.set(kUpdater, "WebServerUrl", "http://other/[package_code]");
-  const std::string base = "http://svc/" + language_ + "/" + country_ + "/" + os_ + "/";
+  const std::string base = "http://svc/1/00000C0C/3/";
   EXPECT_EQ(base + "CATV[os_code]", urls.generateUrl(CATALOG_VERSION));
   EXPECT_EQ(base + "ORRV[os_code]", urls.generateUrl(ORRERY_VERSION));
   EXPECT_EQ(base + "CATD[os_code]", urls.generateUrl(CATALOG_DOWNLOAD));

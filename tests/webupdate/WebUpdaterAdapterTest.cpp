@@ -39,16 +39,21 @@ class WebUpdaterAdapterTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(WebUpdaterAdapterTest, MapsTheLibrarysCheckCodes) {
+// The new version that the library writes is logged whole, also when it fills its 20 bytes.
+TEST_F(WebUpdaterAdapterTest, MapsTheLibrarysCheckCodesAndLogsTheNewVersion) {
   const std::pair<int, UpdateCheckResult> rows[] = {
       {0, UPDATE_CHECK_FAILED}, {1, UPDATE_CHECK_FAILED}, {2, UPDATE_NOT_AVAILABLE},
       {3, UPDATE_AVAILABLE},    {4, UPDATE_NO_PRIVILEGE}, {5, UPDATE_CHECK_FAILED},
       {6, UPDATE_CHECK_FAILED}, {-1, UPDATE_CHECK_FAILED}};
   WebUpdaterAdapter adapter;
   for (const auto& [code, result] : rows) {
-    library_.clear().check("*", std::to_string(code) + ",9.9.9.9").write();
+    library_.clear().check("*", std::to_string(code) + ",2026.1125.1300.0042").write();
     EXPECT_EQ(result, adapter.isUpdateAvailable("http://service/v", "1.0.0.0")) << code;
   }
+  testsupport::LogCapture log;
+  adapter.isUpdateAvailable("http://service/v", "1.0.0.0");
+  EXPECT_TRUE(log.contains(
+      "WebUpdaterAdapter::isUpdateAvailable()  New version number=2026.1125.1300.0042"));
 }
 
 // The library is initialised with the allocation callback, uninitialised and unloaded again;
@@ -163,17 +168,20 @@ TEST_F(WebUpdaterAdapterTest, TimeOutsAndRetriesAreCreatedWithDefaultsAndPassedU
 }
 
 // The path of a download counts only for code 0 and a path handed back, whether in the adapter's
-// buffer or in a block from its allocation callback, and not when it is empty (a block of 0 bytes)
-// or fills the buffer without its terminator; every block is freed.
+// buffer (up to the longest the library writes there: 259 characters) or in a block from its
+// allocation callback, and not when it is empty (a block of 0 bytes) or fills the buffer without
+// its terminator; every block is freed.
 TEST_F(WebUpdaterAdapterTest, ADownloadGivesThePathOnlyForCodeZeroAndFreesEveryBlock) {
   testsupport::TempDir files;
   const std::string file = files.file("package.bin");
+  const std::string longest = files.file(std::string(258 - files.path().size(), 'p'));
   const std::pair<std::string, bool> rows[] = {
-      {"0,buffer,", true}, {"0,alloc,", true}, {"3,buffer,", false}, {"3,alloc,", false},
-      {"0,null,", false},  {"7,null,", false}, {"0,empty,", false},  {"0,full,", false}};
+      {"0,buffer," + file, true},  {"0,buffer," + longest, true}, {"0,alloc," + file, true},
+      {"3,buffer," + file, false}, {"3,alloc," + file, false},    {"0,null," + file, false},
+      {"7,null," + file, false},   {"0,empty," + file, false},    {"0,full," + file, false}};
   WebUpdaterAdapter adapter;
   for (const auto& [rule, downloaded] : rows) {
-    library_.clear().download("*", rule + file).write();
+    library_.clear().download("*", rule).write();
     std::string path = "stale";
     adapter.downloadUpdate("http://d", path);  // Warms the switch cache.
     std::set<void*> live;
@@ -181,7 +189,7 @@ TEST_F(WebUpdaterAdapterTest, ADownloadGivesThePathOnlyForCodeZeroAndFreesEveryB
     EXPECT_EQ(downloaded, adapter.downloadUpdate("http://d", path)) << rule;
     g_liveBlocks = nullptr;
     live.erase(path.data());
-    EXPECT_EQ(downloaded ? file : "", path) << rule;
+    EXPECT_EQ(downloaded ? rule.substr(rule.find(',', 2) + 1) : "", path) << rule;
     EXPECT_TRUE(live.empty()) << rule << ": " << live.size() << " block(s) not freed";
   }
 }
