@@ -70,8 +70,9 @@ TEST_F(SettingsInstallerTest, WritesEachValueAsItsTypeWordSays) {
 }
 
 // Every problem fails the file, but the rest of it is still installed; a key without a value is
-// dropped by the reader, and a failed registry write (a key name longer than the registry takes)
-// does not fail the file: it is only logged and reported.
+// dropped by the reader, and a failed registry write (a path that starts with a backslash) does not
+// fail the file: it is only logged and reported. A key name longer than the registry takes is
+// refused by its length before it is read, and fails the file.
 TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
   const std::string good = "[" + kKey + "]\r\na=dword:1\r\n";
   const std::pair<std::string, bool> rows[] = {
@@ -80,7 +81,7 @@ TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
       {good + "=string:2\r\nb=dword:3\r\n", false},
       {good + "b=\r\n", true},
       {"[\\" + kKey + "\\Bad]\r\nc=dword:1\r\n" + good, true},
-      {good + "[" + kKey + "\\" + std::string(300, 'k') + "]\r\nz=dword:1\r\n", true}};
+      {good + "[" + kKey + "\\" + std::string(300, 'k') + "]\r\nz=dword:1\r\n", false}};
   for (const auto& [content, result] : rows) {
     EXPECT_EQ(result, install(content)) << content;
     EXPECT_EQ(dword(1), stored("a")) << content;
