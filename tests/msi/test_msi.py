@@ -107,9 +107,22 @@ class Msi(unittest.TestCase):
                                              timeout=90).returncode)
         self.assertIn("url=http://updates.example/ORRERY-VERSION", self.prefix.read(r"C:\library.txt"))
 
+        # Removed while a run is alive with the log on and another process holds the log's mutex:
+        # the run and the removal drop their lines after a bounded wait instead of hanging.
         self.prefix.wine(["reg", "add", FAMILY + r"\othr\Settings", "/v", "X", "/d", "y", "/f"])
+        self.prefix.import_registry({STORE.replace("HKLM", "HKEY_LOCAL_MACHINE") + r"\Logger": {
+            "startLog": 1}})
+        holder = subprocess.Popen(["wine", os.path.join(BUILD_DIR, "bin", "test_helper.exe"),
+                                   "mutex-hold", "CVLOG_cvupQNV.log", "msi_let_go", "release"],
+                                  env=self.prefix.env, stdout=subprocess.PIPE, text=True)
+        self.addCleanup(holder.wait)
+        self.addCleanup(self.prefix.kill)
+        self.assertEqual("held=1", holder.stdout.readline().strip())
+        run = subprocess.Popen(["wine", self.prefix.unix(folder + r"\cvupdater.exe")],
+                               env=self.prefix.env, stdout=subprocess.DEVNULL)
         code, _ = self.msiexec("/x", r"C:\orrery.msi")
         self.assertEqual(0, code)
+        self.assertEqual(0, run.wait(timeout=60))
         self.assertFalse(self.prefix.exists(folder) or self.prefix.exists(TASK))
         self.assertIsNone(self.value("Settings", "DriverName"))
         self.assertNotIn("Orrery Updater", self.prefix.wine(["reg", "query", EVENT_SOURCE[:-15]]).stdout)
