@@ -18,11 +18,7 @@
 //   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
 //   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
 //                                and one line that is always written (component "QNV")
-//   verify-trust FILE            WinVerifyTrust's answer for FILE's Authenticode signature
 #include <windows.h>
-
-#include <softpub.h>
-#include <wintrust.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -101,26 +97,6 @@ void writeLines(const std::string& tag, int count, const std::string& gate) {
   print("done", "1");
 }
 
-// No UI, no revocation check (no network); Wine checks the digest and the signature, not the chain.
-long verifyTrust(const std::string& path) {
-  const std::wstring wide(path.begin(), path.end());
-  WINTRUST_FILE_INFO file = {};
-  file.cbStruct = sizeof(file);
-  file.pcwszFilePath = wide.c_str();
-  WINTRUST_DATA data = {};
-  data.cbStruct = sizeof(data);
-  data.dwUIChoice = WTD_UI_NONE;
-  data.fdwRevocationChecks = WTD_REVOKE_NONE;
-  data.dwUnionChoice = WTD_CHOICE_FILE;
-  data.pFile = &file;
-  data.dwStateAction = WTD_STATEACTION_VERIFY;
-  GUID action = WINTRUST_ACTION_GENERIC_VERIFY_V2;
-  const long result = WinVerifyTrust(nullptr, &action, &data);
-  data.dwStateAction = WTD_STATEACTION_CLOSE;
-  WinVerifyTrust(nullptr, &action, &data);
-  return result;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -164,10 +140,6 @@ int main(int argc, char** argv) {
     return runSettingsTool({});
   } else if (command == "write" && argc > 3) {
     writeLines(argv[2], static_cast<int>(number(3)), argc > 4 ? argv[4] : "");
-  } else if (command == "verify-trust" && argc > 2) {
-    char code[16];
-    snprintf(code, sizeof(code), "0x%08lx", static_cast<unsigned long>(verifyTrust(argv[2])));
-    print("trust", code);
   } else {
     fprintf(stderr, "test_helper: unknown command '%s'\n", command.c_str());
     return 2;
