@@ -184,6 +184,12 @@ Process::~Process() {
   }
 }
 
+std::string Process::text(const char* file) const {
+  std::string text = readFile(output_.file(file));
+  text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+  return text;
+}
+
 bool Process::waitForOutput(const std::string& text, DWORD timeoutMs) const {
   for (const DWORD start = GetTickCount(); output().find(text) == std::string::npos; Sleep(10)) {
     if (GetTickCount() - start > timeoutMs)
@@ -225,18 +231,29 @@ void MutexHolder::letGo() {
   holder_.wait(20000);
 }
 
+std::string tryMutexElsewhere(const std::string& name) {
+  const std::string output =
+      runProcess(besideTests("test_helper.exe", "mutex-try " + name + " 50"));
+  return output.substr(0, output.find('='));
+}
+
 std::string dacl(HANDLE object, SE_OBJECT_TYPE type) {
   PACL list = nullptr;
   ScopedLocal descriptor;
-  char* text = nullptr;
   if (object == nullptr ||
       GetSecurityInfo(object, type, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list, nullptr,
-                      descriptor.receive()) != ERROR_SUCCESS ||
-      !ConvertSecurityDescriptorToStringSecurityDescriptorA(
-          descriptor.get(), SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr))
+                      descriptor.receive()) != ERROR_SUCCESS)
+    return "none";
+  return list == nullptr ? "null" : dacl(descriptor.get());
+}
+
+std::string dacl(PSECURITY_DESCRIPTOR descriptor) {
+  char* text = nullptr;
+  if (!ConvertSecurityDescriptorToStringSecurityDescriptorA(
+          descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr))
     return "none";
   const ScopedLocal textBlock(text);
-  return list == nullptr ? "null" : text;
+  return text;
 }
 
 std::string runProcess(const std::string& commandLine, DWORD* exitCode, std::string* errors) {

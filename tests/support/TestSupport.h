@@ -118,10 +118,13 @@ class Process {
     GetExitCodeProcess(process_.get(), &code);
     return code;
   }
-  std::string output() const { return readFile(output_.file("output.txt")); }
-  std::string errors() const { return readFile(output_.file("errors.txt")); }
+  // Its stdout and stderr so far, each line ending in "\n".
+  std::string output() const { return text("output.txt"); }
+  std::string errors() const { return text("errors.txt"); }
 
  private:
+  std::string text(const char* file) const;
+
   TempDir output_;
   ScopedHandle process_;
 };
@@ -147,9 +150,13 @@ class MutexHolder {
   bool holds_;
 };
 
-// The DACL of an object (SE_KERNEL_OBJECT, SE_REGISTRY_KEY) in SDDL, "null" for a null DACL, or
-// "none" for a null handle or an unreadable DACL.
+// What another process sees when it tries the mutex `name` for 50 ms: "acquired" or "busy".
+std::string tryMutexElsewhere(const std::string& name);
+
+// The DACL of an object (SE_KERNEL_OBJECT, SE_REGISTRY_KEY) or of a security descriptor in SDDL,
+// "null" for an object's null DACL, or "none" for a null handle or an unreadable DACL.
 std::string dacl(HANDLE object, SE_OBJECT_TYPE type);
+std::string dacl(PSECURITY_DESCRIPTOR descriptor);
 
 // Runs a command line for at most two minutes and returns its stdout; `exitCode` receives its
 // exit code (STILL_ACTIVE when it had to be ended) and `errors` its stderr, which is otherwise

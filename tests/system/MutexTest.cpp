@@ -8,54 +8,24 @@
 #include "system/Mutex.h"
 #include "system/Win32Exception.h"
 
-using testsupport::besideTests;
-
-namespace {
-
-std::string uniqueName(const std::string& base) {
-  return "cvtest_" + base + "_" + std::to_string(GetCurrentProcessId());
-}
-
-// What another process sees when it tries the mutex for 50 ms: "acquired" or "busy".
-std::string fromOtherProcess(const std::string& name) {
-  const std::string output =
-      testsupport::runProcess(besideTests("test_helper.exe", "mutex-try " + name + " 50"));
-  return output.substr(0, output.find('='));
-}
-
-}  // namespace
-
-TEST(Mutex, WaitsForAnotherProcessAndTakesOverWhenItDiesHoldingTheMutex) {
-  for (const std::string mode : {"release", "abandon"}) {
-    const std::string name = uniqueName(mode);
-    Mutex mutex(false, name, true);
-    testsupport::MutexHolder holder(name, mode);
-    ASSERT_TRUE(holder.holds());
-    EXPECT_FALSE(mutex.acquire(20)) << mode;
-    holder.letGo();
-    EXPECT_TRUE(mutex.acquire(20000)) << mode;
-    mutex.release();
-  }
-}
-
 // A zero time-out takes nothing; one release() gives up every hold of the owning thread, and
 // one from another thread none; an InterProcessLock holds for its scope.
 TEST(Mutex, OneReleaseOfTheOwningThreadGivesUpEveryHold) {
-  const std::string name = uniqueName("recursive");
+  const std::string name = "cvtest_recursive_" + std::to_string(GetCurrentProcessId());
   Mutex mutex(false, name, true);
   EXPECT_FALSE(mutex.acquire(0));
-  EXPECT_EQ("acquired", fromOtherProcess(name));
+  EXPECT_EQ("acquired", testsupport::tryMutexElsewhere(name));
   ASSERT_TRUE(mutex.acquire(1000));
   ASSERT_TRUE(mutex.acquire(1000));
   std::thread([&mutex] { mutex.release(); }).join();
-  EXPECT_EQ("busy", fromOtherProcess(name));
+  EXPECT_EQ("busy", testsupport::tryMutexElsewhere(name));
   mutex.release();
-  EXPECT_EQ("acquired", fromOtherProcess(name));
+  EXPECT_EQ("acquired", testsupport::tryMutexElsewhere(name));
   {
     InterProcessLock lock(mutex);
-    EXPECT_EQ("busy", fromOtherProcess(name));
+    EXPECT_EQ("busy", testsupport::tryMutexElsewhere(name));
   }
-  EXPECT_EQ("acquired", fromOtherProcess(name));
+  EXPECT_EQ("acquired", testsupport::tryMutexElsewhere(name));
 }
 
 // The runs' machine-wide mutexes: the global name with a DACL that SYSTEM, administrators and

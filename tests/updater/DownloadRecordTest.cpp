@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <aclapi.h>
+#include <windows.h>
+
 #include <sddl.h>
 
 #include "support/TestSupport.h"
@@ -141,18 +142,14 @@ TEST_F(DownloadRecordTest, ANoteWhereUsersCanWriteDeletesNothing) {
       forge(kEarlierPlace, entries);
     } else if (where == std::string(kEveryone)) {
       ScopedLocal descriptor;
-      PACL dacl = nullptr;
-      BOOL present = FALSE, defaulted = FALSE;
       ConvertStringSecurityDescriptorToSecurityDescriptorA(
           "D:(A;;KA;;;SY)(A;;KA;;;BA)(A;;KR;;;BU)(A;;KW;;;WD)", SDDL_REVISION_1,
           descriptor.receive(), nullptr);
-      GetSecurityDescriptorDacl(descriptor.get(), &present, &dacl, &defaulted);
       ScopedKey key;
       RegOpenKeyExA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + kRecords).c_str(), 0,
                     KEY_ALL_ACCESS, key.receive());
       ASSERT_EQ(ERROR_SUCCESS,
-                SetSecurityInfo(key.get(), SE_REGISTRY_KEY, DACL_SECURITY_INFORMATION, nullptr,
-                                nullptr, dacl, nullptr));
+                RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.get()));
     }
     testsupport::LogCapture log(0);
     EXPECT_TRUE(DownloadRecord::recoverAbandonedDownloads());

@@ -7,18 +7,7 @@
 #include "support/TestSupport.h"
 #include "updater/RunLock.h"
 
-namespace {
-
-// What another process sees when it tries the mutex for 50 ms: "acquired" or "busy".
-std::string fromOtherProcess(const std::string& name) {
-  const std::string output = testsupport::runProcess(
-      testsupport::besideTests("test_helper.exe", "mutex-try " + name + " 50"));
-  return output.substr(0, output.find('='));
-}
-
-}  // namespace
-
-// The lock is the machine-wide mutex "Global\<local id>UpdateRun" with the records' DACL, held
+// The lock is the machine-wide mutex "Global\<local id>UpdateRun" (made as the records' are), held
 // until it is handed over. A run stands aside while a live run holds it, and takes it once that
 // run has let it go or died; a relaunched child waits for a run that lets it go meanwhile.
 TEST(RunLock, OneRunAtATimeOnTheMachine) {
@@ -27,12 +16,9 @@ TEST(RunLock, OneRunAtATimeOnTheMachine) {
   {
     RunLock lock;
     ASSERT_TRUE(lock.take(false));
-    EXPECT_EQ("D:(A;;0x1f0001;;;SY)(A;;0x1f0001;;;BA)(A;;0x100001;;;AU)",
-              testsupport::dacl(ScopedHandle(OpenMutexA(READ_CONTROL, FALSE, name.c_str())).get(),
-                                SE_KERNEL_OBJECT));
-    EXPECT_EQ("busy", fromOtherProcess(name));
+    EXPECT_EQ("busy", testsupport::tryMutexElsewhere(name));
     lock.handOver();
-    EXPECT_EQ("acquired", fromOtherProcess(name));
+    EXPECT_EQ("acquired", testsupport::tryMutexElsewhere(name));
   }
   for (const std::string mode : {"release", "abandon"}) {
     testsupport::MutexHolder holder(name, mode);
