@@ -71,17 +71,25 @@ TEST_F(SettingsInstallerTest, WritesEachValueAsItsTypeWordSays) {
 
 // Every problem fails the file, but the rest of it is still installed; a key without a value is
 // dropped by the reader, and a failed registry write (a path that starts with a backslash) does not
-// fail the file: it is only logged and reported. A key name longer than the registry takes is
-// refused by its length before it is read, and fails the file.
+// fail the file: it is only logged and reported. A name longer than the registry takes (a key name
+// of 256, a key path of 32,750 or a value name of 16,384 characters) is refused by its length
+// before it is looked up (the private-profile functions fault on a name of 32,767), and fails the
+// file.
 TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
   const std::string good = "[" + kKey + "]\r\na=dword:1\r\n";
+  std::string deep = kKey;
+  while (deep.size() <= 32749)
+    deep += "\\" + std::string(200, 'p');
   const std::pair<std::string, bool> rows[] = {
       {good + "[" + kKey + "\\Deep\\er]\r\nb=string:x\r\n", true},
       {"[" + kKey + "\\Empty]\r\n" + good, false},
       {good + "=string:2\r\nb=dword:3\r\n", false},
       {good + "b=\r\n", true},
       {"[\\" + kKey + "\\Bad]\r\nc=dword:1\r\n" + good, true},
-      {good + "[" + kKey + "\\" + std::string(300, 'k') + "]\r\nz=dword:1\r\n", false}};
+      {good + "[" + kKey + "\\" + std::string(300, 'k') + "]\r\nz=dword:1\r\n", false},
+      {good + "[" + deep + "]\r\nz=dword:1\r\n", false},
+      {good + std::string(16383, 'v') + "=dword:7\r\n", true},
+      {good + std::string(16384, 'v') + "=dword:7\r\n", false}};
   for (const auto& [content, result] : rows) {
     EXPECT_EQ(result, install(content)) << content;
     EXPECT_EQ(dword(1), stored("a")) << content;
