@@ -28,8 +28,7 @@ std::vector<std::string> afterClock(const std::string& text) {
 }  // namespace
 
 // Each write appends one line: the clock, the component padded to the column width (a longer
-// name is not cut), the text and CR LF. A bare file name goes to the root of the Windows drive;
-// the named mutex "CVLOG_" + the file name serialises the writers.
+// name is not cut), the text and CR LF. A bare file name goes to the root of the Windows drive.
 TEST(BasicLogger, AppendsOneLinePerWriteToTheFileItWasGiven) {
   testsupport::TempDir dir;
   for (const std::string& path : {dir.file("given.log"), std::string("mwlotest.log")}) {
@@ -38,9 +37,6 @@ TEST(BasicLogger, AppendsOneLinePerWriteToTheFileItWasGiven) {
     {
       BasicLogger logger(path, 25);
       EXPECT_EQ(file, logger.getLogFilePath());
-      EXPECT_TRUE(ScopedHandle(OpenMutexA(SYNCHRONIZE, FALSE,
-                                          ("CVLOG_" + file.substr(file.rfind('\\') + 1)).c_str()))
-                      .valid());
       logger.write(kQnv, LOG_TRACE, "+A::b() ");
       logger.write(LoggerComponent("AVeryLongComponentNameOfThirty", 0), LOG_TRACE, "x");
       EXPECT_EQ(ERROR_INVALID_PARAMETER, logger.setComponentColumnWidth(0));  // Keeps 25.
@@ -99,9 +95,9 @@ TEST(BasicLogger, LogsWhileItsFileExistsAndCreatesItAgainAfterADelete) {
   EXPECT_EQ(std::vector<std::string>{"QNV   z"}, afterClock(testsupport::readFile(path)));
 }
 
-// A process that holds the log without end stalls no writer: each line is dropped after a
-// bounded wait (the file and the log stay as they were), and the first line that gets through
-// once the log is free says how many were dropped.
+// A process that holds the log's mutex ("CVLOG_" + the file name) without end stalls no writer:
+// each line is dropped after a bounded wait (the file and the log stay as they were), and the first
+// line that gets through once the log is free says how many were dropped.
 TEST(BasicLogger, DropsAndCountsTheLinesOfALogHeldByAnotherProcess) {
   testsupport::TempDir dir;
   const std::string path = dir.file("held.log");

@@ -128,7 +128,6 @@ const Row kRows[] = {
     {"NothingAvailable", "sw=2 data=2", "cs cd", "result=UpToDate"},
     {"SoftwareCheckFailsNoDataCheck", "sw=0", "cs", "result=CheckFailed"},
     {"SoftwareNoPrivilegeNoDataCheck", "sw=4", "cs", "result=NotPermitted"},
-    {"UnknownSoftwareAnswerIsAFailedCheck", "sw=7", "cs", "result=CheckFailed"},
     {"DataCheckNoPrivilegeIsNothing", "sw=2 data=4", "cs cd", "result=UpToDate"},
     {"UserRelaunches", "user", "cs cd", "relaunch result=Elevating"},
     {"UserDeclinesTheRelaunch", "user declined", "cs cd", "relaunch result=ElevationFailed"},
@@ -185,10 +184,7 @@ const Row kRows[] = {
     // Windows 2000, XP and 2003: no administrator test, no relaunch.
     {"XpInstallsBothInPlace", "xp", "cs cd ds dd as ad",
      "complete=1 paused result=Updated applied=software+catalog"},
-    {"XpCatalogOnly", "xp sw=2", "cs cd dd ad", "data=1 paused result=Updated applied=catalog"},
     {"XpSoftwareOnly", "xp -UAC data=2", "cs cd ds as", "paused result=Updated applied=software"},
-    {"XpDataDownloadFails", "xp no-data-download", "cs cd ds dd", "failed result=DownloadFailed"},
-    {"XpNothingAvailable", "xp sw=2 data=2", "cs cd", "result=UpToDate"},
 };
 
 // Whether the blank-separated `words` hold `word`; the text after "<key>=" for a key.
@@ -354,7 +350,6 @@ TEST_F(UpdatesControllerTest, OddDownloadPathsLeaveNothingNoted) {
   testsupport::LogCapture log(0);
   const std::string logFile = BasicLogger::getInstance().getLogFilePath();
   const std::string answers[] = {"named," + folder,
-                                 "named,C:\\windows",
                                  "named,C:",
                                  "named,NUL",
                                  "named,\\\\server\\share\\data.pkg",
