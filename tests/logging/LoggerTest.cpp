@@ -130,6 +130,7 @@ TEST(Logger, TurnsItselfOffWhenItsMutexCannotBeMade) {
   const DWORD on = 1;
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, switches.c_str(), "startLog", REG_DWORD, &on, sizeof(on));
   for (const bool blocked : {false, true}) {
+    SetFileAttributesA(file.c_str(), FILE_ATTRIBUTE_NORMAL);  // A fault may have left it read-only.
     DeleteFileA(file.c_str());
     const ScopedHandle event(
         blocked ? CreateEventA(nullptr, TRUE, FALSE, ("CVLOG_" + id + "QNV.log").c_str())
