@@ -8,8 +8,9 @@
 #include "updater/RunLock.h"
 
 // The lock is the machine-wide mutex "Global\<local id>UpdateRun" (made as the records' are), held
-// until it is handed over. A run stands aside while a live run holds it, and takes it once that
-// run has let it go or died; a relaunched child waits for a run that lets it go meanwhile.
+// until it is handed over. A run stands aside while a live run holds it, and takes it (to hand it
+// over in turn) once that run has let it go or died; a relaunched child waits for a run that lets
+// it go meanwhile.
 TEST(RunLock, OneRunAtATimeOnTheMachine) {
   const std::string name = "Global\\" + testsupport::localId() + "UpdateRun";
   EXPECT_EQ(name, RunLock::mutexName());
@@ -27,6 +28,8 @@ TEST(RunLock, OneRunAtATimeOnTheMachine) {
     EXPECT_FALSE(lock.take(false)) << mode;
     holder.letGo();
     EXPECT_TRUE(lock.take(false)) << mode;
+    lock.handOver();
+    EXPECT_EQ("acquired", testsupport::tryMutexElsewhere(name)) << mode;
   }
   testsupport::MutexHolder holder(name);
   ASSERT_TRUE(holder.holds());
