@@ -140,16 +140,8 @@ class ShippedProgram(unittest.TestCase):
                                   cwd=self.prefix.unix(INSTALL))
         self.assertEqual(0, result.returncode, result.stdout)
 
-    def status(self, *names):
-        """The run status's values, as `reg query` prints them (None when absent)."""
-        out = self.prefix.wine(["reg", "query", STORE + r"\Status"]).stdout
-        found = {}
-        for line in out.splitlines():
-            parts = line.strip().split(None, 2)
-            if len(parts) >= 2 and parts[1].startswith("REG_"):
-                found[parts[0]] = parts[2] if len(parts) == 3 else ""
-        values = [found.get(name) for name in names]
-        return values[0] if len(names) == 1 else values
+    def status(self, name, kind="REG_SZ"):  # A value of the run's status, or None.
+        return self.prefix.reg_value(STORE + r"\Status", name, kind)
 
     def recovery_lines(self):
         return [l for l in (self.prefix.read(LOG) or "").splitlines()
@@ -187,7 +179,7 @@ class ShippedProgram(unittest.TestCase):
         self.assertTrue(hung, "the install never reached the library's apply")
         self.assertEqual(["Office Inkjet 1", "Back Office 1"], self.printer_commands())
         # The run in the library's apply has said that it started, and not yet that it ended.
-        started, ended, result = self.status("LastRunStarted", "LastRunEnded", "LastResult")
+        started, ended, result = map(self.status, ("LastRunStarted", "LastRunEnded", "LastResult"))
         self.assertEqual("2026-01-02T03:04:05Z", ended)
         self.assertGreater(started, ended)
         self.assertEqual("Offline", result)
@@ -269,7 +261,7 @@ class ShippedProgram(unittest.TestCase):
         # Switched off in the store: no event, the status all the same.
         self.prefix.import_registry({STORE + r"\Settings\Updater": {"ReportRunEvents": 0}})
         self.assertEqual([], self.events())
-        self.assertEqual("0x2", self.status("ConsecutiveFailures"))
+        self.assertEqual("0x2", self.status("ConsecutiveFailures", "REG_DWORD"))
 
     def test_runs_started_at_once_apply_each_package_once(self):
         self.install_store(lock=False)
