@@ -68,7 +68,9 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
            failed,
        "0"},
       {"[" + updater + "]\r\nBad=DWORD:1\r\n", "", 1, noPrinter("").substr(1),
-       notAsWritten + "Bad: 'DWORD:1' has no type (dword: or string:)\n" + failed, "none"}};
+       notAsWritten + "Bad: 'DWORD:1' has no type (dword: or string:)\n" + failed, "none"},
+      // No section: the installer fails the file without an entry to name.
+      {"a=dword:1\r\n", "", 1, noPrinter("").substr(1), failed, "none"}};
   testsupport::SpoolerScenario spooler;  // No printers.
   for (const auto& row : rows) {
     testsupport::deleteKeyTree(root);
