@@ -118,8 +118,8 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles) {
   trace.detail(
       [&] { return LogText("Total number of printers to pause = ") + decimal(handles.size()); });
   // Recorded before the first pause, so that a run that dies from here on leaves a note for the
-  // next run to resume them. Never paused unrecorded because another process holds the record.
-  if (!pauseRecord_.hold(names) && pauseRecord_.heldElsewhere()) {
+  // next run to resume them. Never paused while the record's lock cannot be had.
+  if (!pauseRecord_.hold(names)) {
     ClosePrinters(handles);
     return trace.returning(false);
   }

@@ -34,8 +34,10 @@ class PrinterSpoolerWrapper {
   // Closes every handle; false when any close failed.
   bool ClosePrinters(const std::list<HANDLE>& handles);
   // Opens the printers of interest, waits until none is busy, and pauses them all; pauses none
-  // (closing them again) when another process holds the pause record (PauseRecord).
+  // (closing them again) when the pause record's lock cannot be had (PauseRecord), which
+  // pauseRecordFailure() then names.
   bool pausePrinters(std::list<HANDLE>& handles);
+  const std::string& pauseRecordFailure() const { return pauseRecord_.failure(); }
   // Resumes every printer of the list; goes on after a failure and then reports false. Ends the
   // pause record of pausePrinters().
   bool resumePrinters(std::list<HANDLE> handles);

@@ -77,8 +77,9 @@ TEST_F(PrinterSpoolerWrapperTest, ThePrintersOfTheDriverByteForByteAreListedOnce
 
 // Every printer of interest is opened with full rights and paused; the pause is recorded until
 // the resume, under the records' machine-wide mutex, and the handles stay open for the caller. A
-// pause that cannot be recorded (an object of another kind holds the mutex's name) still happens,
-// and the always-written log says so.
+// pause whose record's mutex cannot be had (an object of another kind holds its name) pauses
+// nothing and closes the printers again: it fails closed, says why, and the always-written log
+// says so.
 TEST_F(PrinterSpoolerWrapperTest, PausesEveryPrinterOfInterestAndRecordsItUntilTheResume) {
   for (const bool recordable : {false, true}) {
     stage({printer("A"), PrinterScenario{"Other", "Generic Text"}, printer("B")});
@@ -87,13 +88,19 @@ TEST_F(PrinterSpoolerWrapperTest, PausesEveryPrinterOfInterestAndRecordsItUntilT
                                            : CreateEventA(nullptr, TRUE, FALSE, mutex.c_str()));
     testsupport::LogCapture log(0);
     handles_.clear();
-    ASSERT_TRUE(wrapper_.pausePrinters(handles_));
+    ASSERT_EQ(recordable, wrapper_.pausePrinters(handles_));
     EXPECT_EQ((Names{"A", "B"}), spooler_.names("OpenPrinterA", "access=0xf000c result=1"));
+    const std::string why = "PauseRecord: the mutex '" + mutex + "' could not be made: ";
+    EXPECT_EQ(recordable ? std::string::npos : 0u, wrapper_.pauseRecordFailure().find(why));
+    EXPECT_EQ(!recordable,
+              log.contains(wrapper_.pauseRecordFailure() + "; this run abandons its installation"));
+    if (!recordable) {
+      EXPECT_EQ(Names{}, paused());
+      EXPECT_EQ(2u, spooler_.calls("ClosePrinter").size());
+      continue;
+    }
     EXPECT_EQ((Names{"A", "B"}), paused());
-    const std::list<std::string> recorded = {"A", "B"};
-    EXPECT_EQ(recordable ? recorded : std::list<std::string>{}, PauseRecord::recordedPrinters());
-    EXPECT_EQ(!recordable, log.contains("PauseRecord: not recorded: the mutex '" + mutex +
-                                        "' could not be taken"));
+    EXPECT_EQ((std::list<std::string>{"A", "B"}), PauseRecord::recordedPrinters());
     EXPECT_TRUE(wrapper_.resumePrinters(handles_));
     EXPECT_EQ((Names{"A", "B"}), resumed());
     EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
