@@ -141,15 +141,6 @@ Policy::Reading Policy::evaluate(const PolicyTable::Row& row) const {
       why = "below the minimum " + std::to_string(row.minimum);
     } else if (number > row.maximum) {
       why = "above the maximum " + std::to_string(row.maximum);
-    } else if (row.choices != nullptr) {
-      bool listed = false;
-      std::string choices;
-      for (size_t i = 0; i < row.choiceCount; ++i) {
-        listed = listed || row.choices[i] == number;
-        choices += (i == 0 ? "" : ", ") + std::to_string(row.choices[i]);
-      }
-      if (!listed)
-        why = "not one of " + choices;
     }
     if (!why.empty())
       reading.problem = head + std::to_string(number) + " is ignored: " + why + tail;

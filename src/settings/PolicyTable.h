@@ -10,7 +10,7 @@
 namespace PolicyTable {
 
 enum class Kind {
-  kDword,     // REG_DWORD, within [minimum, maximum] and, when there are choices, one of them
+  kDword,     // REG_DWORD within [minimum, maximum] (an enum's values are consecutive)
   kText,      // REG_SZ (or REG_EXPAND_SZ, kept unexpanded) of minimum..maximum characters
   kHashList,  // as a policy REG_SZ: SHA-256 hashes (64 hexadecimal characters) separated by ';',
               // at most maximum characters; in the store REG_MULTI_SZ, one hash a string
@@ -20,10 +20,8 @@ struct Row {
   const char* name;     // the value's name, in the store and below the policy key alike
   const char* section;  // the store's section, e.g. "Settings\Updater"
   Kind kind;
-  unsigned long minimum;         // kDword: the smallest value; kText: the shortest text
-  unsigned long maximum;         // kDword: the largest value; otherwise the longest text
-  const unsigned long* choices;  // kDword: the only values allowed, or null for the whole range
-  size_t choiceCount;
+  unsigned long minimum;       // kDword: the smallest value; kText: the shortest text
+  unsigned long maximum;       // kDword: the largest value; otherwise the longest text
   bool hasDefault;             // false: the setting has no default (a window not set)
   unsigned long dwordDefault;  // kDword
   const char* textDefault;     // kText, kHashList
