@@ -17,14 +17,12 @@ namespace {
 const int kMaxChildren = 100;
 
 // Gives `value` the policy's value for `name` in `section` when one is in force. Only the
-// program's own store (scope 0) has a policy; the last-error code stays the store's.
+// program's own store (scope 0) has a policy. Policy leaves the last-error code alone, so it stays
+// the store's.
 template <typename Value>
 void applyPolicy(const std::string& section, const std::string& name, Value& value, int scope) {
-  if (scope != 0 || Policy::find(section, name) == nullptr)
-    return;
-  const DWORD lastError = GetLastError();
-  Policy().read(section, name, value);
-  SetLastError(lastError);
+  if (scope == 0 && Policy::find(section, name) != nullptr)
+    Policy().read(section, name, value);
 }
 
 std::string joined(const std::vector<std::string>& texts) {
