@@ -26,6 +26,9 @@ from wineprefix import build_dir_argument  # noqa: E402
 BUILD_DIR = None
 SOURCE_DIR = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 PROGRAMS = ["cvupdater.exe", "cvupsettings.exe"]
+# The policy templates, in the ZIP's policy folder and beside the MSI.
+TEMPLATES = ["policy/en-US/orrery-updater.adml", "policy/orrery-updater-sample.reg",
+             "policy/orrery-updater.admx"]
 RUNTIME = {"MinGW-w64 CRT", "libstdc++", "libgcc", "winpthreads"}
 
 
@@ -61,6 +64,7 @@ def release(build):
     for pattern in ("*-x64.msi", "*-win64.zip", "*.spdx.json", "SHA256SUMS"):
         path = glob.glob(os.path.join(build, pattern))[0]
         files[os.path.basename(path)] = path
+    files.update({name: os.path.join(build, name) for name in TEMPLATES})
     return files
 
 
@@ -79,6 +83,7 @@ def package(build, **signing):
     copy = tempfile.mkdtemp(dir=Release.scratch)
     files = {}
     for name, path in release(build).items():
+        os.makedirs(os.path.dirname(os.path.join(copy, name)), exist_ok=True)
         files[name] = shutil.copy(path, os.path.join(copy, name))
     return files, output
 
@@ -148,6 +153,8 @@ class Release(unittest.TestCase):
 
     def test_the_checksums_and_the_bill_of_materials_match(self):
         run(["sha256sum", "--quiet", "-c", "SHA256SUMS"], cwd=BUILD_DIR)
+        with open(os.path.join(BUILD_DIR, "SHA256SUMS")) as f:
+            self.assertLessEqual(set(TEMPLATES), {line.split()[1] for line in f})
         sbom_path = next(p for n, p in self.first.items() if n.endswith(".spdx.json"))
         with open(sbom_path, "rb") as f:
             sbom_bytes = f.read()
@@ -157,7 +164,7 @@ class Release(unittest.TestCase):
         self.assertEqual([sbom_bytes], zipped)
 
         sbom = json.loads(sbom_bytes)
-        self.assertEqual({"./" + n: sha256(self.first[n]) for n in PROGRAMS},
+        self.assertEqual({"./" + n: sha256(self.first[n]) for n in PROGRAMS + TEMPLATES},
                          {f["fileName"]: next(c["checksumValue"] for c in f["checksums"]
                                                if c["algorithm"] == "SHA256")
                           for f in sbom["files"]})
