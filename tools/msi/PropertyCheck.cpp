@@ -113,26 +113,26 @@ std::wstring PropertyCheck::refusal() const {
   if (givenSchedule.empty())
     kind = first ? TaskSchedule::Kind::kSystem
                  : TaskSchedule::registeredKind(narrow(resolved(folder)) + "\\");
-  const std::wstring task = first ? L"the default task, SCHEDULE=system,"
-                                  : L"the installed SYSTEM task (SCHEDULE=system), which stays,";
+  // Refused by the property given: SCHEDULE when it is, else LOCKSTORE.
+  const auto mismatch = [&](const std::wstring& whyTask, const std::wstring& whyLock) {
+    return !givenSchedule.empty() ? refused(L"SCHEDULE", givenSchedule, whyTask)
+                                  : refused(L"LOCKSTORE", lock, whyLock);
+  };
   if (kind == TaskSchedule::Kind::kUsers && lock == L"1")
-    return !givenSchedule.empty()
-               ? refused(L"SCHEDULE", givenSchedule,
-                         L"with LOCKSTORE=1 a run as the logged-on user cannot open the locked "
-                         L"store; give LOCKSTORE=0 or SCHEDULE=system")
-               : refused(L"LOCKSTORE", lock,
-                         L"the installed task of the logged-on users (SCHEDULE=users), which "
-                         L"stays, cannot open a locked store; give SCHEDULE=system or "
-                         L"SCHEDULE=none with it");
+    return mismatch(
+        L"with LOCKSTORE=1 a run as the logged-on user cannot open the locked store; "
+        L"give LOCKSTORE=0 or SCHEDULE=system",
+        L"the installed task of the logged-on users (SCHEDULE=users), which stays, "
+        L"cannot open a locked store; give SCHEDULE=system or SCHEDULE=none with it");
   if (kind == TaskSchedule::Kind::kSystem && lock == L"0")
-    return !givenSchedule.empty()
-               ? refused(L"SCHEDULE", givenSchedule,
-                         L"with LOCKSTORE=0 the SYSTEM task would run from a store that every "
-                         L"user can change; give LOCKSTORE=1 or SCHEDULE=users")
-               : refused(L"LOCKSTORE", lock,
-                         task +
-                             L" would run from a store that every user can change; give "
-                             L"SCHEDULE=users or SCHEDULE=none with it");
+    return mismatch(
+        L"with LOCKSTORE=0 the SYSTEM task would run from a store that every user can "
+        L"change; give LOCKSTORE=1 or SCHEDULE=users",
+        std::wstring(first ? L"the default task, SCHEDULE=system,"
+                           : L"the installed SYSTEM task (SCHEDULE=system), which "
+                             L"stays,") +
+            L" would run from a store that every user can change; give "
+            L"SCHEDULE=users or SCHEDULE=none with it");
 
   const std::wstring file = property_(L"SETTINGSFILE");
   if (!file.empty() && !isAbsolute(file))
