@@ -6,6 +6,7 @@
 
 #include "TaskKind.h"
 #include "WideText.h"
+#include "system/UniqueHandle.h"
 
 namespace {
 
@@ -33,12 +34,9 @@ bool isAbsolute(const std::wstring& path) {
 }
 
 bool isReadableFile(const std::wstring& path) {
-  const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE)
-    return false;
-  CloseHandle(file);
-  return true;
+  return ScopedHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr))
+      .valid();
 }
 
 // The full path as Windows resolves it (".", ".." and repeated backslashes gone), without a
