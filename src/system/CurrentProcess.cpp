@@ -4,6 +4,7 @@
 
 #include "system/CriticalSection.h"
 #include "system/CriticalSectionLock.h"
+#include "system/UniqueHandle.h"
 #include "system/Win32Exception.h"
 
 namespace {
@@ -30,6 +31,30 @@ void CurrentProcess::destroyInstance() {
   CriticalSectionLock lock(g_currentProcessSection);
   delete g_currentProcess;
   g_currentProcess = nullptr;
+}
+
+bool CurrentProcess::isElevated() const {
+  ScopedHandle token;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.receive()))
+    return true;
+  TOKEN_ELEVATION elevation = {};
+  DWORD size = 0;
+  const bool hasElevation = GetTokenInformation(token.get(), TokenElevation, &elevation,
+                                                sizeof(elevation), &size) != FALSE;
+  if (hasElevation && elevation.TokenIsElevated != 0)
+    return true;
+  alignas(TOKEN_USER) BYTE buffer[SECURITY_MAX_SID_SIZE + sizeof(TOKEN_USER)] = {};
+  if (!GetTokenInformation(token.get(), TokenUser, buffer, sizeof(buffer), &size))
+    return true;
+  if (IsWellKnownSid(reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid, WinLocalSystemSid))
+    return true;
+  if (hasElevation)
+    return false;
+  BYTE administrators[SECURITY_MAX_SID_SIZE] = {};
+  DWORD sidSize = sizeof(administrators);
+  BOOL member = FALSE;
+  return !CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, administrators, &sidSize) ||
+         !CheckTokenMembership(nullptr, administrators, &member) || member != FALSE;
 }
 
 std::string CurrentProcess::getPath() const {

@@ -19,6 +19,11 @@ class CurrentProcess {
   // Constant answers; callers keep both branches on purpose.
   bool isUacEnabled() const { return true; }
   bool is64BitProcess() const { return true; }
+  // Whether the process runs with full rights: its token is elevated, it runs as SYSTEM, or,
+  // where Windows has no elevation (before Vista), it is an enabled member of the administrators.
+  // A token that cannot be read counts as elevated, so that what elevated runs must check is
+  // checked.
+  bool isElevated() const;
 
   // True when the path's attributes can be read, and also for errors other than "file not found"
   // and "path not found" (an unreadable path exists).

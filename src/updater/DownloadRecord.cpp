@@ -217,7 +217,18 @@ bool DownloadRecord::add(const std::string& path) {
   }
   const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
-  entries_.push_back(Entry{identityOf(folder.get()), 0, path});
+  return note(identityOf(folder.get()), path);
+}
+
+bool DownloadRecord::addBeforeMaking(const std::string& path) {
+  const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+  const std::string identity = identityOf(folder.get());
+  return isPlainLocalPath(path) && !identity.empty() && note(identity, path);
+}
+
+bool DownloadRecord::note(const std::string& identity, const std::string& path) {
+  entries_.push_back(Entry{identity, 0, path});
   if (!record_.hold())
     return false;
   writeEntries();

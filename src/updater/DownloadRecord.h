@@ -40,6 +40,11 @@ class DownloadRecord {
   // be written is logged and the run goes on; a path that is not fit to be noted (see above) is
   // not noted, with a detail line.
   bool add(const std::string& path);
+  // Notes `path`, a file this run is about to make in a folder that exists (a copy of a download),
+  // before it makes it, so that a run killed meanwhile leaves nothing unnoted. False when the
+  // folder cannot be read or the note's mutex cannot be had (then failure() may say why): the
+  // caller must not make the file.
+  bool addBeforeMaking(const std::string& path);
   const std::string& failure() const { return record_.failure(); }
   // Takes `path` out of the note: the run has deleted the file or handed it over.
   void remove(const std::string& path);
@@ -67,6 +72,8 @@ class DownloadRecord {
   };
 
  private:
+  // Notes `path` in the folder whose identity is `identity`; false when the mutex cannot be had.
+  bool note(const std::string& identity, const std::string& path);
   void writeEntries();
 
   RunRecord record_;

@@ -70,7 +70,9 @@ RunVerdict judge(const RunResults& results) {
   switch (results.library) {
     case RunResults::Library::kMissing:
       return ended(RunOutcome::kLibraryMissing,
-                   "library load: error " + std::to_string(results.libraryError));
+                   results.libraryRefusal.empty()
+                       ? "library load: error " + std::to_string(results.libraryError)
+                       : "library not loaded: " + results.libraryRefusal);
     case RunResults::Library::kIncompatible:
       return ended(RunOutcome::kLibraryIncompatible,
                    "library: no export '" + results.missingExport + "'");
@@ -111,6 +113,12 @@ RunVerdict judge(const RunResults& results) {
     if (download->result == Step::kFailed)
       return ended(RunOutcome::kDownloadFailed,
                    std::string(kind) + " download: " + code(download->code));
+  }
+  for (const auto& [trust, kind] : {std::make_pair(&results.softwareTrust, "software"),
+                                    std::make_pair(&results.catalogTrust, "catalog")}) {
+    if (trust->result == Step::kFailed)
+      return ended(RunOutcome::kPackageUntrusted,
+                   std::string(kind) + " package: " + trust->refusal);
   }
   if (!results.pauseLockFailure.empty())
     return ended(RunOutcome::kLockUnavailable, results.pauseLockFailure);

@@ -13,11 +13,13 @@ struct RunResults {
   // How a step that can only succeed or fail went.
   enum class Step { kNotRun, kDone, kFailed };
 
-  // The vendor library: loaded, not loaded (`libraryError`: LoadLibrary's error), or loaded
-  // without an export the run needs (`missingExport` names it).
+  // The vendor library: loaded, not loaded (`libraryError`: LoadLibrary's error, or
+  // `libraryRefusal`: why it was not loaded although it was there), or loaded without an export
+  // the run needs (`missingExport` names it).
   enum class Library { kLoaded, kMissing, kIncompatible };
   Library library = Library::kLoaded;
   long libraryError = 0;
+  std::string libraryRefusal;
   std::string missingExport;
 
   // The library's connection check, and its code.
@@ -61,6 +63,15 @@ struct RunResults {
   Download softwareDownload;
   Download catalogDownload;
 
+  // A download checked against the trusted publishers (only while a list is in force): kDone when
+  // it was admitted, kFailed when it was refused and deleted (`refusal`: why, with its signer).
+  struct Trust {
+    Step result = Step::kNotRun;
+    std::string refusal;
+  };
+  Trust softwareTrust;
+  Trust catalogTrust;
+
   // The printers' pause, and, when the pause record's lock could not be had, why.
   Step pause = Step::kNotRun;
   std::string pauseLockFailure;
@@ -81,8 +92,10 @@ struct RunResults {
 };
 
 // The run's verdict from its results. The first step that failed, in the run's order, decides the
-// word; a run that applied something keeps what it applied whatever came after. Warnings (offline,
-// a relaunch, an update applied while a check failed) are neither success nor failure. A run that
-// checked reports what is available ("AvailableSoftwareVersion", "AvailableCatalogVersion": the
-// version the check named, empty when none) among the verdict's values.
+// word (a package refused by the trusted publishers' check comes after the downloads and before
+// the pause); a run that applied something keeps what it applied whatever came after. Warnings
+// (offline, a relaunch, an update applied while a check failed) are neither success nor failure. A
+// run that checked reports what is available ("AvailableSoftwareVersion",
+// "AvailableCatalogVersion": the version the check named, empty when none) among the verdict's
+// values.
 RunVerdict judge(const RunResults& results);

@@ -34,6 +34,7 @@ UpdatesController::UpdatesController(const std::string& checkOnly) {
   if (!webUpdater_.isLoaded()) {
     results_.library = RunResults::Library::kMissing;
     results_.libraryError = webUpdater_.lastCode();
+    results_.libraryRefusal = webUpdater_.refusal();
   } else if (!(results_.missingExport = webUpdater_.missingExport()).empty()) {
     results_.library = RunResults::Library::kIncompatible;
   }
@@ -223,12 +224,22 @@ bool UpdatesController::downloadAndInstallUpdates(typeOfUpdateAvailable type) {
     trace.detail("Updates failed to download.");
     return trace.returning(false);
   }
+  admitPackage(true, softwarePath);
+  admitPackage(false, dataPath);
   const bool installed = installUpdates(softwarePath, dataPath);
   trace.detail([&] {
     return installed ? "Updates were downloaded and installed successfully"
                      : "Updates installation failed, halting the update process.";
   });
   return trace.returning(installed);
+}
+
+void UpdatesController::admitPackage(bool software, std::string& path) {
+  if (path.empty() || !packages_.isActive())
+    return;
+  RunResults::Trust& trust = software ? results_.softwareTrust : results_.catalogTrust;
+  trust.refusal = packages_.admit(software, path);
+  trust.result = trust.refusal.empty() ? Step::kDone : Step::kFailed;
 }
 
 bool UpdatesController::downloadUpdates(typeOfUpdateAvailable type,
@@ -430,5 +441,8 @@ void UpdatesController::performPostUpdateCleanUp(const std::string& softwarePath
                                                  const std::string& dataPath) {
   FunctionTrace trace =
       FunctionTrace::open(kLogUpdater, "UpdatesController::performPostUpdateCleanUp() ");
+  // The applies have returned: the verified copies need holding no longer.
+  packages_.release();
   downloads_.cleanUp(softwarePath, dataPath, trace);
+  packages_.cleanUpDownloads(trace);
 }

@@ -8,6 +8,7 @@
 
 #include "printers/PrinterSpoolerWrapper.h"
 #include "updater/DownloadRecord.h"
+#include "updater/PackageTrust.h"
 #include "updater/RunResults.h"
 #include "webupdate/UrlGenerator.h"
 #include "webupdate/WebUpdaterAdapter.h"
@@ -22,7 +23,9 @@ using typeOfUpdateAvailable = uint32_t;
 // the printers paused, outcome flags, clean-up. Owns the web-updater adapter (the library is
 // loaded for the controller's lifetime), the URL generator, the spooler wrapper, and the record of
 // the downloads it has not deleted yet (DownloadRecord), so that a later run deletes them if this
-// one dies first.
+// one dies first. With trusted publishers in force, a downloaded package goes on to the
+// installation only as a verified copy signed by one of them (PackageTrust); one that is not is
+// deleted before anything is paused.
 //
 // Every failure becomes a false result and a log line. Each step also reports what happened in
 // results() (RunResults, judged into the run's verdict by the caller); nothing the run decides
@@ -74,6 +77,9 @@ class UpdatesController {
   bool applyUpdates(const std::string& softwarePath,
                     const std::string& dataPath,
                     FunctionTrace& trace);
+  // With trusted publishers in force, replaces the downloaded `path` by its verified copy, or
+  // empties it when the package is refused; nothing without a list or a path.
+  void admitPackage(bool software, std::string& path);
 
   WebUpdaterAdapter webUpdater_;
   UrlGenerator urlGenerator_;
@@ -81,4 +87,5 @@ class UpdatesController {
   std::list<HANDLE> pausedPrinters_;
   DownloadRecord downloads_;
   RunResults results_;
+  PackageTrust packages_{downloads_};
 };

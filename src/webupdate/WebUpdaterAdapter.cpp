@@ -11,10 +11,13 @@
 #include "settings/PathHelpers.h"
 #include "settings/Settings.h"
 #include "settings/SettingsKeys.h"
+#include "settings/TrustedPublishers.h"
+#include "system/CurrentProcess.h"
 #include "system/DllSearch.h"
 #include "system/ExportLookup.h"
 #include "system/Localize.h"
 #include "system/OsVersion.h"
+#include "webupdate/LibraryCheck.h"
 #include "webupdate/WebUpdaterLibrary.h"
 
 namespace {
@@ -136,7 +139,21 @@ void WebUpdaterAdapter::initialize() {
                                          path + "'");
     return;
   }
+  // Held from the check until it is loaded.
+  const LibraryCheck check(directory, path, CurrentProcess::getInstance()->isElevated(),
+                           TrustedPublishers());
+  if (!check.refusal().empty()) {
+    refusal_ = check.refusal();
+    BasicLogger::getInstance().write(
+        kLogUpdater, LOG_ALWAYS,
+        "WebUpdaterAdapter::initialize : not loading '" + path + "': " + refusal_);
+    return;
+  }
   trace.detail([&] { return "About to load web updater dll. Dll Name:" + path; });
+  if (!check.signer().empty())
+    trace.detail([&] {
+      return "The library's signer, checked against the trusted publishers: " + check.signer();
+    });
   // The library's own imports are found beside it; the process searches nowhere else but the
   // system and application directories.
   allowDllDirectory(directory);

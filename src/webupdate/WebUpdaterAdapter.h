@@ -20,7 +20,9 @@ enum UpdateCheckResult : uint32_t {
 // The only place that knows the vendor's web-updater library (local id + "wupd.DLL", in the
 // directory "WebUpdaterDllPath" names, by default the printer-driver directory). The constructor
 // loads and initialises it, the destructor uninitialises and unloads it; exports are looked up
-// afresh on every call.
+// afresh on every call. A library that LibraryCheck refuses (an elevated run and a folder that
+// users can change, or a signer that is not a trusted publisher) is not loaded: the always-written
+// log says why, and the adapter stays not loaded, as with a missing library.
 //
 // No operation throws for a library problem: a missing library, a missing export or a failed
 // allocation is logged and becomes the failure value (false, or UPDATE_NOT_AVAILABLE for the
@@ -61,6 +63,9 @@ class WebUpdaterAdapter {
   // The first export that an update run calls (connection, check, download, apply) and the loaded
   // library lacks; empty when it has them all or no library is loaded. Asks without a log line.
   std::string missingExport() const;
+  // Why the library was not loaded although it is there (LibraryCheck: a folder that users can
+  // change, for an elevated run; a signer that is not a trusted publisher), or empty.
+  const std::string& refusal() const { return refusal_; }
   // What the library's last call (connection, check, download, apply) returned, or LoadLibrary's
   // error after a failed load; 0 before either.
   long lastCode() const { return lastCode_; }
@@ -77,6 +82,7 @@ class WebUpdaterAdapter {
                        const char* lookupFailed) const;
 
   ScopedModule module_;
+  std::string refusal_;
   long lastCode_ = 0;
   std::string lastNewVersion_;
 };

@@ -189,17 +189,20 @@ int UpdApplyUpdateA(const char* packageFile, const char* destinationDir, void*, 
   // Scripted faults of a real library: [Apply] <rule>=hang never returns, =throw throws a C++
   // exception that is not the program's own. Both are journaled first. A slow apply, =gate,
   // journals its start, waits (a minute at most) until the file [Library] Gate exists, and then
-  // succeeds.
+  // succeeds; =gate unpack then writes the package's files.
   const std::string fault = call.scenario.rule("Apply", text(packageFile)).value_or("");
-  if (fault == "gate") {
+  if (fault == "gate" || fault == "gate unpack") {
     call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) + " | started");
     const std::string gate = call.scenario.value("Library", "Gate", "");
     for (int polls = 0; polls < 6000 && GetFileAttributesA(gate.c_str()) == INVALID_FILE_ATTRIBUTES;
          ++polls)
       Sleep(10);
+    const int result =
+        fault == "gate" ? 1
+                        : call.mode.apply(call.scenario, text(packageFile), text(destinationDir));
     call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) +
-                        " | dir=" + text(destinationDir) + " | result=1");
-    return 1;
+                        " | dir=" + text(destinationDir) + " | result=" + std::to_string(result));
+    return result;
   }
   if (fault == "hang" || fault == "throw") {
     call.journal.append("UpdApplyUpdateA | package=" + text(packageFile) +

@@ -83,11 +83,7 @@ DownloadOutcome download(const standin::ScenarioFile& scenario,
 int apply(const standin::ScenarioFile&,
           const std::string& packageFile,
           const std::string& destinationDir) {
-  std::string text;
-  if (!readFile(packageFile, &text))
-    return 0;
-  std::optional<Package> package = Package::parse(text);
-  return package && package->applyTo(destinationDir) ? 1 : 0;
+  return Package::unpack(packageFile, destinationDir) ? 1 : 0;
 }
 
 }  // namespace

@@ -3,6 +3,9 @@
 #include "FileUtil.h"
 #include "common/ScenarioFile.h"
 
+#include <cstdint>
+#include <cstring>
+
 namespace wupd {
 
 namespace {
@@ -31,7 +34,55 @@ bool isSafeName(const std::string& name) {
          name.find(':') == std::string::npos && name[0] != '\\' && name[0] != '/';
 }
 
+// The bytes of the section `name` of the PE file `bytes`; nothing when it is no PE file or has
+// no such section.
+std::optional<std::string> peSection(const std::string& bytes, const char* name) {
+  const auto number = [&bytes](size_t at, size_t size) -> std::optional<uint32_t> {
+    if (at + size > bytes.size())
+      return std::nullopt;
+    uint32_t value = 0;
+    for (size_t i = size; i-- > 0;)
+      value = (value << 8) | static_cast<unsigned char>(bytes[at + i]);
+    return value;
+  };
+  const std::optional<uint32_t> header = number(0x3C, 4);
+  if (bytes.compare(0, 2, "MZ") != 0 || !header ||
+      bytes.compare(*header, 4, std::string("PE\0\0", 4)) != 0)
+    return std::nullopt;
+  const std::optional<uint32_t> sections = number(*header + 6, 2);
+  const std::optional<uint32_t> optionalSize = number(*header + 20, 2);
+  if (!sections || !optionalSize)
+    return std::nullopt;
+  const size_t table = *header + 24 + *optionalSize;
+  for (uint32_t index = 0; index < *sections; ++index) {
+    const size_t entry = table + 40 * size_t{index};
+    const std::optional<uint32_t> size = number(entry + 8, 4);
+    const std::optional<uint32_t> offset = number(entry + 20, 4);
+    if (!size || !offset)
+      return std::nullopt;
+    if (bytes.compare(entry, strlen(name) + 1, std::string(name, strlen(name) + 1)) == 0 &&
+        size_t{*offset} + *size <= bytes.size())
+      return bytes.substr(*offset, *size);
+  }
+  return std::nullopt;
+}
+
 }  // namespace
+
+std::optional<Package> Package::read(const std::string& bytes) {
+  if (bytes.compare(0, 2, "MZ") != 0)
+    return parse(bytes);
+  const std::optional<std::string> text = peSection(bytes, ".orpkg");
+  return text ? parse(*text) : std::nullopt;
+}
+
+bool Package::unpack(const std::string& path, const std::string& dir) {
+  std::string bytes;
+  if (!readFile(path, &bytes))
+    return false;
+  const std::optional<Package> package = read(bytes);
+  return package && package->applyTo(dir);
+}
 
 std::optional<Package> Package::parse(const std::string& text) {
   std::vector<std::string> lines = splitLines(text);

@@ -9,8 +9,17 @@ namespace wupd {
 // An update package: a text file whose first line is "ORRERY-PACKAGE 1", followed by files,
 // each introduced by a line "--- file: <relative name>" and made of the lines up to the next
 // such line. Names may use sub-folders but never "..", a drive or a leading separator.
+//
+// A package file is that text, or the text in a container that Authenticode signs: a PE file
+// with no code whose section ".orpkg" holds it (made by package_pe.py beside this file).
 class Package {
  public:
+  // The package in the file `bytes` (the text, or a container); nothing when it is neither.
+  static std::optional<Package> read(const std::string& bytes);
+  // Reads the package file `path` and writes its files below `dir`: false when it cannot be read,
+  // is no package, or a file cannot be written.
+  static bool unpack(const std::string& path, const std::string& dir);
+
   struct File {
     std::string name;
     std::vector<std::string> lines;

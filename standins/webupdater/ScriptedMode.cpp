@@ -1,6 +1,7 @@
 #include "UpdaterMode.h"
 
 #include "FileUtil.h"
+#include "Package.h"
 #include "common/ScenarioFile.h"
 
 #include <string.h>
@@ -60,8 +61,11 @@ DownloadOutcome download(const standin::ScenarioFile& scenario,
 
 int apply(const standin::ScenarioFile& scenario,
           const std::string& packageFile,
-          const std::string&) {
+          const std::string& destinationDir) {
   std::optional<std::string> rule = scenario.rule("Apply", packageFile);
+  // "unpack" (also after "gate"): the package's files are written, as a real apply does.
+  if (rule && rule->find("unpack") != std::string::npos)
+    return Package::unpack(packageFile, destinationDir) ? 1 : 0;
   return rule ? static_cast<int>(standin::parseNumber(*rule, 1)) : 1;
 }
 

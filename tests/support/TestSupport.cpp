@@ -2,6 +2,7 @@
 
 #include <aclapi.h>
 #include <sddl.h>
+#include <wincrypt.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -300,6 +301,58 @@ std::string runProcess(const std::string& commandLine, DWORD* exitCode, std::str
     return process.output() + process.errors();
   *errors = process.errors();
   return process.output();
+}
+
+std::string trustFixture(const std::string& name) {
+  return executableDirectory() + "trust\\" + name;
+}
+
+std::string publisherHash(const std::string& signer) {
+  const std::string text = readFile(trustFixture(signer + ".hash"));
+  return text.substr(0, text.find_first_of("\r\n"));
+}
+
+std::string whyTestRootUntrusted() {
+  const std::string pem = readFile(trustFixture("root.pem"));
+  DWORD size = 0;
+  if (!CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, nullptr, &size, nullptr,
+                            nullptr))
+    return "the test root " + trustFixture("root.pem") + " cannot be read";
+  std::vector<BYTE> der(size);
+  CryptStringToBinaryA(pem.c_str(), 0, CRYPT_STRING_BASE64HEADER, der.data(), &size, nullptr,
+                       nullptr);
+  PCCERT_CONTEXT root = CertCreateCertificateContext(X509_ASN_ENCODING, der.data(), size);
+  CERT_CHAIN_PARA parameters = {sizeof(parameters), {}};
+  PCCERT_CHAIN_CONTEXT chain = nullptr;
+  const bool built = root != nullptr && CertGetCertificateChain(nullptr, root, nullptr, nullptr,
+                                                                &parameters, 0, nullptr, &chain);
+  const DWORD errors = built ? chain->TrustStatus.dwErrorStatus : ~0ul;
+  if (chain != nullptr)
+    CertFreeCertificateChain(chain);
+  if (root != nullptr)
+    CertFreeCertificateContext(root);
+  if ((errors & (CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_PARTIAL_CHAIN)) == 0)
+    return std::string();
+  return "the test root is not trusted here (chain errors " + std::to_string(errors) +
+         "): run the test through scripts/with-trusted-root.sh, as root where unshare -m works";
+}
+
+bool setKeySecurity(const std::string& path, const char* sddl) {
+  ScopedKey key;
+  ScopedLocal descriptor;
+  PSID owner = nullptr;
+  PACL dacl = nullptr;
+  BOOL present = FALSE, defaulted = FALSE;
+  const SECURITY_INFORMATION what =
+      DACL_SECURITY_INFORMATION | (sddl[0] == 'O' ? OWNER_SECURITY_INFORMATION : 0);
+  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, WRITE_DAC | WRITE_OWNER,
+                       key.receive()) == ERROR_SUCCESS &&
+         ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl, SDDL_REVISION_1,
+                                                              descriptor.receive(), nullptr) &&
+         GetSecurityDescriptorOwner(descriptor.get(), &owner, &defaulted) &&
+         GetSecurityDescriptorDacl(descriptor.get(), &present, &dacl, &defaulted) &&
+         SetSecurityInfo(key.get(), SE_REGISTRY_KEY, what, owner, nullptr, dacl, nullptr) ==
+             ERROR_SUCCESS;
 }
 
 std::string executableDirectory() {

@@ -202,6 +202,24 @@ std::string runCopy(const std::string& source,
 // The "key=value" lines of an output.
 std::map<std::string, std::string> facts(const std::string& output);
 
+// The trusted publishers' test files (tests/trust/make-fixtures.sh), in the folder "trust" beside
+// the tests: trustFixture("listed.pkg"); a signer's public key hash, publisherHash("listed").
+std::string trustFixture(const std::string& name);
+std::string publisherHash(const std::string& signer);
+// Whether the fixtures' test root is a trusted root in this process (scripts/with-trusted-root.sh
+// made it one), asked of the system's own chain engine; "" when it is, else why not, for a skip.
+std::string whyTestRootUntrusted();
+// Skips the test where the fixtures' test root is not trusted, saying why.
+#define SKIP_WITHOUT_TEST_ROOT()                                       \
+  do {                                                                 \
+    const std::string untrusted = testsupport::whyTestRootUntrusted(); \
+    if (!untrusted.empty())                                            \
+      GTEST_SKIP() << untrusted;                                       \
+  } while (false)
+// Sets the owner and DACL of the key `path` below HKEY_LOCAL_MACHINE from SDDL ("O:BAD:P(...)");
+// false when the system refused. Under Wine the DACL lives as long as the wineserver.
+bool setKeySecurity(const std::string& path, const char* sddl);
+
 // A stand-in DLL's scenario file, named by the environment variable `variable` for the length
 // of a scope, and its journal (one line per call served, each led by the caller's process id).
 class StandInScenario {
