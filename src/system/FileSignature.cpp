@@ -161,18 +161,21 @@ FileSignature verifyFileSignature(HANDLE file, const std::string& path) {
       unsignedCode == static_cast<DWORD>(TRUST_E_SUBJECT_FORM_UNKNOWN) ||
       unsignedCode == static_cast<DWORD>(TRUST_E_PROVIDER_UNKNOWN))
     return ended(FileSignature::Status::kUnsigned, "not signed");
-  if (unsignedCode == static_cast<DWORD>(TRUST_E_BAD_DIGEST))
-    return ended(FileSignature::Status::kBadDigest, "its contents changed after signing");
-
+  // The signer, where the verification got as far as reading it (Windows does for a changed file
+  // too, Wine does not).
   const CRYPT_PROVIDER_SGNR* signer = verification.signer();
   const CRYPT_PROVIDER_CERT* certificate =
       signer == nullptr || signer->csCertChain == 0 ? nullptr : signer->pasCertChain;
+  if (certificate != nullptr && certificate->pCert != nullptr) {
+    signature.subject = nameText(certificate->pCert->pCertInfo->Subject);
+    signature.issuer = nameText(certificate->pCert->pCertInfo->Issuer);
+    signature.keyHash = publicKeyHash(certificate->pCert);
+  }
+  if (unsignedCode == static_cast<DWORD>(TRUST_E_BAD_DIGEST))
+    return ended(FileSignature::Status::kBadDigest, "its contents changed after signing");
   if (certificate == nullptr || certificate->pCert == nullptr)
     return ended(FileSignature::Status::kFailed,
                  "its signature cannot be verified: WinVerifyTrust " + hex(unsignedCode));
-  signature.subject = nameText(certificate->pCert->pCertInfo->Subject);
-  signature.issuer = nameText(certificate->pCert->pCertInfo->Issuer);
-  signature.keyHash = publicKeyHash(certificate->pCert);
 
   if (signer->pChainContext == nullptr)
     return ended(FileSignature::Status::kUntrustedChain,

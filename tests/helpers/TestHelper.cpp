@@ -20,6 +20,9 @@
 //                                shell that answers every relaunch as a declined prompt
 //   settings-tool-cannot-start   the settings tool, whose start-up fails (exit code 3)
 //   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
+//   publishers                   the trusted publishers in force, "publishers=<hash>;<hash>"
+//   overwrite PATH               "write=<error>" after opening PATH to write (and writing into it
+//                                when it could), then "delete=<error>" after deleting it; 0: done
 //   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
 //                                and one line that is always written (component "QNV")
 //   hang [alone]                 start a copy of itself "hang alone", which inherits its output,
@@ -37,6 +40,7 @@
 #include "logging/FunctionTrace.h"
 #include "logging/Logger.h"
 #include "printers/PrinterSpoolerWrapper.h"
+#include "settings/TrustedPublishers.h"
 #include "support/TestSupport.h"
 #include "system/CurrentProcess.h"
 #include "system/DllSearch.h"
@@ -175,6 +179,24 @@ int main(int argc, char** argv) {
       }
     }
     Sleep(INFINITE);
+  } else if (command == "publishers") {
+    const ProcessScope process;
+    const TrustedPublishers publishers;
+    std::string list;
+    for (const std::string& hash : publishers.hashes())
+      list += (list.empty() ? "" : ";") + hash;
+    print("publishers", list);
+  } else if (command == "overwrite" && argc > 2) {
+    // Another process trying to change a file: write into it, then delete it.
+    ScopedHandle file(CreateFileA(argv[2], GENERIC_WRITE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    print("write", std::to_string(file.valid() ? 0 : GetLastError()));
+    DWORD written = 0;
+    if (file.valid())
+      WriteFile(file.get(), "MZ changed", 10, &written, nullptr);
+    file.close();
+    print("delete", std::to_string(DeleteFileA(argv[2]) ? 0 : GetLastError()));
   } else if (command == "write" && argc > 3) {
     writeLines(argv[2], static_cast<int>(number(3)), argc > 4 ? argv[4] : "");
   } else {

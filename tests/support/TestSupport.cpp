@@ -441,7 +441,7 @@ std::vector<std::string> SpoolerScenario::names(const std::string& function,
 void WebUpdaterScenario::write() {
   std::ostringstream text;
   text << "[Library]\r\nMode=scripted\r\nJournal=" << journal_ << "\r\nConnection=" << connection_
-       << "\r\n";
+       << "\r\nGate=" << gate_ << "\r\n";
   const char* sections[] = {"Check", "Download", "Apply"};
   for (int i = 0; i < 3; ++i) {
     text << "[" << sections[i] << "]\r\n";

@@ -273,6 +273,7 @@ class WebUpdaterScenario : public StandInScenario {
   // Removes every rule and empties the journal.
   WebUpdaterScenario& clear() {
     connection_ = 1;
+    gate_.clear();
     for (auto& rules : rules_)
       rules.clear();
     clearJournal();
@@ -292,9 +293,14 @@ class WebUpdaterScenario : public StandInScenario {
   WebUpdaterScenario& download(const std::string& url, const std::string& value) {
     return rule(1, url, value);
   }
-  // A code, "hang" or "throw".
+  // A code, "hang", "throw", "unpack" (the package's files are written), or "gate" or "gate
+  // unpack" (the apply waits until the file `gate()` names exists).
   WebUpdaterScenario& apply(const std::string& package, const std::string& value) {
     return rule(2, package, value);
+  }
+  WebUpdaterScenario& gate(const std::string& file) {
+    gate_ = file;
+    return *this;
   }
   void write();
 
@@ -305,6 +311,7 @@ class WebUpdaterScenario : public StandInScenario {
   }
 
   int connection_ = 1;
+  std::string gate_;
   std::vector<std::pair<std::string, std::string>> rules_[3];
 };
 

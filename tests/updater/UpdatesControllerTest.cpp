@@ -16,6 +16,7 @@
 #include "updater/CommandLineParams.h"
 #include "updater/DownloadRecord.h"
 #include "updater/ElevatedRelaunch.h"
+#include "updater/PackageTrust.h"
 #include "updater/RunResults.h"
 #include "updater/RunStatus.h"
 #include "updater/UpdatesController.h"
@@ -344,6 +345,8 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   EXPECT_EQ(has(row.outcome, "files-left"), testsupport::fileExists(softwarePackage()));
   EXPECT_EQ(has(row.outcome, "files-left"), testsupport::fileExists(dataPackage()));
   EXPECT_EQ("none", store_.get("Records", "PendingDownloads"));  // Nothing left noted.
+  // No list: no package is copied for a verification.
+  EXPECT_FALSE(testsupport::fileExists(PackageTrust::folderPath()));
   const Lines printers = has(row.outcome, "paused") ? Lines{"Office Inkjet"} : Lines{};
   EXPECT_EQ(printers, spooler_.names("SetPrinterA", "command=1 result=1"));
   EXPECT_EQ(has(row.given, "resume-fails") ? Lines{} : printers,
