@@ -3,9 +3,10 @@
 // program's four-character prefix ("cvup"), so it finds the program's settings file beside it
 // (local id + "qnv.loc") and fills the program's store.
 //
-//   cvupsettings [/file PATH | /nofile] [/set SECTION\NAME=dword:N|string:TEXT]...
+//   cvupsettings [/file PATH | /nofile] [/set SECTION\NAME=dword:N|string:TEXT|multi:A;B]...
 //                [/lock | /unlock] [/schedule system|users|none]
 //   cvupsettings /remove
+//   cvupsettings /status ..., /register-events (StatusCommand), /publisher FILE (PublisherCommand)
 #include "SettingsTool.h"
 
 #include <windows.h>
@@ -15,6 +16,7 @@
 #include <list>
 #include <string>
 
+#include "PublisherCommand.h"
 #include "StatusCommand.h"
 #include "StoreSecurity.h"
 #include "TaskSchedule.h"
@@ -38,12 +40,14 @@
 namespace {
 
 const char kUsage[] =
-    "Usage: %s [/file PATH | /nofile] [/set SECTION\\NAME=dword:N|string:TEXT]...\n"
+    "Usage: %s [/file PATH | /nofile] [/set SECTION\\NAME=dword:N|string:TEXT|multi:A;B]...\n"
     "          [/lock | /unlock] [/schedule system|users|none]\n"
     "       %s /remove\n"
+    "       cvupsettings /status [/maxage DAYS] | /register-events | /publisher FILE\n"
     "Installs the settings file beside it (or PATH) into the program's store, then the values of\n"
-    "/set (/nofile: the values alone); /lock leaves the store to administrators and SYSTEM,\n"
-    "/unlock opens it to everyone again; /schedule registers the daily task (none deletes it).\n"
+    "/set (multi: a REG_MULTI_SZ of the strings between ';'; /nofile: the values alone); /lock\n"
+    "leaves the store to administrators and SYSTEM, /unlock opens it to everyone again;\n"
+    "/schedule registers the daily task (none deletes it).\n"
     "/remove ends and deletes the task, waits for running updates, undoes what a killed one left,\n"
     "and deletes the store.\n";
 // How long /remove waits for a running update to end once its task is ended.
@@ -137,6 +141,26 @@ void warnWithoutPrinters() {
         driver.c_str());
 }
 
+// The strings of a /set value "multi:A;B" (blanks around each trimmed, empty ones left out);
+// none for a value of another type.
+std::vector<std::string> multiStrings(const std::string& typed) {
+  const std::string prefix = "multi:";
+  std::vector<std::string> strings;
+  if (typed.compare(0, prefix.size(), prefix) != 0)
+    return strings;
+  for (size_t start = prefix.size(); start <= typed.size();) {
+    size_t end = typed.find(';', start);
+    if (end == std::string::npos)
+      end = typed.size();
+    const std::string item = typed.substr(start, end - start);
+    const size_t first = item.find_first_not_of(' ');
+    if (first != std::string::npos)
+      strings.push_back(item.substr(first, item.find_last_not_of(' ') - first + 1));
+    start = end + 1;
+  }
+  return strings;
+}
+
 // Installs the settings file and the single values; false when anything was not installed as
 // written (each named on stderr).
 bool installSettings(const std::string& file, const std::list<std::string>& values) {
@@ -158,11 +182,13 @@ bool installSettings(const std::string& file, const std::list<std::string>& valu
         value.substr(name == std::string::npos ? 0 : name + 1, equals - name - 1);
     std::string data;
     const uint32_t type = IniReader::getValueType(value.substr(equals + 1), data);
+    const std::vector<std::string> strings = multiStrings(value.substr(equals + 1));
     // Unlike the file's, a /set value of no type or no decimal number is not written at all.
     const LONG status = type == IniReader::kDwordType && IniReader::isDecimal(data)
                             ? writeDwordValue(section, key, static_cast<DWORD>(atol(data.c_str())))
                         : type == IniReader::kStringType ? writeStringValue(section, key, data)
-                                                         : ERROR_INVALID_DATA;
+                        : !strings.empty() ? writeMultiStringValue(section, key, strings)
+                                           : ERROR_INVALID_DATA;
     if (status != ERROR_SUCCESS)
       report(section, key,
              "/set " + value + " was not written (status " + std::to_string(status) + ")");
@@ -298,9 +324,11 @@ std::vector<std::string> commandLineArguments(const char* commandLine) {
 }
 
 int runSettingsTool(const std::vector<std::string>& arguments) {
-  // The run status and its events: commands of their own (StatusCommand).
+  // The run status and its events, and a file's signer: commands of their own.
   if (StatusCommand::isAskedFor(arguments))
     return StatusCommand::run(arguments);
+  if (PublisherCommand::isAskedFor(arguments))
+    return PublisherCommand::run(arguments);
 
   Options options;
   if (!parse(arguments, options)) {

@@ -40,6 +40,17 @@ LONG writeStringValue(const std::string& keyPath,
                     static_cast<DWORD>(value.size()));
 }
 
+LONG writeMultiStringValue(const std::string& keyPath,
+                           const std::string& valueName,
+                           const std::vector<std::string>& values) {
+  std::string data;
+  for (const std::string& value : values)
+    data += value + '\0';
+  data += '\0';
+  return writeValue(keyPath, valueName, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(data.data()),
+                    static_cast<DWORD>(data.size()));
+}
+
 SettingsInstaller::SettingsInstaller(const std::string& fileName, Reporter reporter)
     : reporter_(std::move(reporter)) {
   FunctionTrace trace = FunctionTrace::open(

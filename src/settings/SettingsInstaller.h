@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "settings/IniReader.h"
 
@@ -42,3 +43,7 @@ LONG writeDwordValue(const std::string& keyPath, const std::string& valueName, D
 LONG writeStringValue(const std::string& keyPath,
                       const std::string& valueName,
                       const std::string& value);
+// REG_MULTI_SZ: `values`, each one string (none may be empty).
+LONG writeMultiStringValue(const std::string& keyPath,
+                           const std::string& valueName,
+                           const std::vector<std::string>& values);

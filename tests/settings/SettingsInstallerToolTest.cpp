@@ -328,3 +328,56 @@ TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
   DeleteFileA((testsupport::executableDirectory() + id + "tool.exe").c_str());
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
+
+// /set "...=multi:A;B" writes a REG_MULTI_SZ (as the MSI's TRUSTEDPUBLISHERS does), and /publisher
+// shows who signed a file: its subject, issuer and key hash, whether its chain is trusted here and
+// whether this machine lists it; exit 0 for a signed file, 1 for an unsigned or unreadable one.
+TEST(SettingsInstallerTool, WritesAListAndShowsWhoSignedAFile) {
+  const std::string id = testsupport::localId().substr(0, 2) + "sp";
+  const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id;
+  testsupport::deleteKeyTree(root);
+  const std::string stranger = testsupport::publisherHash("stranger"), other(64, 'B');
+  const auto tool = [&id](const std::string& arguments, DWORD& exitCode, std::string& errors) {
+    return testsupport::runCopy("cvupsettings.exe", id + "tool.exe", arguments, "", &exitCode,
+                                &errors);
+  };
+  DWORD exitCode = 99;
+  std::string errors;
+  tool("/nofile /set \"Settings\\Updater\\TrustedPublishers=multi:" + stranger + "; " + other +
+           ";\" /lock",
+       exitCode, errors);
+  EXPECT_EQ(0u, exitCode) << errors;
+  EXPECT_EQ(stranger + "\n" + other,
+            testsupport::registryValue(root + "\\Settings\\Updater", "TrustedPublishers"));
+  tool("/nofile /set Settings\\Updater\\TrustedPublishers=multi:", exitCode, errors);
+  EXPECT_EQ(1u, exitCode);
+
+  const std::string signedFile = testsupport::trustFixture("stranger.pkg");
+  std::string output = tool("/publisher " + signedFile, exitCode, errors);
+  EXPECT_EQ(0u, exitCode) << errors;
+  EXPECT_EQ("File: " + signedFile +
+                "\nSigned: yes\nSubject: O=Orrery Tests, CN=Orrery Test Publisher stranger\n"
+                "Issuer: CN=Orrery Unknown Root\nKey SHA-256: " +
+                stranger +
+                "\nChain: not trusted here: its signer's chain is not trusted here: it does not "
+                "end in a trusted root (0x10000)\nTrusted publisher on this machine: yes\n",
+            output);
+  if (testsupport::whyTestRootUntrusted().empty()) {
+    output = tool("/publisher " + testsupport::trustFixture("listed.pkg"), exitCode, errors);
+    EXPECT_NE(std::string::npos,
+              output.find("\nChain: trusted here\nTrusted publisher on this machine: no\n"))
+        << output;
+  }
+  const std::string unsignedFile = testsupport::trustFixture("unsigned.pkg");
+  EXPECT_EQ("File: " + unsignedFile + "\nSigned: no: not signed\n",
+            tool("/publisher " + unsignedFile, exitCode, errors));
+  EXPECT_EQ(1u, exitCode);
+  EXPECT_EQ("'" + unsignedFile + "' is not signed as it is: not signed\n", errors);
+  tool("/publisher C:\\missing.pkg", exitCode, errors);
+  EXPECT_EQ(1u, exitCode);
+  EXPECT_EQ("Cannot read 'C:\\missing.pkg': error 2\n", errors);
+  tool("/publisher", exitCode, errors);
+  EXPECT_EQ(2u, exitCode);
+  testsupport::deleteKeyTree(root);
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+}

@@ -163,3 +163,24 @@ TEST_F(DownloadRecordTest, ANoteWhereUsersCanWriteDeletesNothing) {
   }
   DeleteFileA(own.c_str());
 }
+
+// A copy noted before it is made: a run that dies before the copy exists, or once it does, leaves
+// nothing that the next run does not delete. Only a file in a folder that exists can be noted so.
+TEST_F(DownloadRecordTest, AFileNotedBeforeItIsMadeIsDeletedAfterADeath) {
+  const std::string copy = downloads_.file("copy.pkg");
+  for (const bool made : {false, true}) {
+    {
+      DownloadRecord record;
+      EXPECT_TRUE(record.addBeforeMaking(copy));
+      EXPECT_NE(std::string::npos, note().find(copy)) << made;
+      if (made)
+        testsupport::writeFile(copy, "copy");
+    }
+    EXPECT_TRUE(DownloadRecord::recoverAbandonedDownloads());
+    EXPECT_FALSE(fileExists(copy));
+    EXPECT_EQ("none", note());
+  }
+  DownloadRecord record;
+  EXPECT_FALSE(record.addBeforeMaking(downloads_.file("missing\\copy.pkg")));
+  EXPECT_FALSE(record.addBeforeMaking("copy.pkg"));
+}

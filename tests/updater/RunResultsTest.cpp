@@ -254,6 +254,45 @@ const Row kRows[] = {
        return results;
      },
      "CheckFailed", "software check: code 2", "", false, 3},
+    // A package refused by the trusted publishers' check: after the downloads, before the pause;
+    // what was applied of the other package is kept, and a later failure does not hide it.
+    {"PackageRefusedNothingApplied",
+     [] {
+       RunResults results = installed(false, true);
+       results.catalogTrust = {Step::kFailed, "not signed; signer no signer"};
+       results.pause = results.resume = Step::kNotRun;
+       results.catalogApply = {};
+       return results;
+     },
+     "PackageUntrusted", "catalog package: not signed; signer no signer", "", false, 3},
+    {"PackageRefusedTheOtherApplied",
+     [] {
+       RunResults results = installed(true, true);
+       results.softwareTrust = {Step::kFailed, "its contents changed after signing"};
+       results.catalogTrust.result = Step::kDone;
+       results.softwareApply = {};
+       results.resume = Step::kFailed;
+       return results;
+     },
+     "PackageUntrusted", "software package: its contents changed after signing", "catalog", false,
+     3},
+    {"PackagesAdmitted",
+     [] {
+       RunResults results = installed(true, true);
+       results.softwareTrust.result = results.catalogTrust.result = Step::kDone;
+       return results;
+     },
+     "Updated", "", "software+catalog", true, 0},
+    {"LibraryRefused",
+     [] {
+       RunResults results;
+       results.library = RunResults::Library::kMissing;
+       results.libraryRefusal = "its folder can be changed by S-1-5-32-545";
+       results.connection = Step::kFailed;
+       return results;
+     },
+     "LibraryMissing", "library not loaded: its folder can be changed by S-1-5-32-545", "", false,
+     3},
     {"BothApplied", [] { return installed(true, true); }, "Updated", "", "software+catalog", true,
      0},
     {"CatalogApplied", [] { return installed(false, true); }, "Updated", "", "catalog", true, 0},
