@@ -104,3 +104,28 @@ TEST(PropertyCheck, RefusesATaskOverAStoreItCannotTrustOrOpen) {
         << narrow(check.refusal());
   }
 }
+
+// TRUSTEDPUBLISHERS: SHA-256 hashes separated by ';', never over a store the updater will not
+// take a list from.
+TEST(PropertyCheck, TakesOnlyPublisherHashesOverALockedStore) {
+  const std::wstring a(64, L'a'), b = std::wstring(63, L'0') + L"F";
+  const std::pair<std::wstring, std::wstring> rows[] = {
+      {a, L""},
+      {a + L"; " + b + L";", L""},
+      {a + L";" + a.substr(1), L"TRUSTEDPUBLISHERS=" + a + L";" + a.substr(1) + L" is refused:"},
+      {std::wstring(63, L'a') + L"g",
+       L"TRUSTEDPUBLISHERS=" + std::wstring(63, L'a') + L"g is refused:"},
+      {L" ; ", L"TRUSTEDPUBLISHERS= ;  is refused:"}};
+  for (const auto& [list, expected] : rows) {
+    EXPECT_EQ(expected, refused({{L"ProgramFiles64Folder", L"C:\\Program Files\\"},
+                                 {L"INSTALLDIR", L"C:\\Program Files\\Orrery\\"},
+                                 {L"TRUSTEDPUBLISHERS", list}}))
+        << narrow(list);
+  }
+  EXPECT_EQ(L"TRUSTEDPUBLISHERS=" + a + L" is refused:",
+            refused({{L"ProgramFiles64Folder", L"C:\\Program Files\\"},
+                     {L"INSTALLDIR", L"C:\\Program Files\\Orrery\\"},
+                     {L"SCHEDULE", L"users"},
+                     {L"LOCKSTORE", L"0"},
+                     {L"TRUSTEDPUBLISHERS", a}}));
+}

@@ -29,6 +29,7 @@ STORE = FAMILY + r"\cvup"
 EVENT_SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orrery Updater"
 TASK = r"C:\windows\system32\tasks\Corvane\Orrery Updater"
 UNINSTALL = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall"
+HASH_A, HASH_B = "a" * 64, "0123456789ABCDEF" * 4  # TRUSTEDPUBLISHERS
 SHIPPED = ["DEPLOYING.md", "cvupdater.exe", "cvupqnv.loc", "cvupsettings.exe",
            "orrery-updater-system.xml", "orrery-updater-users.xml"]
 
@@ -78,8 +79,10 @@ class Msi(unittest.TestCase):
         code, _ = self.msiexec("/i", r"C:\orrery.msi", "INSTALLDIR=" + folder + "\\",
                                "WEBSERVERURL=http://updates.example/[package_code]",
                                "DRIVERNAME=Office Driver", r"DATAPATH=C:\Data\Catalog",
-                               "SCHEDULE=System")
+                               "SCHEDULE=System", "TRUSTEDPUBLISHERS=%s; %s" % (HASH_A, HASH_B))
         self.assertEqual(0, code)
+        self.assertEqual(HASH_A + "\\0" + HASH_B,
+                         self.value(r"Settings\Updater", "TrustedPublishers", "REG_MULTI_SZ"))
         self.assertEqual(sorted(SHIPPED + ["orrery-updater-task.xml"]),
                          sorted(os.listdir(self.prefix.unix(folder))))
         self.assertEqual(["http://updates.example/[package_code]", "Office Driver", r"C:\Data\Catalog"],
@@ -162,6 +165,7 @@ class Msi(unittest.TestCase):
                 (["SCHEDULE=bogus"], "SCHEDULE=bogus is refused"),
                 (["SCHEDULE=Users", "LOCKSTORE=1"], "SCHEDULE=Users is refused: with LOCKSTORE=1"),
                 (["SCHEDULE=system", "LOCKSTORE=0"], "SCHEDULE=system is refused: with LOCKSTORE=0"),
+                (["TRUSTEDPUBLISHERS=" + HASH_A[1:]], "TRUSTEDPUBLISHERS=%s is refused" % HASH_A[1:]),
                 (["SETTINGSFILE=own.loc"], "SETTINGSFILE=own.loc is refused: give the file's absolute"),
                 ([r"SETTINGSFILE=C:\missing.loc"], r"SETTINGSFILE=C:\missing.loc is refused: the file"),
                 (["DRIVERNAME=\u041f\u0440\u0438\u043d\u0442\u0435\u0440"],

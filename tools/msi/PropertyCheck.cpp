@@ -51,6 +51,34 @@ std::wstring resolved(const std::wstring& path) {
   return full;
 }
 
+bool isPublisherHash(const std::wstring& text) {
+  return text.size() == 64 &&
+         text.find_first_not_of(L"0123456789ABCDEFabcdef") == std::wstring::npos;
+}
+
+// Why the list of TRUSTEDPUBLISHERS (hashes separated by ';', blanks around each allowed) is no
+// list; "" when it is one.
+std::wstring whyNoPublisherList(const std::wstring& list) {
+  size_t hashes = 0;
+  for (size_t start = 0; start <= list.size();) {
+    size_t end = list.find(L';', start);
+    if (end == std::wstring::npos)
+      end = list.size();
+    const std::wstring item = list.substr(start, end - start);
+    const size_t first = item.find_first_not_of(L' ');
+    if (first != std::wstring::npos) {
+      const std::wstring hash = item.substr(first, item.find_last_not_of(L' ') - first + 1);
+      if (!isPublisherHash(hash))
+        return L"'" + hash +
+               L"' is not the SHA-256 hash of a public key (64 hexadecimal characters); "
+               L"cvupsettings /publisher FILE prints a signed file's";
+      ++hashes;
+    }
+    start = end + 1;
+  }
+  return hashes == 0 ? L"it names no hash" : std::wstring();
+}
+
 // Whether `folder` lies below `root` (not `root` itself), both drive-letter paths.
 bool isBelow(const std::wstring& folder, const std::wstring& root) {
   if (!hasDrive(folder) || !hasDrive(root))
@@ -131,6 +159,18 @@ std::wstring PropertyCheck::refusal() const {
                              L"stays,") +
             L" would run from a store that every user can change; give "
             L"SCHEDULE=users or SCHEDULE=none with it");
+
+  // The updater takes no list from a store that users can change: refused, not ignored later.
+  const std::wstring publishers = property_(L"TRUSTEDPUBLISHERS");
+  if (!publishers.empty()) {
+    const std::wstring why = whyNoPublisherList(publishers);
+    if (!why.empty())
+      return refused(L"TRUSTEDPUBLISHERS", publishers, why);
+    if (lock == L"0")
+      return refused(L"TRUSTEDPUBLISHERS", publishers,
+                     L"with LOCKSTORE=0 the updater ignores a list in a store that users can "
+                     L"change; give LOCKSTORE=1, or set the list by policy");
+  }
 
   const std::wstring file = property_(L"SETTINGSFILE");
   if (!file.empty() && !isAbsolute(file))

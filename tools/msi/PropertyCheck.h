@@ -18,6 +18,9 @@
 //                 install's default, or on an upgrade or a second install the one registered from
 //                 INSTALLDIR that stays
 //   SETTINGSFILE  an absolute path (C:\... or \\server\...) of a file this process can read
+//   TRUSTEDPUBLISHERS  SHA-256 hashes of publishers' public keys (64 hexadecimal characters each)
+//                 separated by ';', at least one; refused with LOCKSTORE=0 given, since the
+//                 updater ignores a list in a store that users can change
 //   every text property the settings tool or the task receives (INSTALLDIR, SETTINGSFILE,
 //   WEBSERVERURL, DRIVERNAME, DLLPATH, DATAPATH) holds only characters of the system's ANSI code
 //   page, which the tool and the program work in
