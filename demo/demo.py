@@ -3,7 +3,8 @@
 
 Installs the release MSI into a scratch Wine prefix with Windows Installer (msiexec /i ... /qn and
 the local service's address as a property), serves a newer software package and a newer catalog
-data package on 127.0.0.1, runs the program once (it relaunches
+data package on 127.0.0.1, each in a container signed by a throwaway publisher whose key the
+install lists as the one trusted publisher (TRUSTEDPUBLISHERS), runs the program once (it relaunches
 itself elevated with "-UAC" and the child installs), prints a summary, then runs it again to show
 that nothing is left to update. After each run it prints the run's status as a fleet's tools read
 it (`cvupsettings.exe /status`). With --check the summary's facts are asserted (the end-to-end
@@ -12,8 +13,10 @@ test).
 
 import argparse
 import glob
+import hashlib
 import os
 import re
+import shutil
 import struct
 import subprocess
 import sys
@@ -21,6 +24,9 @@ import time
 import zipfile
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))),
+                                "standins", "webupdater"))
+from package_pe import make_pe  # noqa: E402
 from update_service import UpdateService, version_file  # noqa: E402
 from wineprefix import Prefix  # noqa: E402
 
@@ -30,6 +36,7 @@ DRIVER_NAME = "Corvane Inkjet Driver"
 DATA_DIR = r"C:\ProgramData\Corvane Inkjet Driver\Job Status"
 LIBRARY_DIR = r"C:\windows\system32\spool\drivers\x64\3"
 DOWNLOAD_DIR = r"C:\ProgramData\Corvane Downloads"
+VERIFIED_DIR = r"C:\ProgramData\cvupVerified"  # the copies the program verifies and applies
 STORE_KEY = r"HKLM\Software\CorvaneInkjet\QNV\Local\cvup"
 LOG_FILE = r"C:\ProgramData\cvupQNV.log"
 PRINTER = "Corvane Inkjet 5100"
@@ -42,6 +49,60 @@ STAND_INS = ("winspool.drv", "spooler-scenario.ini")
 
 class StepFailed(Exception):
     pass
+
+
+class Publisher:
+    """A throwaway publisher made with openssl: a root, and a code-signing certificate under it
+    whose public key's SHA-256 is the hash an administrator lists. seal() puts a package in the
+    stand-in library's container (a PE file) and signs it with osslsigncode."""
+
+    SUBJECT = "/O=Orrery Demo/CN=Orrery Demo Publisher"
+
+    def __init__(self, folder):
+        self.folder = folder
+        shutil.rmtree(folder, ignore_errors=True)
+        os.makedirs(folder)
+        self.root = self.path("root.pem")
+        config = self.path("x509.cnf")
+        with open(config, "w") as f:
+            f.write("[req]\ndistinguished_name = dn\n[dn]\n"
+                    "[root]\nbasicConstraints = critical, CA:TRUE\n"
+                    "keyUsage = critical, keyCertSign\n"
+                    "[signer]\nbasicConstraints = critical, CA:FALSE\n"
+                    "keyUsage = critical, digitalSignature\nextendedKeyUsage = codeSigning\n")
+        self.openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "30",
+                     "-keyout", self.path("root.key"), "-out", self.root,
+                     "-subj", "/CN=Orrery Demo Root", "-config", config, "-extensions", "root")
+        self.openssl("req", "-newkey", "rsa:2048", "-nodes", "-keyout", self.path("signer.key"),
+                     "-out", self.path("signer.csr"), "-subj", self.SUBJECT, "-config", config)
+        self.openssl("x509", "-req", "-in", self.path("signer.csr"), "-CA", self.root,
+                     "-CAkey", self.path("root.key"), "-CAcreateserial",
+                     "-CAserial", self.path("root.srl"), "-days", "30",
+                     "-out", self.path("signer.pem"), "-extfile", config, "-extensions", "signer")
+        key = subprocess.run(["openssl", "x509", "-in", self.path("signer.pem"), "-pubkey",
+                              "-noout"], check=True, capture_output=True).stdout
+        der = subprocess.run(["openssl", "pkey", "-pubin", "-outform", "DER"], input=key,
+                             check=True, capture_output=True).stdout
+        self.key_hash = hashlib.sha256(der).hexdigest()
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def openssl(self, *args):
+        subprocess.run(["openssl"] + list(args), check=True, capture_output=True)
+
+    def seal(self, package):
+        with open(self.path("package.pe"), "wb") as f:
+            f.write(make_pe(package))
+        signed = self.path("package.signed")
+        if os.path.exists(signed):
+            os.remove(signed)
+        subprocess.run(["osslsigncode", "sign", "-certs", self.path("signer.pem"),
+                        "-key", self.path("signer.key"), "-h", "sha256",
+                        "-in", self.path("package.pe"), "-out", signed],
+                       check=True, capture_output=True)
+        with open(signed, "rb") as f:
+            return f.read()
 
 
 def section_names(path):
@@ -71,6 +132,13 @@ class Demo:
                              "en_US.UTF-8" if args.check else None)
         self.service = None
         self.facts = {}
+        self.publisher = Publisher(os.path.join(args.build_dir, "demo", "publisher"))
+        # Wine trusts the host's roots alone: the publisher's root is made one for the demo's Wine
+        # programs in a private mount namespace, which needs root and `unshare -m`.
+        self.trusted = os.geteuid() == 0 and subprocess.run(
+            ["unshare", "-m", "true"], stderr=subprocess.DEVNULL).returncode == 0
+        if self.trusted:
+            self.prefix.trust_root(self.publisher.root)
 
     # -- steps --------------------------------------------------------------------------------
 
@@ -95,6 +163,8 @@ class Demo:
             self.service.port)
         command = ["msiexec", "/i", "C:\\demo\\" + os.path.basename(package), "/qn",
                    "WEBSERVERURL=" + url, "/l*v", r"C:\demo\msiexec.log"]
+        if self.trusted:
+            command.insert(4, "TRUSTEDPUBLISHERS=" + self.publisher.key_hash)
         print("  " + subprocess.list2cmdline(command))
         result = p.wine(command, timeout=180)
         for line in result.stdout.splitlines():  # The settings tool's own lines.
@@ -195,6 +265,13 @@ class Demo:
         return {name: self.prefix.reg_dword(key, name)
                 for name in ("CompleteSoftwareUpdated", "DataUpdated")}
 
+    def copies_left(self):
+        """The verified copies left in the program's own folder for them."""
+        left = []
+        for folder, _, files in os.walk(self.prefix.unix(VERIFIED_DIR)):
+            left += [os.path.join(folder, f) for f in files]
+        return left
+
     def downloads_left(self):
         directory = self.prefix.unix(DOWNLOAD_DIR)
         return sorted(os.listdir(directory)) if os.path.isdir(directory) else []
@@ -208,9 +285,12 @@ class Demo:
         paused = [l for l in self.spooler_calls() if " SetPrinterA " in l and "command=1" in l]
         resumed = [l for l in self.spooler_calls() if " SetPrinterA " in l and "command=2" in l]
         polls = [l for l in self.spooler_calls() if " GetPrinterA " in l and "buffer=1" in l]
+        verified = [l.split("PackageTrust::admit() ", 1)[1] for l in log
+                    if "PackageTrust::admit() The " in l]
         self.facts.update(relaunched=len(relaunched), runs=len(starts), paused=len(paused),
                           resumed=len(resumed), polls=len(polls), flags=self.flags(),
-                          downloads_left=self.downloads_left())
+                          downloads_left=self.downloads_left(), verified=verified,
+                          copies_left=self.copies_left())
         print("\nRequests the update service received:")
         for r in run["requests"]:
             print("  %-16s language=%s country=%s os=%s  (%d)" % (
@@ -224,7 +304,12 @@ class Demo:
         print("Installed versions: software %s -> %s, catalog %s -> %s" % (
             run["before"]["software"], run["after"]["software"], run["before"]["catalog"],
             run["after"]["catalog"]))
-        print("Downloads left behind: %s" % (", ".join(self.facts["downloads_left"]) or "none"))
+        print("Package signatures verified before the printer was paused:%s" % (
+            "" if verified else " none (no publisher listed)"))
+        for line in verified:
+            print("  " + line)
+        print("Downloads left behind: %s" % (", ".join(
+            self.facts["downloads_left"] + self.facts["copies_left"]) or "none"))
         self.print_log_tail(8)
         self.print_status("first")
 
@@ -299,6 +384,12 @@ class Demo:
         expect(first["after"] == {"software": NEW_SOFTWARE, "catalog": NEW_CATALOG},
                "versions after %s" % first["after"])
         expect(self.facts["downloads_left"] == [], "downloads left %s" % self.facts["downloads_left"])
+        expect(self.facts["copies_left"] == [], "verified copies left %s" % self.facts["copies_left"])
+        if self.trusted:  # Both packages verified, each against the publisher's key.
+            signer = "'%s', key %s, a trusted publisher" % (
+                Publisher.SUBJECT[1:].replace("/", ", "), self.publisher.key_hash)
+            expect([("software" in l, signer in l) for l in self.facts["verified"]] ==
+                   [(True, True), (False, True)], "verified packages %s" % self.facts["verified"])
         expect([r.get("package") for r in second["requests"]] ==
                ["ORRERY-VERSION", "CATALOG-VERSION"],
                "requests of the second run: %s" % second["requests"])
@@ -329,9 +420,19 @@ class Demo:
         ]
         if self.args.check:
             steps.append(("Checking the summary", self.check))
-        self.service = UpdateService(NEW_SOFTWARE, NEW_CATALOG, LOCAL_ID, self.args.port).start()
+        self.service = UpdateService(NEW_SOFTWARE, NEW_CATALOG, LOCAL_ID, self.args.port,
+                                     seal=self.publisher.seal).start()
         print("Local update service on http://127.0.0.1:%d/ (software %s, catalog %s)" % (
             self.service.port, NEW_SOFTWARE, NEW_CATALOG))
+        print("Packages signed by a throwaway publisher, %s, key SHA-256 %s" % (
+            Publisher.SUBJECT[1:].replace("/", ", "), self.publisher.key_hash))
+        if self.trusted:
+            print("  its root is trusted by the demo's Wine programs (a private mount namespace), "
+                  "and the install lists its key: TRUSTEDPUBLISHERS")
+        else:
+            print("  NOT verified: its root can be made trusted for Wine only as root with "
+                  "`unshare -m`; the install lists no publisher, and the packages are applied "
+                  "unchecked")
         try:
             for number, (title, step) in enumerate(steps, 1):
                 print("\n[%d/%d] %s" % (number, len(steps), title))

@@ -6,7 +6,8 @@ program builds from its "WebServerUrl" template:
     /orrery/<language>/<country>/<os>/<package code>
 
 For a version package code the body is the latest version (plain text); for a download package
-code it is the package itself. Every request is recorded with its codes.
+code it is the package itself (in the demo a signed container, see demo.py). Every request is
+recorded with its codes.
 """
 
 import http.server
@@ -31,7 +32,10 @@ def version_file(version):
 class UpdateService:
     """Serves one software and one catalog release; records the requests it receives."""
 
-    def __init__(self, software_version, catalog_version, local_id="cvup", port=0):
+    def __init__(self, software_version, catalog_version, local_id="cvup", port=0, seal=None):
+        """`seal` turns a package's text into the file served (the demo's: a signed container);
+        by default the text is served as it is."""
+        seal = seal or (lambda package: package)
         self.software_version = software_version
         self.catalog_version = catalog_version
         self.requests = []
@@ -39,14 +43,14 @@ class UpdateService:
         self.routes = {
             "ORRERY-VERSION": ("text/plain", software_version.encode("ascii")),
             "CATALOG-VERSION": ("text/plain", catalog_version.encode("ascii")),
-            "ORRERY-PACKAGE": ("application/octet-stream", make_package({
+            "ORRERY-PACKAGE": ("application/octet-stream", seal(make_package({
                 local_id + "Prog.ver": version_file(software_version),
                 "release-notes.txt": "Orrery " + software_version + "\r\n",
-            })),
-            "CATALOG-PACKAGE": ("application/octet-stream", make_package({
+            }))),
+            "CATALOG-PACKAGE": ("application/octet-stream", seal(make_package({
                 "orData.ver": version_file(catalog_version),
                 "catalog.xml": "<Catalog version=\"" + catalog_version + "\"/>\r\n",
-            })),
+            }))),
         }
         service = self
 

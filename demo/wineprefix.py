@@ -33,6 +33,12 @@ class Prefix:
         self.env.pop("WINEDLLOVERRIDES", None)
         if locale:
             self.env["LC_ALL"] = locale
+        self.launcher = []  # what runs wine: trust_root() puts it in a mount namespace
+
+    def trust_root(self, ca_pem):
+        """Wine programs run by wine() from now on trust the certificate `ca_pem` as a root
+        (scripts/with-trusted-root.sh: needs root and `unshare -m`)."""
+        self.launcher = [os.path.join(SOURCE_DIR, "scripts", "with-trusted-root.sh"), ca_pem]
 
     def create_from(self, template):
         """Replaces this prefix with a fresh copy of `template` (made first when missing)."""
@@ -82,9 +88,9 @@ class Prefix:
     def wine(self, args, timeout=60, cwd=None):
         """Runs a Windows program; ends the whole prefix if it overruns."""
         try:
-            return subprocess.run(["wine"] + args, env=self.env, cwd=cwd, timeout=timeout,
-                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                                  errors="replace")
+            return subprocess.run(self.launcher + ["wine"] + args, env=self.env, cwd=cwd,
+                                  timeout=timeout, stdout=subprocess.PIPE,
+                                  stderr=subprocess.STDOUT, text=True, errors="replace")
         except subprocess.TimeoutExpired:
             self.kill()
             raise
