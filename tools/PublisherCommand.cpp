@@ -34,7 +34,7 @@ int show(const std::string& path) {
     printf("Subject: %s\n", signature.subject.c_str());
     printf("Issuer: %s\n", signature.issuer.c_str());
     printf("Key SHA-256: %s\n", signature.keyHash.c_str());
-    printf("Chain: %s\n", signature.isTrusted()
+    printf("Chain: %s\n", signature.status == FileSignature::Status::kTrusted
                               ? "trusted here"
                               : ("not trusted here: " + signature.reason).c_str());
     printf("Trusted publisher on this machine: %s\n",

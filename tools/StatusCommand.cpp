@@ -7,6 +7,7 @@
 
 #include "settings/Policy.h"
 #include "settings/Settings.h"
+#include "settings/TrustedPublishers.h"
 #include "system/CurrentProcess.h"
 #include "system/Localize.h"
 #include "updater/ProcessScope.h"
@@ -32,7 +33,8 @@ bool parseDays(const std::string& text, unsigned long& days) {
 }
 
 // The settings that fleet policy can set, as a run would read them now, each with where its value
-// comes from, then the policy values that are ignored. Reads only.
+// comes from, then the policy values that are ignored, then the trusted publishers in force.
+// Reads only.
 void printEffectiveSettings() {
   printf("\nEffective settings (source: policy, store or default):\n");
   for (const Settings::EffectiveValue& setting : Settings().getEffectiveValues())
@@ -42,6 +44,15 @@ void printEffectiveSettings() {
   printf("Policy problems:%s\n", problems.empty() ? " none" : "");
   for (const std::string& problem : problems)
     printf("%s\n", problem.c_str());
+  // The list a run uses is the union of three, which the line of one setting above cannot show.
+  const TrustedPublishers publishers;
+  std::string list;
+  for (const std::string& hash : publishers.hashes())
+    list += (list.empty() ? "" : ";") + hash;
+  printf("Trusted publishers in force (built in, policy, a locked store): %s\n",
+         list.empty() ? "none: packages are not verified" : list.c_str());
+  for (const std::string& problem : publishers.problems())
+    printf("TrustedPublishers: %s\n", problem.c_str());
 }
 
 int status(unsigned long maxAgeDays) {

@@ -7,7 +7,9 @@
 //   cvupsettings /status [/maxage DAYS]
 //       prints the status of the program's last run (updater/RunStatus) as "Name: value" lines,
 //       then the settings that fleet policy can set as "Name (source): value" lines (source:
-//       policy, store or default) and the policy values that are ignored, one a line;
+//       policy, store or default) and the policy values that are ignored, one a line, then the
+//       trusted publishers in force (TrustedPublishers: the union of the built-in list, the
+//       policy's and a locked store's) and what of the store's list is ignored;
 //       exits 0 when LastSuccess is at most DAYS days old (default 7), 1 when it is older or there
 //       is none, 2 on wrong arguments: a detection or compliance rule is this one command.
 //   cvupsettings /register-events

@@ -97,7 +97,7 @@ void TrustedPublishers::readStore() {
   if (!readMultiString(section.get(), SettingsKeys::kTrustedPublishers, entries) || entries.empty())
     return;
   // The section's key holds the value; the store's key is what a deployer locks.
-  for (const HKEY key : {store.get(), section.get()}) {
+  for (HKEY key : {store.get(), section.get()}) {
     const std::string other = whoElseCanChange(key);
     if (!other.empty()) {
       problems_.push_back("the store's TrustedPublishers is ignored: its key can be changed by " +

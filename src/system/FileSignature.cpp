@@ -140,10 +140,10 @@ std::wstring wide(const std::string& text) {
 
 }  // namespace
 
-std::string FileSignature::signerText() const {
-  if (subject.empty() && keyHash.empty())
+std::string signerText(const FileSignature& signature) {
+  if (signature.subject.empty() && signature.keyHash.empty())
     return "no signer";
-  return "'" + subject + "', key " + keyHash;
+  return "'" + signature.subject + "', key " + signature.keyHash;
 }
 
 FileSignature verifyFileSignature(HANDLE file, const std::string& path) {

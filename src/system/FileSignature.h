@@ -35,11 +35,10 @@ struct FileSignature {
   std::string subject;
   std::string issuer;
   std::string keyHash;
-
-  bool isTrusted() const { return status == Status::kTrusted; }
-  // The signer for a log line: "'<subject>', key <keyHash>", or "no signer".
-  std::string signerText() const;
 };
+
+// The signer of `signature` for a log line: "'<subject>', key <keyHash>", or "no signer".
+std::string signerText(const FileSignature& signature);
 
 // Verifies the signature of the file open as `file` (read access); `path` names it for the
 // system (WinVerifyTrust wants a name beside the handle, and reads the handle). The caller keeps

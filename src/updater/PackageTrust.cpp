@@ -115,7 +115,7 @@ std::string PackageTrust::copyAndVerify(const char* kind,
     return "the folder for verified packages is unknown";
   const std::string folder = root + "\\" + kind;
   for (const std::string& path : {root, folder}) {
-    const std::string why = holdFolder(path);
+    std::string why = holdFolder(path);
     if (!why.empty())
       return why;
   }
@@ -128,7 +128,7 @@ std::string PackageTrust::copyAndVerify(const char* kind,
     return "its copy cannot be recorded";
   copy = folder + "\\" + name;
   DeleteFileA(copy.c_str());  // A copy that a killed run left, which the recovery could not take.
-  const std::string why = copyFile(download, copy);
+  std::string why = copyFile(download, copy);
   if (!why.empty())
     return why;
   held.reset(CreateFileA(copy.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
@@ -139,11 +139,11 @@ std::string PackageTrust::copyAndVerify(const char* kind,
                                            : "its copy cannot be opened: " + error(code);
   }
   const FileSignature signature = verifyFileSignature(held.get(), copy);
-  if (!signature.isTrusted())
-    return signature.reason + "; signer " + signature.signerText();
+  if (signature.status != FileSignature::Status::kTrusted)
+    return signature.reason + "; signer " + signerText(signature);
   if (!publishers_.contains(signature.keyHash))
-    return "its signer is not a trusted publisher; signer " + signature.signerText();
-  signer = signature.signerText();
+    return "its signer is not a trusted publisher; signer " + signerText(signature);
+  signer = signerText(signature);
   return std::string();
 }
 
@@ -153,7 +153,7 @@ std::string PackageTrust::admit(bool software, std::string& path) {
   const std::string download = path;
   std::string copy, signer;
   ScopedHandle held;
-  const std::string why = copyAndVerify(kind, download, copy, held, signer);
+  std::string why = copyAndVerify(kind, download, copy, held, signer);
   if (why.empty()) {
     trace.detail([&] {
       return std::string("The ") + kind + " package '" + download + "' is signed by " + signer +

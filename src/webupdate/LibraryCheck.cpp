@@ -68,11 +68,11 @@ void LibraryCheck::checkSignature(const std::string& path, const TrustedPublishe
   const FileSignature signature = verifyFileSignature(file_.get(), path);
   if (signature.status == FileSignature::Status::kUnsigned) {
     signer_ = "not signed";  // No embedded signature: its folder is what vouches for it.
-  } else if (!signature.isTrusted()) {
-    refusal_ = signature.reason + "; signer " + signature.signerText();
+  } else if (signature.status != FileSignature::Status::kTrusted) {
+    refusal_ = signature.reason + "; signer " + signerText(signature);
   } else if (!publishers.contains(signature.keyHash)) {
-    refusal_ = "its signer is not a trusted publisher; signer " + signature.signerText();
+    refusal_ = "its signer is not a trusted publisher; signer " + signerText(signature);
   } else {
-    signer_ = signature.signerText();
+    signer_ = signerText(signature);
   }
 }

@@ -113,6 +113,7 @@ TEST(PropertyCheck, TakesOnlyPublisherHashesOverALockedStore) {
       {a, L""},
       {a + L"; " + b + L";", L""},
       {a + L";" + a.substr(1), L"TRUSTEDPUBLISHERS=" + a + L";" + a.substr(1) + L" is refused:"},
+      {a + L"a", L"TRUSTEDPUBLISHERS=" + a + L"a is refused:"},
       {std::wstring(63, L'a') + L"g",
        L"TRUSTEDPUBLISHERS=" + std::wstring(63, L'a') + L"g is refused:"},
       {L" ; ", L"TRUSTEDPUBLISHERS= ;  is refused:"}};

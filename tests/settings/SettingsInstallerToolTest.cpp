@@ -317,7 +317,9 @@ TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
           "QuietWaitMode (policy): 0\n"
           "Policy problems:\n"
           "Policy PrinterPollInterval = 'fast' (REG_SZ, 5 bytes) is ignored: it must be a "
-          "REG_DWORD; the store's value is used\n",
+          "REG_DWORD; the store's value is used\n"
+          "Trusted publishers in force (built in, policy, a locked store): none: packages are not "
+          "verified\n",
       output);
   EXPECT_EQ("none", testsupport::registryValue(store + "Settings\\Updater", "ReportRunEvents"));
   EXPECT_EQ("http://store/",
