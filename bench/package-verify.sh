@@ -4,15 +4,16 @@
 # of about 100 MB, then rounds alternate between `sha256sum` of it and cvpkgbench.exe (the copy into the
 # verified folder and the verification, timed inside the Wine process), and their medians are
 # compared (target: at most 2). The publisher's root is made trusted through
-# scripts/with-trusted-root.sh, which needs root and `unshare -m`; elsewhere the benchmark is
-# skipped, and says so (a refused package is deleted, so rounds cannot repeat).
+# scripts/with-trusted-root.sh, which needs root, `unshare -m` and `mount`; elsewhere the
+# benchmark is skipped, and says so (a refused package is deleted, so rounds cannot repeat).
 #   package-verify.sh BUILD_DIR     (WINEPREFIX: the bench's prefix)
 set -euo pipefail
 build=$1
 here=$(cd "$(dirname "$0")" && pwd)
 rounds=5
-if [ "$(id -u)" -ne 0 ] || ! unshare -m true 2>/dev/null; then
-  echo "package check: skipped: its throwaway root can be trusted by Wine only as root with unshare -m"
+if "$here/../scripts/with-trusted-root.sh" /dev/null true 2>&1 | grep -q "not made a trusted root"; then
+  echo "package check: skipped: its throwaway root can be trusted by Wine only as root with"\
+       "unshare -m and mount"
   exit 0
 fi
 work=$(mktemp -d "$build/package-bench.XXXXXX")

@@ -47,6 +47,10 @@ RUN_TIME_LIMIT = 120
 STAND_INS = ("winspool.drv", "spooler-scenario.ini")
 
 
+def here():
+    return os.path.dirname(os.path.abspath(__file__))
+
+
 class StepFailed(Exception):
     pass
 
@@ -134,9 +138,11 @@ class Demo:
         self.facts = {}
         self.publisher = Publisher(os.path.join(args.build_dir, "demo", "publisher"))
         # Wine trusts the host's roots alone: the publisher's root is made one for the demo's Wine
-        # programs in a private mount namespace, which needs root and `unshare -m`.
-        self.trusted = os.geteuid() == 0 and subprocess.run(
-            ["unshare", "-m", "true"], stderr=subprocess.DEVNULL).returncode == 0
+        # programs in a private mount namespace, which needs root, `unshare -m` and `mount`.
+        probe = subprocess.run([os.path.join(os.path.dirname(here()), "scripts",
+                                             "with-trusted-root.sh"), self.publisher.root, "true"],
+                               capture_output=True, text=True)
+        self.trusted = probe.returncode == 0 and "not made a trusted root" not in probe.stderr
         if self.trusted:
             self.prefix.trust_root(self.publisher.root)
 
@@ -431,8 +437,8 @@ class Demo:
                   "and the install lists its key: TRUSTEDPUBLISHERS")
         else:
             print("  NOT verified: its root can be made trusted for Wine only as root with "
-                  "`unshare -m`; the install lists no publisher, and the packages are applied "
-                  "unchecked")
+                  "`unshare -m` and `mount`; the install lists no publisher, and the packages are "
+                  "applied unchecked")
         try:
             for number, (title, step) in enumerate(steps, 1):
                 print("\n[%d/%d] %s" % (number, len(steps), title))

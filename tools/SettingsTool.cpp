@@ -34,6 +34,7 @@
 #include "system/Localize.h"
 #include "system/UniqueHandle.h"
 #include "updater/DownloadRecord.h"
+#include "updater/PackageTrust.h"
 #include "updater/ProcessScope.h"
 #include "updater/RunEventLog.h"
 
@@ -208,6 +209,11 @@ int remove(bool& deleteStore) {
   PrinterSpoolerWrapper spooler;
   PauseRecord::recoverAbandonedPause(spooler);
   DownloadRecord::recoverAbandonedDownloads();
+  // The folders of the verified packages' copies, once the copies are gone (a folder that still
+  // holds something stays).
+  const std::string verified = PackageTrust::folderPath();
+  for (const std::string& folder : {verified + "\\software", verified + "\\catalog", verified})
+    RemoveDirectoryA(folder.c_str());
   // The event source that /register-events made (the MSI deletes its own as well).
   RunEventLog::unregisterSource();
   deleteStore = true;
