@@ -288,3 +288,28 @@ TEST_F(PackageTrustTest, ALibrarySignedByAnUnlistedKeyIsNotLoaded) {
             verdict.detail);
   EXPECT_TRUE(library_.calls().empty());
 }
+
+// The list in a locked store is in force for a run; in a store that users can change it is not,
+// and every run says so: no package is then copied or checked.
+TEST_F(PackageTrustTest, ARunTakesTheListOfALockedStoreAndNotOfAnOpenOne) {
+  SKIP_WITHOUT_TEST_ROOT();
+  const std::string list = testsupport::publisherHash("unlisted");
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + kUpdater).c_str(),
+                  "TrustedPublishers", REG_MULTI_SZ, (list + '\0').c_str(),
+                  static_cast<DWORD>(list.size() + 2));
+  const std::string root = testsupport::storeRoot();
+  for (const bool locked : {true, false}) {
+    for (const std::string& key : {root.substr(0, root.size() - 1), root + kUpdater}) {
+      ASSERT_TRUE(testsupport::setKeySecurity(
+          key, locked ? "O:BAD:P(A;CI;KA;;;BA)(A;CI;KA;;;SY)" : "D:(A;CI;GA;;;WD)"));
+    }
+    offer("", "listed");
+    testsupport::LogCapture log(0);
+    const RunVerdict verdict = run();
+    EXPECT_EQ(locked ? RunOutcome::kPackageUntrusted : RunOutcome::kUpdated, verdict.outcome);
+    EXPECT_EQ(locked ? Lines{} : Lines{download("ad")}, applied());
+    EXPECT_EQ(!locked, log.contains("PackageTrust: the store's TrustedPublishers is ignored: its "
+                                    "key can be changed by S-1-1-0"));
+    library_.clearJournal();
+  }
+}
