@@ -48,9 +48,12 @@ int64_t yearOf(int64_t seconds) {
   return year;
 }
 
+int64_t secondsOfDay(const SYSTEMTIME& time) {
+  return int64_t{time.wHour} * 3600 + int64_t{time.wMinute} * 60 + time.wSecond;
+}
+
 int64_t toSeconds(const SYSTEMTIME& time) {
-  return daysFromCivil(time.wYear, time.wMonth, time.wDay) * kDay + time.wHour * 3600 +
-         time.wMinute * 60 + time.wSecond;
+  return daysFromCivil(time.wYear, time.wMonth, time.wDay) * kDay + secondsOfDay(time);
 }
 
 SYSTEMTIME toSystemTime(int64_t seconds) {
@@ -89,8 +92,7 @@ bool ruleTime(const SYSTEMTIME& rule, int64_t year, int64_t* local) {
       day -= 7;  // Week 5 is the last such day of the month.
   }
   // Rules such as 23:59:59.999 mean the next midnight.
-  *local = day * kDay + rule.wHour * 3600 + rule.wMinute * 60 + rule.wSecond +
-           (rule.wMilliseconds > 0 ? 1 : 0);
+  *local = day * kDay + secondsOfDay(rule) + (rule.wMilliseconds > 0 ? 1 : 0);
   return true;
 }
 
