@@ -37,10 +37,16 @@ int status(unsigned long maxAgeDays) {
     if (value.first == "LastSuccess")
       lastSuccess = value.second;
   }
-  if (values.empty())
+  if (values.empty()) {
     fprintf(stderr, "No run status in HKLM\\%sStatus: the program has not ended a run\n",
             Localize::getInstance()->getRegistryPath(Localize::kLocalPath).c_str());
-  return RunStatus::isWithinDays(lastSuccess, maxAgeDays) ? 0 : 1;
+    return 1;
+  }
+  std::string why;
+  if (RunStatus::isWithinDays(lastSuccess, maxAgeDays, &why))
+    return 0;
+  fprintf(stderr, "Not up to date: LastSuccess: %s\n", why.c_str());
+  return 1;
 }
 
 int registerEvents() {

@@ -149,9 +149,13 @@ void BasicLogger::write(const LoggerComponent& component, uint32_t level, const 
   std::string lines;
   const uint32_t dropped = droppedLines_.exchange(0);
   if (dropped != 0) {
-    const std::string note = "BasicLogger: " + std::to_string(dropped) +
-                             " line(s) dropped: another process held the log for more than " +
-                             std::to_string(kLineWaitMs / 1000) + " s";
+    // The first line dropped waited kLineWaitMs, each one after it kBusyLineWaitMs.
+    std::string note = "BasicLogger: " + std::to_string(dropped) +
+                       " line(s) dropped: another process held the log past the wait (" +
+                       std::to_string(kLineWaitMs) + " ms";
+    if (dropped > 1)
+      note += " for the first, " + std::to_string(kBusyLineWaitMs) + " ms for each one after it";
+    note += ")";
     lines = composeLine(header, component, LOG_ALWAYS, note.c_str());
   }
   appendToFile(lines + composeLine(header, component, level, text));

@@ -11,7 +11,10 @@ const char kOwner[] = "PauseRecord";
 PauseRecord::PauseRecord() : record_(kRecordValue, kOwner) {}
 
 bool PauseRecord::hold(const std::list<std::string>& names) {
-  return record_.hold() && record_.write(names);
+  if (!record_.hold())
+    return false;
+  record_.write(names);
+  return true;
 }
 
 void PauseRecord::release() {

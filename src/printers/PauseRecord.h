@@ -26,11 +26,12 @@ class PauseRecord {
  public:
   PauseRecord();
 
-  // Takes the mutex and records `names`; false (logged) when either failed. Waits at most a
-  // moment for the mutex. A run whose record cannot be made or written still pauses, unrecorded;
-  // one whose mutex another process holds past the wait (heldElsewhere()) pauses nothing.
+  // Takes the mutex and records `names`. False (logged) when the mutex cannot be had, held by
+  // another process past a moment's wait or not makeable at all: the run then pauses nothing, and
+  // failure() says why. A record that cannot be written (its key untrusted) is logged and the run
+  // pauses all the same, unrecorded.
   bool hold(const std::list<std::string>& names);
-  bool heldElsewhere() const { return record_.heldElsewhere(); }
+  const std::string& failure() const { return record_.failure(); }
   // Deletes the record and releases the mutex; does nothing when hold() did not take it.
   void release();
 

@@ -166,8 +166,8 @@ bool PrinterSpoolerWrapper::pausePrinters(std::list<HANDLE>& handles,
   trace.detail(
       [&] { return LogText("Total number of printers to pause = ") + decimal(handles.size()); });
   // Recorded before the first pause, so that a run that dies from here on leaves a note for the
-  // next run to resume them. Never paused unrecorded because another process holds the record.
-  if (!pauseRecord_.hold(names) && pauseRecord_.heldElsewhere()) {
+  // next run to resume them. Never paused while the record's lock cannot be had.
+  if (!pauseRecord_.hold(names)) {
     ClosePrinters(handles);
     return trace.returning(false);
   }
@@ -236,7 +236,6 @@ bool PrinterSpoolerWrapper::drainPrinters(std::list<HANDLE>& handles,
     waiting.push_back({printer, *name++});
   std::list<std::string> recorded;  // The printers paused, or about to be.
   std::list<HANDLE> paused;
-  bool recording = true;
   // Every way out before all are paused: the printers paused so far are resumed (which releases
   // the record), and every printer opened here is closed.
   const auto abandon = [&] {
@@ -258,13 +257,9 @@ bool PrinterSpoolerWrapper::drainPrinters(std::list<HANDLE>& handles,
     }
     if (!quiet.empty()) {
       recorded.insert(recorded.end(), quietNames.begin(), quietNames.end());
-      // Recorded before they are paused; never paused unrecorded because another process holds
-      // the record.
-      if (recording && !pauseRecord_.hold(recorded)) {
-        if (pauseRecord_.heldElsewhere())
-          return abandon();
-        recording = false;
-      }
+      // Recorded before they are paused; never paused while the record's lock cannot be had.
+      if (!pauseRecord_.hold(recorded))
+        return abandon();
       for (HANDLE printer : quiet) {
         if (!controlPrinter(printer, PRINTER_CONTROL_PAUSE, "PAUSE", trace)) {
           trace.detail("Failed to pause a quiet printer, so resuming the printers paused so far");

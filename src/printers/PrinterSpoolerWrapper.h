@@ -45,10 +45,11 @@ class PrinterSpoolerWrapper {
   // Closes every handle; false when any close failed.
   bool ClosePrinters(const std::list<HANDLE>& handles);
   // Opens the printers of interest, waits until a poll round finds none busy (restarting the round
-  // at the first busy one), and pauses them all; pauses none (closing them again) when another
-  // process holds the pause record (PauseRecord). With a `limit` that is reached first it pauses
-  // nothing, closes the printers, leaves `handles` empty and names in `stillBusy` (when given) the
-  // printer that held the last round; `stillBusy` stays empty on every other way out.
+  // at the first busy one), and pauses them all; pauses none (closing them again) when the pause
+  // record's lock cannot be had (PauseRecord), which pauseRecordFailure() then names. With a
+  // `limit` that is reached first it pauses nothing, closes the printers, leaves `handles` empty
+  // and names in `stillBusy` (when given) the printer that held the last round; `stillBusy` stays
+  // empty on every other way out.
   bool pausePrinters(std::list<HANDLE>& handles,
                      const QuietWaitLimit& limit = QuietWaitLimit(),
                      std::list<std::string>* stillBusy = nullptr);
@@ -59,14 +60,16 @@ class PrinterSpoolerWrapper {
   // the caller hands them to resumePrinters() as after pausePrinters().
   //
   // False, with `handles` unchanged and every printer it opened closed, when there is no printer
-  // of interest, one cannot be opened, another process holds the pause record, a pause fails, or
-  // `limit` is reached first; in the last two cases the printers it paused are resumed and the
-  // record released first. On reaching the limit `stillBusy` (when given) receives the names of
-  // the printers that were never quiet, in DeviceEnumerator's order; it stays empty otherwise.
-  // A printer whose state cannot be read for want of memory counts as quiet.
+  // of interest, one cannot be opened, the pause record's lock cannot be had (before the first
+  // pause: pauseRecordFailure() names why), a pause fails, or `limit` is reached first; in the
+  // last two cases the printers it paused are resumed and the record released first. On reaching
+  // the limit `stillBusy` (when given) receives the names of the printers that were never quiet,
+  // in DeviceEnumerator's order; it stays empty otherwise. A printer whose state cannot be read
+  // for want of memory counts as quiet.
   bool drainPrinters(std::list<HANDLE>& handles,
                      const QuietWaitLimit& limit = QuietWaitLimit(),
                      std::list<std::string>* stillBusy = nullptr);
+  const std::string& pauseRecordFailure() const { return pauseRecord_.failure(); }
   // Resumes every printer of the list; goes on after a failure and then reports false. Ends the
   // pause record of pausePrinters().
   bool resumePrinters(std::list<HANDLE> handles);

@@ -22,8 +22,6 @@ namespace {
 // How long hold() waits for another holder (a run that is recovering the note), unless set.
 const DWORD kHoldWaitMs = 10000;
 DWORD g_holdWaitMs = kHoldWaitMs;
-// How long takeOver() asks: a live owner holds the mutex for as long as its note may change.
-const DWORD kProbeWaitMs = 1;
 
 // The records' own key: owned by the administrators; SYSTEM and administrators may do anything,
 // users may read.
@@ -121,32 +119,34 @@ std::string RunRecord::mutexName() const {
   return machineMutexName(name_);
 }
 
-bool RunRecord::acquire(unsigned long waitMs, bool logged) {
-  heldElsewhere_ = false;
+bool RunRecord::acquire(unsigned long waitMs, std::string& error) {
   try {
     mutex_ = createMachineMutex(name_);
-    held_ = mutex_->acquire(waitMs);
-    heldElsewhere_ = !held_;
+    held_ = waitMs == 0 ? mutex_->tryAcquire() : mutex_->acquire(waitMs);
   } catch (const Exception& e) {
-    if (logged)
-      logFailure(e.toString());
+    error = e.toString();
   }
   return held_;
 }
 
 bool RunRecord::hold() {
-  if (held_ || acquire(g_holdWaitMs, true))
+  failure_.clear();
+  std::string error;
+  if (held_ || acquire(g_holdWaitMs, error))
     return true;
-  if (heldElsewhere_)
-    logFailure("the mutex '" + mutexName() +
-               "' is held by another process; this run abandons its installation");
-  else
-    logFailure("not recorded: the mutex '" + mutexName() + "' could not be taken");
+  const std::string why =
+      "the mutex '" + mutexName() +
+      (error.empty() ? "' is held by another process" : "' could not be made: " + error);
+  failure_ = owner_ + ": " + why;
+  logFailure(why + "; this run abandons its installation");
   return false;
 }
 
 bool RunRecord::takeOver() {
-  return held_ || acquire(kProbeWaitMs, false);
+  // A live owner holds the mutex for as long as its note may change; one that cannot be made
+  // leaves the owner unknown, and the note alone.
+  std::string error;
+  return held_ || acquire(0, error);
 }
 
 bool RunRecord::write(const std::list<std::string>& items) {

@@ -17,10 +17,9 @@
 // that fails the check (made by a user beforehand, or loosened since) takes no write, and its note
 // is read as untrusted. Earlier releases kept the note under "Settings\Updater", which users may
 // write: a note found there is read as untrusted too, and release() deletes it with the other.
-// Its owner holds the machine-wide named mutex "Global\" + local id + `name` (createMachineMutex():
-// the plain name where the system has no Global\ namespace, a DACL that lets SYSTEM,
-// administrators and users open it), from before the first write until it deletes the note. A
-// later run that finds the mutex free or abandoned knows the owner is gone.
+// Its owner holds the machine-wide named mutex "Global\" + local id + `name` (createMachineMutex(),
+// a DACL that lets SYSTEM, administrators and users open it), from before the first write until it
+// deletes the note. A later run that finds the mutex free or abandoned knows the owner is gone.
 //
 // Failures are logged at the always-written level, led by `owner` (the class that keeps the note),
 // and reported as false; nothing throws. Not thread-safe: one object per run and note.
@@ -34,13 +33,14 @@ class RunRecord {
   RunRecord& operator=(const RunRecord&) = delete;
 
   // Takes the mutex, waiting a moment (10 s) for a run that is recovering the note; false
-  // (logged) when it cannot be had. heldElsewhere() then tells the two failures apart: another
-  // process still holds the mutex after the wait (the caller must not go on unrecorded: it
-  // abandons its installation, as the line logged says), or the mutex could not be made at all
-  // (the caller may go on unrecorded).
+  // (logged) when it cannot be had: another process still holds it after the wait, or it cannot
+  // be made at all (made first by someone else). Either way the caller must not go on
+  // unrecorded: it abandons its installation, as the line logged says, and failure() says why.
   bool hold();
   bool isHeld() const { return held_; }
-  bool heldElsewhere() const { return heldElsewhere_; }
+  // Why hold() failed, one line led by the owner ("PauseRecord: the mutex '...' is held by
+  // another process"); empty otherwise.
+  const std::string& failure() const { return failure_; }
   // Replaces the note with `items`, which must not be empty; needs hold(). False (logged) when it
   // could not be written, or its key is not trusted.
   bool write(const std::list<std::string>& items);
@@ -63,7 +63,9 @@ class RunRecord {
   static void setHoldWait(unsigned long waitMs);
 
  private:
-  bool acquire(unsigned long waitMs, bool logged);
+  // Makes the mutex and takes it, waiting `waitMs` (0: asking without waiting); false when it is
+  // held elsewhere, or cannot be made (`error` then says why).
+  bool acquire(unsigned long waitMs, std::string& error);
   // Deletes the note's value in the key `path`, and with `dropUntrustedKey` the key too when it
   // is then empty and not trusted.
   void deleteValue(const std::string& path, bool dropUntrustedKey) const;
@@ -73,5 +75,5 @@ class RunRecord {
   std::string owner_;
   std::unique_ptr<Mutex> mutex_;
   bool held_ = false;
-  bool heldElsewhere_ = false;
+  std::string failure_;
 };

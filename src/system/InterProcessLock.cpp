@@ -11,6 +11,8 @@ InterProcessLock::InterProcessLock(Mutex& mutex, DWORD timeoutMs) : mutex_(&mute
 }
 
 InterProcessLock::~InterProcessLock() {
+  if (!held_)
+    return;  // A wait that ran out took nothing to give back.
   try {
     mutex_->release();
   } catch (const Exception&) {

@@ -4,7 +4,7 @@
 
 // Holds a named Mutex for the length of a scope. Throws Win32Exception("InterProcessLock has no
 // name") before waiting when the mutex has no name. The destructor gives up every hold of the
-// calling thread (Mutex::release()), which does nothing when the wait ran out.
+// calling thread (Mutex::release()) when the wait took the mutex, and nothing when it ran out.
 class InterProcessLock {
  public:
   // Waits without time-out.

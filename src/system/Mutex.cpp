@@ -66,8 +66,14 @@ HANDLE Mutex::createMutex(SECURITY_ATTRIBUTES* securityAttributes,
 }
 
 bool Mutex::acquire(DWORD timeoutMs) {
-  if (timeoutMs == 0)
-    return false;
+  return timeoutMs != 0 && wait(timeoutMs);
+}
+
+bool Mutex::tryAcquire() {
+  return wait(0);
+}
+
+bool Mutex::wait(DWORD timeoutMs) {
   switch (WaitForSingleObject(handle_.get(), timeoutMs)) {
     case WAIT_OBJECT_0:
     case WAIT_ABANDONED:

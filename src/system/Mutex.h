@@ -34,6 +34,8 @@ class Mutex {
   // True when the calling thread now holds the mutex. A mutex abandoned by a dead owner counts as
   // acquired. A time-out of 0 returns false without touching the mutex.
   bool acquire(DWORD timeoutMs);
+  // The same, asking the system without waiting: true when the mutex was free or abandoned.
+  bool tryAcquire();
 
   // Gives up every hold of the calling thread at once; does nothing for a thread that does not
   // hold the mutex.
@@ -42,6 +44,8 @@ class Mutex {
   std::string getName() const;
 
  private:
+  bool wait(DWORD timeoutMs);
+
   ScopedHandle handle_;
   std::string name_;
   uint32_t holdCount_ = 0;

@@ -221,9 +221,10 @@ bool DownloadRecord::add(const std::string& path) {
   const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
   entries_.push_back(entryText(Entry{identityOf(folder.get()), 0, path}));
-  if (record_.hold())
-    record_.write(entries_);
-  return !record_.heldElsewhere();
+  if (!record_.hold())
+    return false;
+  record_.write(entries_);
+  return true;
 }
 
 void DownloadRecord::remove(const std::string& path) {

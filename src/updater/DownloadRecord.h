@@ -32,11 +32,13 @@ class DownloadRecord {
  public:
   DownloadRecord();
 
-  // Notes `path`, a package the library has just downloaded. False when another process holds
-  // the note's mutex past the wait (logged): the run must not go on with an unrecorded download,
-  // and deletes it. A note that cannot be made or written is logged and the run goes on; a path
-  // that is not fit to be noted (see above) is not noted, with a detail line.
+  // Notes `path`, a package the library has just downloaded. False when the note's mutex cannot
+  // be had (held by another process past the wait, or not makeable; logged, and failure() says
+  // why): the run must not go on with an unrecorded download, and deletes it. A note that cannot
+  // be written is logged and the run goes on; a path that is not fit to be noted (see above) is
+  // not noted, with a detail line.
   bool add(const std::string& path);
+  const std::string& failure() const { return record_.failure(); }
   // Takes `path` out of the note: the run has deleted the file or handed it over.
   void remove(const std::string& path);
   // Deletes `path`, a download this run is done with, and takes it out of the note, also when it

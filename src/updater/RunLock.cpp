@@ -1,15 +1,12 @@
 #include "updater/RunLock.h"
 
-#include "logging/BasicLogger.h"
 #include "system/Exception.h"
 #include "system/MachineMutex.h"
 
 namespace {
 
 const char kName[] = "UpdateRun";
-// A plain run asks without waiting (a time-out of 0 would not ask at all); a relaunched child waits
-// for a run that holds the lock only for its check and its own relaunch.
-const DWORD kProbeWaitMs = 1;
+// A relaunched child waits for the parent that started it to let the lock go.
 const DWORD kHandOverWaitMs = 3000;
 
 }  // namespace
@@ -20,16 +17,19 @@ RunLock::~RunLock() {
   handOver();
 }
 
-bool RunLock::take(bool relaunched) {
+RunLock::Taken RunLock::take(bool relaunched) {
+  failure_.clear();
   try {
     mutex_ = createMachineMutex(kName);
-    held_ = mutex_->acquire(relaunched ? kHandOverWaitMs : kProbeWaitMs);
-    return held_;
+    held_ = relaunched ? mutex_->acquire(kHandOverWaitMs) : mutex_->tryAcquire();
   } catch (const Exception& e) {
-    BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,
-                                     "RunLock: " + e.toString() + "; the run goes on without it");
-    return true;
+    failure_ = "run lock: '" + mutexName() + "' could not be made: " + e.toString();
+    return Taken::kUnavailable;
   }
+  if (held_)
+    return Taken::kTaken;
+  failure_ = "run lock: '" + mutexName() + "' is held by another run";
+  return Taken::kHeldByAnotherRun;
 }
 
 void RunLock::handOver() {

@@ -4,30 +4,40 @@
 
 namespace {
 
-struct OutcomeInfo {
-  const char* word;
-  RunOutcome outcome;
-  WORD eventId;  // The message ids of RunEvents.mc.
-  WORD eventType;
-};
+const WORD kInformation = EVENTLOG_INFORMATION_TYPE;
+const WORD kWarning = EVENTLOG_WARNING_TYPE;
+const WORD kError = EVENTLOG_ERROR_TYPE;
+const FailureCount kReset = FailureCount::kReset;
+const FailureCount kKeep = FailureCount::kKeep;
+const FailureCount kCount = FailureCount::kCount;
 
+// The vocabulary. A new word takes a new id; an id once shipped never changes its word.
 const OutcomeInfo kOutcomes[] = {
-    {"UpToDate", RunOutcome::kUpToDate, 1000, EVENTLOG_INFORMATION_TYPE},
-    {"Updated", RunOutcome::kUpdated, 1001, EVENTLOG_INFORMATION_TYPE},
-    {"Offline", RunOutcome::kOffline, 2000, EVENTLOG_WARNING_TYPE},
-    {"Elevating", RunOutcome::kElevating, 2001, EVENTLOG_WARNING_TYPE},
-    {"AnotherRunInProgress", RunOutcome::kAnotherRunInProgress, 2002, EVENTLOG_WARNING_TYPE},
-    {"CheckFailed", RunOutcome::kCheckFailed, 3000, EVENTLOG_ERROR_TYPE},
-    {"LibraryMissing", RunOutcome::kLibraryMissing, 3001, EVENTLOG_ERROR_TYPE},
-    {"NotPermitted", RunOutcome::kNotPermitted, 3002, EVENTLOG_ERROR_TYPE},
-    {"ElevationFailed", RunOutcome::kElevationFailed, 3003, EVENTLOG_ERROR_TYPE},
-    {"DownloadFailed", RunOutcome::kDownloadFailed, 3004, EVENTLOG_ERROR_TYPE},
-    {"PauseFailed", RunOutcome::kPauseFailed, 3005, EVENTLOG_ERROR_TYPE},
-    {"ApplyFailed", RunOutcome::kApplyFailed, 3006, EVENTLOG_ERROR_TYPE},
-    {"ResumeFailed", RunOutcome::kResumeFailed, 3007, EVENTLOG_ERROR_TYPE},
+    {RunOutcome::kUpToDate, "UpToDate", 1000, kInformation, true, kReset},
+    {RunOutcome::kUpdated, "Updated", 1001, kInformation, true, kReset},
+    {RunOutcome::kUpdateAvailable, "UpdateAvailable", 1002, kInformation, false, kReset},
+    {RunOutcome::kOffline, "Offline", 2000, kWarning, false, kKeep},
+    {RunOutcome::kElevating, "Elevating", 2001, kWarning, false, kKeep},
+    {RunOutcome::kAnotherRunInProgress, "AnotherRunInProgress", 2002, kWarning, false, kKeep},
+    {RunOutcome::kUpdatedWithWarnings, "UpdatedWithWarnings", 2003, kWarning, false, kKeep},
+    {RunOutcome::kDisabledByPolicy, "DisabledByPolicy", 2004, kWarning, false, kKeep},
+    {RunOutcome::kDeferred, "Deferred", 2005, kWarning, false, kKeep},
+    {RunOutcome::kCheckFailed, "CheckFailed", 3000, kError, false, kCount},
+    {RunOutcome::kLibraryMissing, "LibraryMissing", 3001, kError, false, kCount},
+    {RunOutcome::kNotPermitted, "NotPermitted", 3002, kError, false, kCount},
+    {RunOutcome::kElevationFailed, "ElevationFailed", 3003, kError, false, kCount},
+    {RunOutcome::kDownloadFailed, "DownloadFailed", 3004, kError, false, kCount},
+    {RunOutcome::kPauseFailed, "PauseFailed", 3005, kError, false, kCount},
+    {RunOutcome::kApplyFailed, "ApplyFailed", 3006, kError, false, kCount},
+    {RunOutcome::kResumeFailed, "ResumeFailed", 3007, kError, false, kCount},
+    {RunOutcome::kLibraryIncompatible, "LibraryIncompatible", 3008, kError, false, kCount},
+    {RunOutcome::kLockUnavailable, "LockUnavailable", 3009, kError, false, kCount},
+    {RunOutcome::kPackageUntrusted, "PackageUntrusted", 3010, kError, false, kCount},
 };
 
-const OutcomeInfo& info(RunOutcome outcome) {
+}  // namespace
+
+const OutcomeInfo& outcomeInfo(RunOutcome outcome) {
   for (const OutcomeInfo& entry : kOutcomes) {
     if (entry.outcome == outcome)
       return entry;
@@ -35,16 +45,26 @@ const OutcomeInfo& info(RunOutcome outcome) {
   return kOutcomes[std::size(kOutcomes) - 1];  // Unreachable: every outcome has its row.
 }
 
-}  // namespace
-
 const char* outcomeWord(RunOutcome outcome) {
-  return info(outcome).word;
+  return outcomeInfo(outcome).word;
 }
 
 WORD outcomeEventId(RunOutcome outcome) {
-  return info(outcome).eventId;
+  return outcomeInfo(outcome).eventId;
 }
 
 WORD outcomeEventType(RunOutcome outcome) {
-  return info(outcome).eventType;
+  return outcomeInfo(outcome).eventType;
+}
+
+uint32_t failuresAfter(RunOutcome outcome, uint32_t before) {
+  switch (outcomeInfo(outcome).failures) {
+    case FailureCount::kReset:
+      return 0;
+    case FailureCount::kCount:
+      return before + 1;
+    case FailureCount::kKeep:
+      break;
+  }
+  return before;
 }

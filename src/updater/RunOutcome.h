@@ -2,17 +2,23 @@
 
 #include <windows.h>
 
+#include <cstdint>
 #include <string>
 
 // How an update run ended: one word each, of a fixed vocabulary that administrators' tools read
-// (the "LastResult" status value and the event log), so words and event ids never change once
-// shipped. Warnings are neither a success nor a failure.
+// (the "LastResult" status value, the event log and cvupsettings /status), so words and event ids
+// never change once shipped. Information words are successes or neutral reports, warnings are
+// neither a success nor a failure, errors count as failures.
 enum class RunOutcome {
   kUpToDate,
   kUpdated,
+  kUpdateAvailable,
   kOffline,
   kElevating,
   kAnotherRunInProgress,
+  kUpdatedWithWarnings,
+  kDisabledByPolicy,
+  kDeferred,
   kCheckFailed,
   kLibraryMissing,
   kNotPermitted,
@@ -21,7 +27,35 @@ enum class RunOutcome {
   kPauseFailed,
   kApplyFailed,
   kResumeFailed,
+  kLibraryIncompatible,
+  kLockUnavailable,
+  kPackageUntrusted,
 };
+
+// What a run's word does to "ConsecutiveFailures": sets 0, leaves it, or adds one.
+enum class FailureCount { kReset, kKeep, kCount };
+
+// One row of the vocabulary: the word, its event id in the program's message table (RunEvents.mc:
+// 1xxx information, 2xxx warning, 3xxx error) and type (EVENTLOG_INFORMATION_TYPE,
+// EVENTLOG_WARNING_TYPE or EVENTLOG_ERROR_TYPE), whether it moves "LastSuccess" (the machine is up
+// to date as of this run), and what it does to the failures' count.
+struct OutcomeInfo {
+  RunOutcome outcome;
+  const char* word;
+  WORD eventId;
+  WORD eventType;
+  bool movesLastSuccess;
+  FailureCount failures;
+};
+
+// The row of `outcome`.
+const OutcomeInfo& outcomeInfo(RunOutcome outcome);
+// The outcome's word ("UpToDate", ...).
+const char* outcomeWord(RunOutcome outcome);
+WORD outcomeEventId(RunOutcome outcome);
+WORD outcomeEventType(RunOutcome outcome);
+// "ConsecutiveFailures" after a run that ended with `outcome`, from its value before.
+uint32_t failuresAfter(RunOutcome outcome, uint32_t before);
 
 // The verdict of one run: its outcome, the failing step with its code (one line, empty for a
 // success), and what it applied ("software", "catalog", "software+catalog", or empty).
@@ -30,10 +64,3 @@ struct RunVerdict {
   std::string detail;
   std::string applied;
 };
-
-// The outcome's word ("UpToDate", ...).
-const char* outcomeWord(RunOutcome outcome);
-// Its event id in the program's message table: 1xxx information, 2xxx warning, 3xxx error.
-WORD outcomeEventId(RunOutcome outcome);
-// Its event type: EVENTLOG_INFORMATION_TYPE, EVENTLOG_WARNING_TYPE or EVENTLOG_ERROR_TYPE.
-WORD outcomeEventType(RunOutcome outcome);

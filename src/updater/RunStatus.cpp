@@ -20,12 +20,17 @@ namespace {
 const char kStatusKey[] = "Status";
 const char kReportRunEvents[] = "ReportRunEvents";
 const char kConsecutiveFailures[] = "ConsecutiveFailures";
+const char kRunInProgress[] = "RunInProgress";
+const char kLastLockFailure[] = "LastLockFailure";
 // The order in which read() gives the values.
-const char* const kValueNames[] = {"LastRunStarted",    "LastRunEnded",    "LastResult",
-                                   "LastResultDetail",  "LastSuccess",     "LastUpdate",
-                                   "LastUpdateApplied", "SoftwareVersion", "CatalogVersion",
-                                   kConsecutiveFailures};
-const unsigned long long kTicksPerDay = 864000000000ULL;  // FILETIME's 100 ns ticks.
+const char* const kValueNames[] = {"LastRunStarted", kRunInProgress,       "LastRunEnded",
+                                   "LastResult",     "LastResultDetail",   "LastSuccess",
+                                   "LastUpdate",     "LastUpdateApplied",  "SoftwareVersion",
+                                   "CatalogVersion", kConsecutiveFailures, kLastLockFailure};
+const unsigned long long kTicksPerSecond = 10000000ULL;  // FILETIME's 100 ns ticks.
+const unsigned long long kTicksPerDay = 86400 * kTicksPerSecond;
+// How far ahead of the clock a time may lie and still count: clocks of a fleet differ a little.
+const unsigned long long kAllowedAheadTicks = 5 * 60 * kTicksPerSecond;
 
 void logFailure(const std::string& text) {
   try {
@@ -60,20 +65,41 @@ LONG setString(HKEY key, const char* name, const std::string& value) {
                         static_cast<DWORD>(value.size() + 1));
 }
 
-// Writes each value and flushes; logs the first failure.
-void write(HKEY key, const std::vector<RunStatus::Value>& values, const DWORD* failures) {
+// Writes each value, the DWORDs after the strings, and flushes; logs the first failure.
+void write(HKEY key,
+           const std::vector<RunStatus::Value>& values,
+           const std::vector<std::pair<const char*, DWORD>>& numbers = {}) {
   LONG code = ERROR_SUCCESS;
   for (const RunStatus::Value& value : values) {
     if (code == ERROR_SUCCESS)
       code = setString(key, value.first.c_str(), value.second);
   }
-  if (code == ERROR_SUCCESS && failures != nullptr)
-    code = RegSetValueExA(key, kConsecutiveFailures, 0, REG_DWORD,
-                          reinterpret_cast<const BYTE*>(failures), sizeof *failures);
+  for (const auto& [name, number] : numbers) {
+    if (code == ERROR_SUCCESS)
+      code = RegSetValueExA(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number),
+                            sizeof number);
+  }
   if (code == ERROR_SUCCESS)
     code = RegFlushKey(key);  // Survives a power cut too, not only a kill.
   if (code != ERROR_SUCCESS)
     logFailure("RegSetValueExA failed, status=" + std::to_string(code));
+}
+
+// Reports the run's event unless the store switches events off.
+void reportEvent(const RunVerdict& verdict,
+                 const std::string& software,
+                 const std::string& catalog) {
+  unsigned long reportEvents = 1;
+  Settings().getOrCreateDwordValue(SettingsKeys::kUpdaterSection, kReportRunEvents, reportEvents, 1,
+                                   0);
+  if (reportEvents != 0)
+    RunEventLog().report(verdict, software, catalog);
+}
+
+// The event of a run that ended before it ran: the versions as they are.
+void reportEarlyEnd(RunOutcome outcome, const std::string& detail) {
+  reportEvent(RunVerdict{outcome, detail, ""}, VersionInfo::GetOrreryVersionNumber(),
+              VersionInfo::GetCatalogVersionNumber());
 }
 
 bool parseTime(const std::string& text, FILETIME& time) {
@@ -103,7 +129,7 @@ unsigned long long ticks(const FILETIME& time) {
 RunStatus::RunStatus() {
   const ScopedKey key = openStatusKey(true);
   if (key.valid())
-    write(key.get(), {{"LastRunStarted", utcNow()}}, nullptr);
+    write(key.get(), {{"LastRunStarted", utcNow()}}, {{kRunInProgress, 1}});
 }
 
 void RunStatus::finish(const RunVerdict& verdict) {
@@ -124,24 +150,29 @@ void RunStatus::finish(const RunVerdict& verdict) {
                                  {"LastResultDetail", verdict.detail},
                                  {"SoftwareVersion", software},
                                  {"CatalogVersion", catalog}};
-    if (verdict.outcome == RunOutcome::kUpToDate || verdict.outcome == RunOutcome::kUpdated) {
+    if (outcomeInfo(verdict.outcome).movesLastSuccess)
       values.emplace_back("LastSuccess", now);
-      failures = 0;
-    } else if (outcomeEventType(verdict.outcome) == EVENTLOG_ERROR_TYPE) {
-      ++failures;
-    }
     if (!verdict.applied.empty()) {
       values.emplace_back("LastUpdate", now);
       values.emplace_back("LastUpdateApplied", verdict.applied);
     }
-    write(key.get(), values, &failures);
+    if (verdict.outcome == RunOutcome::kLockUnavailable)
+      values.emplace_back(kLastLockFailure, now + " " + verdict.detail);
+    write(key.get(), values,
+          {{kConsecutiveFailures, failuresAfter(verdict.outcome, failures)}, {kRunInProgress, 0}});
   }
+  reportEvent(verdict, software, catalog);
+}
 
-  unsigned long reportEvents = 1;
-  Settings().getOrCreateDwordValue(SettingsKeys::kUpdaterSection, kReportRunEvents, reportEvents, 1,
-                                   0);
-  if (reportEvents != 0)
-    RunEventLog().report(verdict, software, catalog);
+void RunStatus::reportStandingAside(const std::string& detail) {
+  reportEarlyEnd(RunOutcome::kAnotherRunInProgress, detail);
+}
+
+void RunStatus::reportLockFailure(const std::string& why) {
+  const ScopedKey key = openStatusKey(true);
+  if (key.valid())
+    write(key.get(), {{kLastLockFailure, utcNow() + " " + why}});
+  reportEarlyEnd(RunOutcome::kLockUnavailable, why);
 }
 
 std::vector<RunStatus::Value> RunStatus::read() {
@@ -176,12 +207,25 @@ std::string RunStatus::utcNow() {
   return text;
 }
 
-bool RunStatus::isWithinDays(const std::string& time, unsigned long days) {
+bool RunStatus::isWithinDays(const std::string& time, unsigned long days, std::string* why) {
   FILETIME then = {};
-  if (!parseTime(time, then))
+  if (!parseTime(time, then)) {
+    if (why != nullptr)
+      *why = time.empty() ? "no time" : "'" + time + "' is not a time of the status's format";
     return false;
+  }
   FILETIME now = {};
   GetSystemTimeAsFileTime(&now);
-  return ticks(then) >= ticks(now) ||
-         ticks(now) - ticks(then) <= static_cast<unsigned long long>(days) * kTicksPerDay;
+  if (ticks(then) > ticks(now) + kAllowedAheadTicks) {
+    if (why != nullptr)
+      *why = time + " lies ahead of this machine's clock (" + utcNow() +
+             "): the clock jumped back, or the value was written by hand";
+    return false;
+  }
+  const bool fresh =
+      ticks(then) >= ticks(now) ||
+      ticks(now) - ticks(then) <= static_cast<unsigned long long>(days) * kTicksPerDay;
+  if (!fresh && why != nullptr)
+    *why = time + " is more than " + std::to_string(days) + " day(s) ago";
+  return fresh;
 }

@@ -4,7 +4,8 @@
 //
 //   probe                        facts of Localize, OsVersion, CurrentProcess, the service codes
 //   mutex-hold NAME EVENT MODE   take the mutex, print "held", wait until the event EVENT is set,
-//                                then release or abandon the mutex
+//                                then release or abandon the mutex; "squat" makes it first with a
+//                                DACL that admits SYSTEM alone
 //   mutex-try NAME MS            "acquired" or "busy" after waiting up to MS
 //   load-from cwd|path DIR NAME [run]
 //                                whether LoadLibraryA(NAME) finds NAME with DIR as the current
@@ -69,7 +70,8 @@ void probe() {
 
 void mutexHold(const std::string& name, const std::string& event, const std::string& mode) {
   const ScopedHandle letGo(OpenEventA(SYNCHRONIZE, FALSE, event.c_str()));
-  Mutex mutex(false, name, true);
+  // A squatter makes the name first, with a DACL that lets no one else open it.
+  Mutex mutex = mode == "squat" ? Mutex(name, "D:P(A;;GA;;;SY)") : Mutex(false, name, true);
   mutex.acquire(INFINITE);
   print("held", "1");
   WaitForSingleObject(letGo.get(), 60000);

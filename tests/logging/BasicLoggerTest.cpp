@@ -113,8 +113,8 @@ TEST(BasicLogger, DropsAndCountsTheLinesOfALogHeldByAnotherProcess) {
   logger.write(kQnv, LOG_DETAIL, "after");
   EXPECT_EQ((std::vector<std::string>{
                 "QNV   before",
-                "QNV   BasicLogger: 3 line(s) dropped: another process held the log for more "
-                "than 3 s",
+                "QNV   BasicLogger: 3 line(s) dropped: another process held the log past the "
+                "wait (3000 ms for the first, 50 ms for each one after it)",
                 "QNV   after"}),
             afterClock(testsupport::readFile(path)));
 }

@@ -111,6 +111,12 @@ std::vector<std::string> LogCapture::details(const std::string& functionName) co
   return details;
 }
 
+std::string sourcePath(const std::string& relative) {
+  std::string folder = "Z:" TESTS_SOURCE_DIR "\\";
+  std::replace(folder.begin(), folder.end(), '/', '\\');
+  return folder + relative;
+}
+
 TempDir::TempDir() {
   char base[MAX_PATH] = {};
   GetTempPathA(MAX_PATH, base);

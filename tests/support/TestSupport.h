@@ -95,6 +95,8 @@ void removeTree(const std::string& path);
 // Also drops the private-profile functions' cached copy of the file.
 bool writeFile(const std::string& path, const std::string& content);
 std::string readFile(const std::string& path);
+// A file of the tests' source folder (`relative` below tests/), as Wine shows it.
+std::string sourcePath(const std::string& relative);
 inline bool fileExists(const std::string& path) {
   return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }

@@ -197,7 +197,38 @@ std::string valueOf(const std::string& words, const std::string& key, const std:
   return at == std::string::npos ? fallback : words.substr(start, words.find(' ', start) - start);
 }
 
-class UpdateRunMatrix : public UpdatesControllerTest, public testing::WithParamInterface<Row> {};
+class UpdateRunMatrix : public UpdatesControllerTest, public testing::WithParamInterface<Row> {
+ protected:
+  // The run's whole log, each line as LogCapture gives it, with this machine's folders named.
+  Lines transcript(const testsupport::LogCapture& log) const {
+    Lines lines = log.lines();
+    for (std::string& line : lines) {
+      for (const auto& [folder, name] :
+           {std::pair<std::string, std::string>{testsupport::executableDirectory(), "<exe>\\"},
+            {files_.path(), "<files>"}}) {
+        for (std::string::size_type at = line.find(folder); at != std::string::npos;
+             at = line.find(folder, at + name.size()))
+          line.replace(at, folder.size(), name);
+      }
+    }
+    return lines;
+  }
+};
+
+// Every line that each path of the run writes, in order, as the file of its row in
+// tests/updater/runs/ has it: a line moved, dropped or reworded fails its row. With the
+// environment variable UPDATE_RUN_TRANSCRIPTS set, the files are written instead.
+void expectTranscript(const std::string& row, const Lines& lines) {
+  const std::string file = testsupport::sourcePath("updater\\runs\\" + row + ".log");
+  if (getenv("UPDATE_RUN_TRANSCRIPTS") != nullptr) {
+    std::string text;
+    for (const std::string& line : lines)
+      text += line + "\n";
+    testsupport::writeFile(file, text);
+    return;
+  }
+  EXPECT_EQ(testsupport::splitLines(testsupport::readFile(file)), lines) << file;
+}
 
 BOOL WINAPI dialUp(LPDWORD flags, DWORD) {
   *flags = INTERNET_CONNECTION_MODEM;
@@ -272,6 +303,7 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   WebUpdaterAdapter::setConnectedStateFunction(nullptr);
   RunRecord::setHoldWait(0);
 
+  expectTranscript(row.name, transcript(log));
   const Lines run = log.details("UpdatesController::performUpdates() ");
   EXPECT_EQ(has(row.outcome, "failed"), std::find(run.begin(), run.end(), kFailed) != run.end());
   EXPECT_EQ(row.calls, libraryCalls());
