@@ -12,10 +12,11 @@
 
 // The stand-in print spooler behind the six winspool exports.
 //
-// Every operation re-reads the scenario file (see Scenario.h), answers from it and from this
-// process's in-memory state, appends one line to the scenario's journal and returns TRUE or FALSE
-// as the winspool function does. On FALSE the thread's last error holds the failure code; on TRUE
-// the caller's last error is left as it was. A null count pointer fails with
+// Every operation re-reads the scenario file (see Scenario.h; parsed again only when its bytes
+// changed), answers from it and from this process's in-memory state, appends one line to the
+// scenario's journal and returns TRUE or FALSE as the winspool function does. On FALSE the thread's
+// last error holds the failure code; on TRUE the caller's last error is left as it was, except
+// after an answer without data (last error 0). A null count pointer fails with
 // RPC_X_NULL_REF_POINTER, as the real spooler's does.
 //
 // The in-memory state is, per printer name, the number of level-2 GetPrinterA polls served and a
