@@ -1,25 +1,30 @@
 #include "updater/Application.h"
 
+#include <exception>
 #include <memory>
 
 #include "logging/BasicLogger.h"
 #include "printers/PauseRecord.h"
 #include "printers/PrinterSpoolerWrapper.h"
 #include "system/DllSearch.h"
+#include "system/Exception.h"
 #include "updater/CommandLineParams.h"
 #include "updater/DownloadRecord.h"
 #include "updater/ProcessScope.h"
 #include "updater/RunLock.h"
+#include "updater/RunResults.h"
 #include "updater/RunStatus.h"
 #include "updater/UpdatesController.h"
 
 namespace {
 
 // The run itself, by the process that holds the run lock. Its status is written here and nowhere
-// else, while the lock is still held.
+// else, while the lock is still held. A parent that has started its "-UAC" child hands the lock
+// over only after that, and writes nothing more.
 void runHoldingTheLock(RunLock& runLock) {
   RunStatus status;
-  RunVerdict verdict{RunOutcome::kCheckFailed, "run: ended by an unexpected exception", ""};
+  std::unique_ptr<UpdatesController> controller;
+  std::string exception;
   try {
     // What an earlier run left behind when it died (it was killed, or the vendor library
     // crashed or hung) is undone first, before the library is even loaded: the printers it
@@ -27,15 +32,23 @@ void runHoldingTheLock(RunLock& runLock) {
     PrinterSpoolerWrapper spooler;
     PauseRecord::recoverAbandonedPause(spooler);
     DownloadRecord::recoverAbandonedDownloads();
-    std::unique_ptr<UpdatesController> controller(new UpdatesController());
-    controller->setHandOver([&runLock] { runLock.handOver(); });
+    controller.reset(new UpdatesController());
     controller->performUpdates();
-    verdict = controller->verdict();
+  } catch (const Exception& e) {
+    // The run handles its own failures; what comes this far (the log writer's failed wait on
+    // its mutex, say) ends the run where it was, and says so in its verdict.
+    exception = e.toString();
+  } catch (const std::exception& e) {
+    exception = e.what();
   } catch (...) {
-    // The run handles its own failures; only the log writer can throw this far (a failed wait
-    // on its mutex). The exit code stays 0 and the teardown still runs.
+    exception = "an unexpected exception";
   }
-  status.finish(verdict);
+  RunResults results = controller ? controller->results() : RunResults();
+  if (!exception.empty())
+    results.exception = exception;
+  status.finish(judge(results));
+  if (results.elevation == RunResults::Step::kDone)
+    runLock.handOver();
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "logging/FunctionTrace.h"
 #include "settings/PathHelpers.h"
 #include "settings/Settings.h"
+#include "settings/SettingsKeys.h"
 #include "system/CurrentProcess.h"
 #include "system/ExportLookup.h"
 #include "system/UniqueHandle.h"
@@ -24,11 +25,7 @@ const char kSeparator = '|';
 // Runs that try to delete a noted file before its entry is dropped.
 const unsigned long kMaxAttempts = 3;
 
-struct Entry {
-  std::string identity;
-  unsigned long attempts;
-  std::string path;
-};
+using Entry = DownloadRecord::Entry;
 
 Entry parseEntry(const std::string& text) {
   const std::string::size_type first = text.find(kSeparator);
@@ -220,19 +217,19 @@ bool DownloadRecord::add(const std::string& path) {
   }
   const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
-  entries_.push_back(entryText(Entry{identityOf(folder.get()), 0, path}));
+  entries_.push_back(Entry{identityOf(folder.get()), 0, path});
   if (!record_.hold())
     return false;
-  record_.write(entries_);
+  writeEntries();
   return true;
 }
 
 void DownloadRecord::remove(const std::string& path) {
-  entries_.remove_if([&path](const std::string& entry) { return parseEntry(entry).path == path; });
+  entries_.remove_if([&path](const Entry& entry) { return entry.path == path; });
   if (entries_.empty())
     record_.release();
   else if (record_.isHeld())
-    record_.write(entries_);
+    writeEntries();
 }
 
 bool DownloadRecord::deleteFile(const std::string& path) {
@@ -246,15 +243,44 @@ bool DownloadRecord::deleteFile(const std::string& path) {
     return true;
   }
   const DWORD error = GetLastError();
-  const bool noted =
-      std::any_of(entries_.begin(), entries_.end(),
-                  [&path](const std::string& entry) { return parseEntry(entry).path == path; });
+  const bool noted = std::any_of(entries_.begin(), entries_.end(),
+                                 [&path](const Entry& entry) { return entry.path == path; });
   if (noted && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)) {
     FunctionTrace trace = FunctionTrace::open(kLogUpdater, "DownloadRecord::deleteFile() ");
     trace.detail([&] { return "'" + path + "' is gone already; it leaves the record"; });
     remove(path);
   }
   return false;
+}
+
+void DownloadRecord::writeEntries() {
+  std::list<std::string> texts;
+  for (const Entry& entry : entries_)
+    texts.push_back(entryText(entry));
+  record_.write(texts);
+}
+
+void DownloadRecord::cleanUp(const std::string& softwarePath,
+                             const std::string& dataPath,
+                             FunctionTrace& trace) {
+  unsigned long keep = 0;
+  Settings().getOrCreateDwordValue(SettingsKeys::kUpdaterSection,
+                                   SettingsKeys::kDoNotDeleteDownloadedFiles, keep, 0, 0);
+  if (keep != 0) {
+    trace.detail(
+        [&] { return "NOT deleting files : '" + softwarePath + "' and '" + dataPath + "'"; });
+    remove(softwarePath);
+    remove(dataPath);
+    return;
+  }
+  if (!softwarePath.empty()) {
+    trace.detail([&] { return "Attempting to deleting file : " + softwarePath; });
+    deleteFile(softwarePath);
+  }
+  // The data path is deleted without an emptiness check and without a word on the result;
+  // deliberate.
+  trace.detail([&] { return "Attempting to deleting file : " + dataPath; });
+  deleteFile(dataPath);
 }
 
 bool DownloadRecord::recoverAbandonedDownloads() {

@@ -5,6 +5,8 @@
 
 #include "settings/RunRecord.h"
 
+class FunctionTrace;
+
 // The durable note of the packages an update run has downloaded and not yet deleted, so that a
 // run that dies between its downloads and their clean-up (killed, powered off) leaves nothing
 // behind for good: a later run deletes them.
@@ -41,6 +43,11 @@ class DownloadRecord {
   const std::string& failure() const { return record_.failure(); }
   // Takes `path` out of the note: the run has deleted the file or handed it over.
   void remove(const std::string& path);
+  // The clean-up after an installation, with its lines written through `trace`: the two downloads
+  // are deleted, or, when the store asks for them to be kept ("DoNotDeleteDownloadedFiles",
+  // created as 0 when missing), handed over (remove()) and left where they are. A file that cannot
+  // be deleted stays recorded, for a later run to delete.
+  void cleanUp(const std::string& softwarePath, const std::string& dataPath, FunctionTrace& trace);
   // Deletes `path`, a download this run is done with, and takes it out of the note, also when it
   // is gone already. Never deletes the program's executable, its log or its settings file: that
   // is logged, always, and the file stays. True when the file was deleted.
@@ -52,7 +59,16 @@ class DownloadRecord {
   // whether a note was recovered in full.
   static bool recoverAbandonedDownloads();
 
+  // One noted download: the identity of its folder, the runs that failed to delete it, its path.
+  struct Entry {
+    std::string identity;
+    unsigned long attempts;
+    std::string path;
+  };
+
  private:
+  void writeEntries();
+
   RunRecord record_;
-  std::list<std::string> entries_;
+  std::list<Entry> entries_;
 };

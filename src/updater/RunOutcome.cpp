@@ -11,28 +11,29 @@ const FailureCount kReset = FailureCount::kReset;
 const FailureCount kKeep = FailureCount::kKeep;
 const FailureCount kCount = FailureCount::kCount;
 
-// The vocabulary. A new word takes a new id; an id once shipped never changes its word.
+// The vocabulary: word, outcome, failures' count, event id and type, whether LastSuccess moves. A
+// new word takes a new id; an id once shipped never changes its word.
 const OutcomeInfo kOutcomes[] = {
-    {RunOutcome::kUpToDate, "UpToDate", 1000, kInformation, true, kReset},
-    {RunOutcome::kUpdated, "Updated", 1001, kInformation, true, kReset},
-    {RunOutcome::kUpdateAvailable, "UpdateAvailable", 1002, kInformation, false, kReset},
-    {RunOutcome::kOffline, "Offline", 2000, kWarning, false, kKeep},
-    {RunOutcome::kElevating, "Elevating", 2001, kWarning, false, kKeep},
-    {RunOutcome::kAnotherRunInProgress, "AnotherRunInProgress", 2002, kWarning, false, kKeep},
-    {RunOutcome::kUpdatedWithWarnings, "UpdatedWithWarnings", 2003, kWarning, false, kKeep},
-    {RunOutcome::kDisabledByPolicy, "DisabledByPolicy", 2004, kWarning, false, kKeep},
-    {RunOutcome::kDeferred, "Deferred", 2005, kWarning, false, kKeep},
-    {RunOutcome::kCheckFailed, "CheckFailed", 3000, kError, false, kCount},
-    {RunOutcome::kLibraryMissing, "LibraryMissing", 3001, kError, false, kCount},
-    {RunOutcome::kNotPermitted, "NotPermitted", 3002, kError, false, kCount},
-    {RunOutcome::kElevationFailed, "ElevationFailed", 3003, kError, false, kCount},
-    {RunOutcome::kDownloadFailed, "DownloadFailed", 3004, kError, false, kCount},
-    {RunOutcome::kPauseFailed, "PauseFailed", 3005, kError, false, kCount},
-    {RunOutcome::kApplyFailed, "ApplyFailed", 3006, kError, false, kCount},
-    {RunOutcome::kResumeFailed, "ResumeFailed", 3007, kError, false, kCount},
-    {RunOutcome::kLibraryIncompatible, "LibraryIncompatible", 3008, kError, false, kCount},
-    {RunOutcome::kLockUnavailable, "LockUnavailable", 3009, kError, false, kCount},
-    {RunOutcome::kPackageUntrusted, "PackageUntrusted", 3010, kError, false, kCount},
+    {"UpToDate", RunOutcome::kUpToDate, kReset, 1000, kInformation, true},
+    {"Updated", RunOutcome::kUpdated, kReset, 1001, kInformation, true},
+    {"UpdateAvailable", RunOutcome::kUpdateAvailable, kReset, 1002, kInformation, false},
+    {"Offline", RunOutcome::kOffline, kKeep, 2000, kWarning, false},
+    {"Elevating", RunOutcome::kElevating, kKeep, 2001, kWarning, false},
+    {"AnotherRunInProgress", RunOutcome::kAnotherRunInProgress, kKeep, 2002, kWarning, false},
+    {"UpdatedWithWarnings", RunOutcome::kUpdatedWithWarnings, kKeep, 2003, kWarning, false},
+    {"DisabledByPolicy", RunOutcome::kDisabledByPolicy, kKeep, 2004, kWarning, false},
+    {"Deferred", RunOutcome::kDeferred, kKeep, 2005, kWarning, false},
+    {"CheckFailed", RunOutcome::kCheckFailed, kCount, 3000, kError, false},
+    {"LibraryMissing", RunOutcome::kLibraryMissing, kCount, 3001, kError, false},
+    {"NotPermitted", RunOutcome::kNotPermitted, kCount, 3002, kError, false},
+    {"ElevationFailed", RunOutcome::kElevationFailed, kCount, 3003, kError, false},
+    {"DownloadFailed", RunOutcome::kDownloadFailed, kCount, 3004, kError, false},
+    {"PauseFailed", RunOutcome::kPauseFailed, kCount, 3005, kError, false},
+    {"ApplyFailed", RunOutcome::kApplyFailed, kCount, 3006, kError, false},
+    {"ResumeFailed", RunOutcome::kResumeFailed, kCount, 3007, kError, false},
+    {"LibraryIncompatible", RunOutcome::kLibraryIncompatible, kCount, 3008, kError, false},
+    {"LockUnavailable", RunOutcome::kLockUnavailable, kCount, 3009, kError, false},
+    {"PackageUntrusted", RunOutcome::kPackageUntrusted, kCount, 3010, kError, false},
 };
 
 }  // namespace

@@ -40,12 +40,12 @@ enum class FailureCount { kReset, kKeep, kCount };
 // EVENTLOG_WARNING_TYPE or EVENTLOG_ERROR_TYPE), whether it moves "LastSuccess" (the machine is up
 // to date as of this run), and what it does to the failures' count.
 struct OutcomeInfo {
-  RunOutcome outcome;
   const char* word;
+  RunOutcome outcome;
+  FailureCount failures;
   WORD eventId;
   WORD eventType;
   bool movesLastSuccess;
-  FailureCount failures;
 };
 
 // The row of `outcome`.

@@ -30,7 +30,7 @@ const char* const kValueNames[] = {"LastRunStarted", kRunInProgress,       "Last
 const unsigned long long kTicksPerSecond = 10000000ULL;  // FILETIME's 100 ns ticks.
 const unsigned long long kTicksPerDay = 86400 * kTicksPerSecond;
 // How far ahead of the clock a time may lie and still count: clocks of a fleet differ a little.
-const unsigned long long kAllowedAheadTicks = 5 * 60 * kTicksPerSecond;
+const unsigned long long kAllowedAheadTicks = 5ULL * 60 * kTicksPerSecond;
 
 void logFailure(const std::string& text) {
   try {

@@ -186,6 +186,17 @@ void* WebUpdaterAdapter::AllocMemory(unsigned long long size) {
   }
 }
 
+std::string WebUpdaterAdapter::missingExport() const {
+  if (!module_.valid())
+    return std::string();
+  for (const char* name :
+       {"UpdCheckConnection", "UpdCheckForUpdateA", "UpdDownloadUpdateExA", "UpdApplyUpdateA"}) {
+    if (GetProcAddress(module_.get(), name) == nullptr)
+      return name;
+  }
+  return std::string();
+}
+
 bool WebUpdaterAdapter::isDialUpConnection() {
   FunctionTrace trace =
       FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::isDialUpConnection() ");

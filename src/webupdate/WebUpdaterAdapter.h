@@ -58,6 +58,9 @@ class WebUpdaterAdapter {
   static void setConnectedStateFunction(ConnectedStateFunction function);
 
   bool isLoaded() const { return module_.valid(); }
+  // The first export that an update run calls (connection, check, download, apply) and the loaded
+  // library lacks; empty when it has them all or no library is loaded. Asks without a log line.
+  std::string missingExport() const;
   // What the library's last call (connection, check, download, apply) returned, or LoadLibrary's
   // error after a failed load; 0 before either.
   long lastCode() const { return lastCode_; }

@@ -143,6 +143,12 @@ class ShippedProgram(unittest.TestCase):
     def status(self, name, kind="REG_SZ"):  # A value of the run's status, or None.
         return self.prefix.reg_value(STORE + r"\Status", name, kind)
 
+    def whole_status(self):
+        """The values that tell a killed run, and the failures' count, as `reg query` prints them."""
+        return {name: self.status(name, kind) for name, kind in (
+            ("LastRunStarted", "REG_SZ"), ("LastRunEnded", "REG_SZ"), ("LastResult", "REG_SZ"),
+            ("RunInProgress", "REG_DWORD"), ("ConsecutiveFailures", "REG_DWORD"))}
+
     def recovery_lines(self):
         return [l for l in (self.prefix.read(LOG) or "").splitlines()
                 if "::recoverAbandoned" in l or "DownloadRecord: " in l]
@@ -167,7 +173,7 @@ class ShippedProgram(unittest.TestCase):
         self.library(software="3,1.1.0.0", data="3,2026.2", apply="hang")
         self.prefix.import_registry({STORE + r"\Status": {
             "LastRunStarted": "2026-01-02T03:04:00Z", "LastRunEnded": "2026-01-02T03:04:05Z",
-            "LastResult": "Offline"}})
+            "LastResult": "Offline", "RunInProgress": 0, "ConsecutiveFailures": 2}})
         installer = self.start()
         self.addCleanup(installer.wait)
         self.addCleanup(self.prefix.kill)
@@ -179,22 +185,26 @@ class ShippedProgram(unittest.TestCase):
         self.assertTrue(hung, "the install never reached the library's apply")
         self.assertEqual(["Office Inkjet 1", "Back Office 1"], self.printer_commands())
         # The run in the library's apply has said that it started, and not yet that it ended.
-        started, ended, result = map(self.status, ("LastRunStarted", "LastRunEnded", "LastResult"))
-        self.assertEqual("2026-01-02T03:04:05Z", ended)
-        self.assertGreater(started, ended)
-        self.assertEqual("Offline", result)
+        status = self.whole_status()
+        self.assertEqual("2026-01-02T03:04:05Z", status["LastRunEnded"])
+        self.assertGreater(status["LastRunStarted"], status["LastRunEnded"])
+        self.assertEqual(("Offline", "0x1", "0x2"), (
+            status["LastResult"], status["RunInProgress"], status["ConsecutiveFailures"]))
 
-        # While the installer lives, a new run stands aside and leaves its printers alone.
+        # While the installer lives, a new run stands aside: it leaves its printers and the status
+        # alone.
         self.library(software="2", data="2", apply="1")
         self.run_program()
         self.assertEqual([], self.recovery_lines())
         self.assertEqual(1, len(self.log_lines(STOOD_ASIDE)))
         self.assertEqual(2, len(self.printer_commands()))
+        self.assertEqual(status, self.whole_status())
 
         # Killed the way a crash ends it: both printers stay paused, both packages stay, and the
-        # records say so.
+        # records say so; the status shows a run that started and never ended.
         self.prefix.wine(["taskkill", "/F", "/PID", hung[0].split(" | ")[0]])
         installer.wait(timeout=RUN_LIMIT)
+        self.assertEqual(status, self.whole_status())
         self.assertEqual("Office Inkjet\\0Back Office", self.record("PausedPrinters"))
         downloads = self.record("PendingDownloads").split("\\0")
         self.assertEqual([r"C:\e2e\sw.pkg", r"C:\e2e\data.pkg"], [d.split("|")[2] for d in downloads])
@@ -292,6 +302,44 @@ class ShippedProgram(unittest.TestCase):
         self.assertEqual(PACKAGES, [package for _, package in applied])
         self.assertEqual(1, len({pid for pid, _ in applied}))
         self.assertEqual((0, 0), (overlapping, resumed))
+        # The child's verdict stands: no value shows the parent's relaunch once the child ended.
+        self.assertEqual(("Updated", "0x0"), (self.status("LastResult"),
+                                              self.status("RunInProgress", "REG_DWORD")))
+
+    def test_a_user_who_squats_the_locks_makes_no_run_apply(self):
+        """A process that makes every lock's name first, with a DACL that admits SYSTEM alone (as
+        a standard user could on Windows): runs started at once then each fail closed."""
+        self.install_store(lock=False)
+        self.printers(("Office Inkjet", 0), ("Back Office", 0))
+        self.library(software="3,1.1.0.0", data="3,2026.2", apply="gate")
+        self.prefix.copy_in(os.path.join(BUILD_DIR, "bin", "test_helper.exe"), INSTALL)
+        squatter = subprocess.Popen(
+            ["wine", self.prefix.unix(INSTALL + r"\test_helper.exe"), "squat", str(RUN_LIMIT)] +
+            ["Global\\cvup" + name for name in ("UpdateRun", "PendingDownloads", "PausedPrinters")],
+            env=self.prefix.env, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.addCleanup(squatter.wait)
+        self.addCleanup(self.prefix.kill)
+        self.assertEqual("held=1", squatter.stdout.readline().strip())
+        started = [self.start() for _ in range(4)]
+        self.addCleanup(lambda: [run.wait() for run in started])
+        codes = [run.wait(timeout=RUN_LIMIT) for run in started]
+        squatter.kill()
+        self.assertTrue(self.prefix.wait_idle(RUN_LIMIT), "the runs did not end in time")
+        applied, overlapping, resumed = self.applies()
+        self.assertEqual(([], 0, 0), (applied, overlapping, resumed))
+        self.assertEqual([0] * 4, codes)
+        self.assertEqual([], self.printer_commands())
+        self.assertEqual([], [l for l in self.journal() if " UpdCheckForUpdateA " in l])
+        self.assertEqual([], self.records_left())
+        why = ("RunLock: run lock: 'Global\\cvupUpdateRun' could not be made: ")
+        refused = [l for l in (self.prefix.read(LOG) or "").splitlines() if why in l]
+        self.assertEqual(4, len(refused), refused)
+        self.assertTrue(all(l.endswith("; this run ends without checking for updates")
+                            for l in refused), refused)
+        failure = self.status("LastLockFailure")
+        self.assertRegex(failure, r"^20\d\d-\d\d-\d\dT\d\d:\d\d:\d\dZ run lock: "
+                                  r"'Global\\cvupUpdateRun' could not be made: ")
+        self.assertIsNone(self.status("LastResult"))  # No run held the lock: no verdict.
 
 
 if __name__ == "__main__":

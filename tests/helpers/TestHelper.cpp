@@ -6,6 +6,8 @@
 //   mutex-hold NAME EVENT MODE   take the mutex, print "held", wait until the event EVENT is set,
 //                                then release or abandon the mutex; "squat" makes it first with a
 //                                DACL that admits SYSTEM alone
+//   squat SECONDS NAME...        make each mutex first with a DACL admitting SYSTEM alone, print
+//                                "held", and hold them for SECONDS
 //   mutex-try NAME MS            "acquired" or "busy" after waiting up to MS
 //   load-from cwd|path DIR NAME [run]
 //                                whether LoadLibraryA(NAME) finds NAME with DIR as the current
@@ -13,8 +15,9 @@
 //                                hardens the DLL search)
 //   library-search NAME          whether a hardened process that has loaded the web-updater
 //                                library finds NAME by name (in the library's folder)
-//   run [fail-startup]           one whole update run (runApplication); with fail-startup, a
-//                                start-up that fails once the logger exists
+//   run [fail-startup|declined]  one whole update run (runApplication); with fail-startup, a
+//                                start-up that fails once the logger exists; with declined, a
+//                                shell that answers every relaunch as a declined prompt
 //   settings-tool-cannot-start   the settings tool, whose start-up fails (exit code 3)
 //   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
 //   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
@@ -23,8 +26,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <string>
+#include <vector>
 
 #include "SettingsTool.h"
 #include "logging/FunctionTrace.h"
@@ -38,6 +43,7 @@
 #include "system/OsVersion.h"
 #include "system/UniqueHandle.h"
 #include "updater/Application.h"
+#include "updater/ElevatedRelaunch.h"
 #include "updater/ProcessScope.h"
 #include "webupdate/TandemUtilities.h"
 #include "webupdate/WebUpdaterAdapter.h"
@@ -108,6 +114,15 @@ int main(int argc, char** argv) {
     probe();
   } else if (command == "mutex-hold" && argc > 4) {
     mutexHold(argv[2], argv[3], argv[4]);
+  } else if (command == "squat" && argc > 3) {
+    // Makes each named mutex first, as a user could, with a DACL that admits SYSTEM alone, and
+    // holds them for SECONDS.
+    std::vector<std::unique_ptr<Mutex>> squatted;
+    for (int i = 3; i < argc; ++i)
+      squatted.emplace_back(new Mutex(argv[i], "D:P(A;;GA;;;SY)"));
+    print("held", "1");
+    fflush(stdout);
+    Sleep(number(2) * 1000);
   } else if (command == "mutex-try" && argc > 3) {
     Mutex mutex(false, argv[2], true);
     const bool acquired = mutex.acquire(number(3));
@@ -127,6 +142,9 @@ int main(int argc, char** argv) {
     const WebUpdaterAdapter library;
     print("loaded", std::to_string(LoadLibraryA(argv[2]) != nullptr));
   } else if (command == "run") {
+    if (argc > 2 && std::string(argv[2]) == "declined")
+      ElevatedRelaunch::setShellExecuteFunction(
+          [](HWND, LPCSTR, LPCSTR, LPCSTR, LPCSTR, INT) { return reinterpret_cast<HINSTANCE>(5); });
     if (argc > 2 && std::string(argv[2]) == "fail-startup")
       ProcessScope::setCreateLoggerFunction([](const LogSwitches& switches) {
         Logger::createInstance(switches);

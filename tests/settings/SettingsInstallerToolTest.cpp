@@ -136,36 +136,58 @@ TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesT
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
 
+// UTC now moved by `seconds`, in the status's format.
+std::string utcFromNow(long long seconds) {
+  FILETIME time;
+  GetSystemTimeAsFileTime(&time);
+  ULARGE_INTEGER ticks = {{time.dwLowDateTime, time.dwHighDateTime}};
+  ticks.QuadPart += static_cast<unsigned long long>(seconds * 10000000LL);
+  time = {ticks.LowPart, ticks.HighPart};
+  SYSTEMTIME parts;
+  FileTimeToSystemTime(&time, &parts);
+  char text[32];
+  snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", parts.wYear, parts.wMonth,
+           parts.wDay, parts.wHour, parts.wMinute, parts.wSecond);
+  return text;
+}
+
 // /status prints the last run's status, "Name: value" a line, and exits 0 while its last success is
-// at most /maxage days old (7 by default), 1 when older or missing, 2 on wrong arguments;
-// /register-events registers the event source with the program beside the tool.
+// at most /maxage days old (7 by default), 1 when older, missing or more than 5 minutes ahead of
+// the clock (saying why), 2 on wrong arguments; /register-events registers the event source with
+// the program beside the tool.
 TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) {
   const std::string id = testsupport::localId().substr(0, 2) + "st";
   const std::string status = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\Status";
   const std::string now = RunStatus::utcNow(), old = "2026-01-02T03:04:05Z";
+  const std::string soon = utcFromNow(120), tomorrow = utcFromNow(86400);
   const std::string lines = "LastRunStarted: " + now + "\nLastRunEnded: " + now +
                             "\nLastResult: DownloadFailed\nLastResultDetail: catalog download: "
                             "code 1\nLastSuccess: ";
   const std::string versions = "\nSoftwareVersion: 1.0.0.1\nCatalogVersion: 2026.1\n";
   const struct {
-    const char* lastSuccess;  // "": no status
+    std::string lastSuccess;  // "": no status
     std::string arguments;
     DWORD exitCode;
     std::string output;
+    std::string why = "";  // on stderr
   } rows[] = {
-      {"now", "/status", 0, lines + now + versions + "ConsecutiveFailures: 1\n"},
-      {"old", "/status /maxage 30", 1, lines + old + versions + "ConsecutiveFailures: 1\n"},
-      {"old", "/status /maxage 3650", 0, lines + old + versions + "ConsecutiveFailures: 1\n"},
+      {now, "/status", 0, lines + now + versions + "ConsecutiveFailures: 1\n"},
+      {old, "/status /maxage 30", 1, lines + old + versions + "ConsecutiveFailures: 1\n",
+       "Not up to date: LastSuccess: " + old + " is more than 30 day(s) ago"},
+      {soon, "/status", 0, lines + soon + versions + "ConsecutiveFailures: 1\n"},
+      {tomorrow, "/status", 1, lines + tomorrow + versions + "ConsecutiveFailures: 1\n",
+       "Not up to date: LastSuccess: " + tomorrow + " lies ahead of this machine's clock"},
+      {old, "/status /maxage 3650", 0, lines + old + versions + "ConsecutiveFailures: 1\n"},
       {"", "/status", 1, ""},
-      {"now", "/status /maxage", 2, ""},
-      {"now", "/status /maxage -1", 2, ""},
-      {"now", "/status /days 3", 2, ""},
-      {"now", "/status /maxage 99999", 2, ""},
+      {now, "/status /maxage", 2, ""},
+      {now, "/status /maxage -1", 2, ""},
+      {now, "/status /days 3", 2, ""},
+      {now, "/status /maxage 99999", 2, ""},
   };
   for (const auto& row : rows) {
     testsupport::deleteKeyTree(status);
-    if (*row.lastSuccess != '\0') {
-      const std::string success = std::string(row.lastSuccess) == "now" ? now : old;
+    if (!row.lastSuccess.empty()) {
+      const std::string& success = row.lastSuccess;
       const std::pair<const char*, std::string> values[] = {
           {"LastRunStarted", now},          {"LastRunEnded", now},
           {"LastResult", "DownloadFailed"}, {"LastResultDetail", "catalog download: code 1"},
@@ -184,6 +206,7 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
                                                     row.arguments, "", &exitCode, &errors);
     EXPECT_EQ(row.exitCode, exitCode) << row.arguments << errors;
     EXPECT_EQ(row.output, output) << row.arguments;
+    EXPECT_EQ(0u, errors.find(row.why)) << errors;
   }
   DWORD exitCode = 99;
   const std::string source = kEventSource;

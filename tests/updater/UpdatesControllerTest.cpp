@@ -15,6 +15,8 @@
 #include "system/OsVersion.h"
 #include "updater/CommandLineParams.h"
 #include "updater/DownloadRecord.h"
+#include "updater/ElevatedRelaunch.h"
+#include "updater/RunResults.h"
 #include "updater/RunStatus.h"
 #include "updater/UpdatesController.h"
 #include "webupdate/WebUpdaterAdapter.h"
@@ -60,11 +62,11 @@ class UpdatesControllerTest : public testing::Test {
     testsupport::writeFile(files_.file("orData.ver"), "<PackageVersion>2026.1</PackageVersion>");
     g_relaunches.clear();
     g_shellResult = 42;
-    UpdatesController::setShellExecuteFunction(&fakeShellExecute);
+    ElevatedRelaunch::setShellExecuteFunction(&fakeShellExecute);
     setCommandLine("");
   }
   void TearDown() override {
-    UpdatesController::setShellExecuteFunction(nullptr);
+    ElevatedRelaunch::setShellExecuteFunction(nullptr);
     DeviceEnumerator::destroy();
     setCommandLine("");
     testsupport::removeTree("C:\\ProgramData\\Corvane Inkjet Driver");
@@ -107,7 +109,7 @@ struct Row {
   // (its mutex held by another process past the wait), "no-sw-download",
   // "no-data-download", "sw-apply=<0|throw>", "data-apply=0", "other-driver", "flags=2" (set by
   // another component), "keep-files", "resume-fails", "data-dir-blocked" (a file where the
-  // catalog's folder belongs), "no-library".
+  // catalog's folder belongs), "no-library", "no-exports" (a library without the exports).
   const char* given;
   const char* calls;  // libraryCalls()
   // "failed" (performUpdates() says so), "relaunch", "complete=1", "data=1", "flags=2" (kept),
@@ -124,6 +126,8 @@ void PrintTo(const Row& row, std::ostream* out) {
 const Row kRows[] = {
     {"OfflineNoCheck", "offline", "", "result=Offline"},
     {"LibraryMissingNoCheck", "no-library", "", "result=LibraryMissing"},
+    // A library without the exports the run calls is no "offline" and no "up to date".
+    {"LibraryWithoutExportsIsIncompatible", "no-exports", "", "result=LibraryIncompatible"},
     {"DialUpLineGoesOn", "dial-up sw=2 data=2", "cs cd", "result=UpToDate"},
     {"NothingAvailable", "sw=2 data=2", "cs cd", "result=UpToDate"},
     {"SoftwareCheckFailsNoDataCheck", "sw=0", "cs", "result=CheckFailed"},
@@ -144,7 +148,7 @@ const Row kRows[] = {
      "paused result=Updated applied=software",
      "UpdatesController::installUpdates() software update FAILED"},
     {"DataCheckFailureLeavesTheSoftwareUpdate", "-UAC data=0", "cs cd ds as",
-     "paused result=Updated applied=software"},
+     "paused result=UpdatedWithWarnings applied=software"},
     {"SoftwareDownloadFailsNothingElseHappens", "-UAC no-sw-download", "cs cd ds",
      "failed result=DownloadFailed"},
     {"DataDownloadFailsSoftwareDownloadRemoved", "-UAC no-data-download", "cs cd ds dd",
@@ -168,11 +172,11 @@ const Row kRows[] = {
     // A record's mutex that another process holds past the wait: nothing paused or applied
     // unrecorded, the run's own downloads deleted.
     {"HeldPauseRecordAbandonsTheInstallation", "-UAC held=PausedPrinters", "cs cd ds dd",
-     "failed result=PauseFailed",
+     "failed result=LockUnavailable",
      "PauseRecord: the mutex 'Global\\cvctPausedPrinters' is held by another process; this run "
      "abandons its installation"},
     {"HeldDownloadRecordAbandonsTheInstallation", "-UAC held=PendingDownloads", "cs cd ds",
-     "failed result=DownloadFailed",
+     "failed result=LockUnavailable",
      "DownloadRecord: the mutex 'Global\\cvctPendingDownloads' is held by another process; this "
      "run abandons its installation"},
     {"FlagsHeldAtTwoAreKept", "-UAC flags=2", "cs cd ds dd as ad",
@@ -199,10 +203,13 @@ std::string valueOf(const std::string& words, const std::string& key, const std:
 
 class UpdateRunMatrix : public UpdatesControllerTest, public testing::WithParamInterface<Row> {
  protected:
-  // The run's whole log, each line as LogCapture gives it, with this machine's folders named.
+  // The run's whole log, each line as LogCapture gives it, with this machine's folders named (and
+  // the size of a block for a path in them left out).
   Lines transcript(const testsupport::LogCapture& log) const {
     Lines lines = log.lines();
+    const std::regex blockSize("AllocMemory\\([0-9]+\\)");
     for (std::string& line : lines) {
+      line = std::regex_replace(line, blockSize, "AllocMemory(<size>)");
       for (const auto& [folder, name] :
            {std::pair<std::string, std::string>{testsupport::executableDirectory(), "<exe>\\"},
             {files_.path(), "<files>"}}) {
@@ -227,7 +234,12 @@ void expectTranscript(const std::string& row, const Lines& lines) {
     testsupport::writeFile(file, text);
     return;
   }
-  EXPECT_EQ(testsupport::splitLines(testsupport::readFile(file)), lines) << file;
+  const Lines expected = testsupport::splitLines(testsupport::readFile(file));
+  const auto differ = std::mismatch(expected.begin(), expected.end(), lines.begin(), lines.end());
+  if (differ.first != expected.end() || differ.second != lines.end())
+    ADD_FAILURE() << file << ", line " << (differ.first - expected.begin() + 1)
+                  << ":\n  expected: " << (differ.first != expected.end() ? *differ.first : "(end)")
+                  << "\n  written:  " << (differ.second != lines.end() ? *differ.second : "(end)");
 }
 
 BOOL WINAPI dialUp(LPDWORD flags, DWORD) {
@@ -282,8 +294,12 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
     holder.emplace("Global\\" + testsupport::localId() + held);
   RunRecord::setHoldWait(holder ? 20 : 0);
 
-  if (has(row.given, "no-library"))
+  if (has(row.given, "no-library") || has(row.given, "no-exports"))
     store_.set("Settings\\Updater", "WebUpdaterDllPath", files_.path());
+  if (has(row.given, "no-exports")) {
+    ASSERT_TRUE(CopyFileA((testsupport::executableDirectory() + "wupdnoexports.dll").c_str(),
+                          files_.file("cvctwupd.DLL").c_str(), FALSE));
+  }
   // The status as a parent that relaunched itself left it: the run's verdict replaces it.
   const std::string earlier = "2020-01-02T03:04:05Z";
   store_.set("Status", "LastResult", "Elevating");
@@ -297,7 +313,7 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   {
     UpdatesController controller;
     controller.performUpdates();
-    verdict = controller.verdict();
+    verdict = judge(controller.results());
   }
   status.finish(verdict);
   WebUpdaterAdapter::setConnectedStateFunction(nullptr);
@@ -337,7 +353,8 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   // warning (offline, a relaunch) leaves both.
   const std::string result = valueOf(row.outcome, "result", "?");
   const bool success = result == "UpToDate" || result == "Updated";
-  const bool warning = result == "Offline" || result == "Elevating";
+  const bool warning =
+      result == "Offline" || result == "Elevating" || result == "UpdatedWithWarnings";
   const std::string ended = store_.get("Status", "LastRunEnded");
   EXPECT_EQ(result, store_.get("Status", "LastResult"));
   EXPECT_EQ(success, store_.get("Status", "LastResultDetail").empty());
@@ -346,6 +363,11 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   const std::string applied = valueOf(row.outcome, "applied", "none");
   EXPECT_EQ(applied, store_.get("Status", "LastUpdateApplied"));
   EXPECT_EQ(applied == "none" ? "none" : ended, store_.get("Status", "LastUpdate"));
+  EXPECT_EQ("0", store_.get("Status", "RunInProgress"));
+  const std::string lockFailure = store_.get("Status", "LastLockFailure");
+  EXPECT_EQ(result == "LockUnavailable",
+            lockFailure.find(" " + store_.get("Status", "LastResultDetail")) == 20)
+      << lockFailure;
   EXPECT_EQ("1.2.3.4", store_.get("Status", "SoftwareVersion"));
   EXPECT_EQ("2026.1", store_.get("Status", "CatalogVersion"));
   const std::regex utc("20[0-9]{2}-[01][0-9]-[0-3][0-9]T[0-2][0-9]:[0-5][0-9]:[0-6][0-9]Z");
@@ -445,6 +467,42 @@ TEST_F(UpdatesControllerTest, AFailedStartUpRunsNothingAndTheTeardownEndsWhileTh
     EXPECT_EQ(fails ? Lines{} : teardown,
               lines.size() < 3 ? lines : Lines(lines.end() - 3, lines.end()));
   }
+}
+
+// Whole runs in processes of their own: the status is written only by the run that holds the run
+// lock. One that stands aside changes no value of it; a parent whose relaunch was declined records
+// ElevationFailed itself, ends its run (RunInProgress 0) and leaves the lock free.
+TEST_F(UpdatesControllerTest, OnlyTheRunThatHoldsTheLockWritesTheStatus) {
+  spooler_.write({PrinterScenario{"Office Inkjet", kDriver}});
+  library_.connection(1).check("cs", "3,1.1").check("cd", "3,2026.2").write();
+  const std::vector<std::pair<std::string, std::string>> killed = {
+      {"LastRunStarted", "2026-01-02T03:04:09Z"},
+      {"LastRunEnded", "2026-01-02T03:04:05Z"},
+      {"LastResult", "DownloadFailed"},
+      {"RunInProgress", "1"},
+      {"ConsecutiveFailures", "2"}};
+  for (const auto& [name, value] : killed) {
+    if (name == "RunInProgress" || name == "ConsecutiveFailures")
+      store_.set("Status", name, std::stoul(value));
+    else
+      store_.set("Status", name, value);
+  }
+  const std::string helper = testsupport::localId() + "_helper.exe";
+  {
+    testsupport::MutexHolder run("Global\\" + testsupport::localId() + "UpdateRun");
+    ASSERT_TRUE(run.holds());
+    testsupport::runCopy("test_helper.exe", helper, "run");
+    for (const auto& [name, value] : killed)
+      EXPECT_EQ(value, store_.get("Status", name)) << name;
+    EXPECT_TRUE(library_.calls().empty());
+  }
+  testsupport::runCopy("test_helper.exe", helper, "run declined");
+  EXPECT_EQ("ElevationFailed", store_.get("Status", "LastResult"));
+  EXPECT_EQ("relaunch: ShellExecuteA failed, value 5", store_.get("Status", "LastResultDetail"));
+  EXPECT_EQ("0", store_.get("Status", "RunInProgress"));
+  EXPECT_EQ("3", store_.get("Status", "ConsecutiveFailures"));
+  EXPECT_EQ("acquired",
+            testsupport::tryMutexElsewhere("Global\\" + testsupport::localId() + "UpdateRun"));
 }
 
 TEST(CommandLineParams, TheMarkerIsACaseInsensitiveSubstring) {

@@ -1,0 +1,79 @@
+#pragma once
+
+#include <string>
+
+#include "updater/RunOutcome.h"
+#include "webupdate/WebUpdaterAdapter.h"
+
+// What each step of one update run did, as the step itself reports it: facts, not a verdict. The
+// steps fill it in as they go (UpdatesController, and the run around it for what happens before
+// the controller and after it); judge() alone turns it into the run's verdict. A step that did not
+// run keeps its "not run" value.
+struct RunResults {
+  // How a step that can only succeed or fail went.
+  enum class Step { kNotRun, kDone, kFailed };
+
+  // The vendor library: loaded, not loaded (`libraryError`: LoadLibrary's error), or loaded
+  // without an export the run needs (`missingExport` names it).
+  enum class Library { kLoaded, kMissing, kIncompatible };
+  Library library = Library::kLoaded;
+  long libraryError = 0;
+  std::string missingExport;
+
+  // The library's connection check, and its code.
+  Step connection = Step::kNotRun;
+  long connectionCode = 0;
+
+  // An update check: asked or not, the answer, and the library's code.
+  struct Check {
+    bool asked = false;
+    UpdateCheckResult answer = UPDATE_NOT_AVAILABLE;
+    long code = 0;
+  };
+  Check software;
+  Check catalog;
+
+  // The install decision: install here, relaunch elevated, or not permitted (`notPermitted` says
+  // why, one line).
+  enum class Decision { kNone, kInstall, kElevate, kNotPermitted };
+  Decision decision = Decision::kNone;
+  std::string notPermitted;
+
+  // The relaunch with "-UAC": kDone once the child was started; `elevationValue` is what the
+  // shell returned.
+  Step elevation = Step::kNotRun;
+  long elevationValue = 0;
+
+  // A download: its result, the library's code, and, when its record's lock could not be had,
+  // why (then the download was deleted again).
+  struct Download {
+    Step result = Step::kNotRun;
+    long code = 0;
+    std::string lockFailure;
+  };
+  Download softwareDownload;
+  Download catalogDownload;
+
+  // The printers' pause, and, when the pause record's lock could not be had, why.
+  Step pause = Step::kNotRun;
+  std::string pauseLockFailure;
+
+  // An apply: its result and, for a failure, what failed (one line, "code 0", "folder not made,
+  // error 3", ...).
+  struct Apply {
+    Step result = Step::kNotRun;
+    std::string failure;
+  };
+  Apply softwareApply;
+  Apply catalogApply;
+
+  Step resume = Step::kNotRun;
+
+  // The text of an exception that ended the run early; empty when none did.
+  std::string exception;
+};
+
+// The run's verdict from its results. The first step that failed, in the run's order, decides the
+// word; a run that applied something keeps what it applied whatever came after. Warnings (offline,
+// a relaunch, an update applied while a check failed) are neither success nor failure.
+RunVerdict judge(const RunResults& results);
