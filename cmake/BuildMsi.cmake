@@ -1,7 +1,7 @@
 # Run by CPack after cmake/StageRelease.cmake, before the ZIP is made: builds the MSI of the staged
 # files with wixl, beside the ZIP, and signs it when a key is configured. CPACK_MSI_SOURCE names the
-# .wxs, CPACK_MSI_FILE_NAME the package, and CPACK_MSI_ACTIONS the custom actions' DLL (built, never
-# installed).
+# .wxs, CPACK_MSI_FILE_NAME the package; the custom actions' DLL (built into it, never installed) is
+# the one cmake/StageRelease.cmake staged and signed.
 #
 # Two builds of one commit give the same bytes: the cabinet keeps the files' times and wixl stamps
 # the summary with the clock (in local time), so the files get the release's time and wixl runs
@@ -23,7 +23,7 @@ file(READ ${CPACK_MSI_SOURCE} wxs)
 string(REGEX MATCH "UpgradeCode=\"([0-9A-Fa-f-]+)\"" found "${wxs}")
 string(UUID product NAMESPACE ${CMAKE_MATCH_1} NAME ${CPACK_PACKAGE_VERSION} TYPE SHA1 UPPER)
 # wixl takes the files' paths relative to where it runs.
-file(RELATIVE_PATH actions "${release_files}" "${CPACK_MSI_ACTIONS}")
+file(RELATIVE_PATH actions "${release_files}" "${release_actions}")
 execute_process(COMMAND ${frozen} wixl -a x64 -D Version=${CPACK_PACKAGE_VERSION} -D Files=.
                         -D Actions=${actions}
                         -D ProductCode={${product}} -o ${msi} ${CPACK_MSI_SOURCE}

@@ -1,15 +1,23 @@
 # Run by CPack once the release files are staged (stripped), before the MSI and the ZIP are made:
-# signs the programs when a key is configured (and says in one line when none is), then writes the
-# bill of materials (SPDX 2.3) into the staged files, so that the ZIP holds it, and beside the
-# packages: this project at its version and commit, each program with its checksums, the runtime
-# linked into the programs and the tools that built the packages, each at the version of the
-# Debian package it came from.
+# stages the installer's custom-action DLL beside them (it runs as SYSTEM: signed and listed like
+# the programs, but built into the MSI, not the ZIP), signs the programs and the DLL when a key is
+# configured (and says in one line when none is), then writes the bill of materials (SPDX 2.3)
+# into the staged files, so that the ZIP holds it, and beside the packages (with the policy
+# templates): this project at its version and commit, each program, the DLL and each policy
+# template with its checksums, the runtime linked into the programs and the DLL, and the tools that
+# built the packages, each at the version of the Debian package it came from.
 include(${CMAKE_CURRENT_LIST_DIR}/ReleaseTools.cmake)
 
+get_filename_component(actions_folder ${release_actions} DIRECTORY)
+file(REMOVE_RECURSE ${actions_folder})
+file(MAKE_DIRECTORY ${actions_folder})
+file(COPY_FILE ${CPACK_MSI_ACTIONS} ${release_actions})
 file(GLOB programs "${release_files}/*.exe" "${release_files}/*.dll")
+list(APPEND programs ${release_actions})
 if(CPACK_UPDATER_SIGNING)
   foreach(program IN LISTS programs)
-    release_sign(${program})
+    # The published DLL is the one in the published MSI's Binary table.
+    release_sign(${program} Binary.OrreryActions)
   endforeach()
 else()
   message(STATUS "The release is not signed: configure with UPDATER_SIGNING_CERT and "
@@ -26,6 +34,10 @@ macro(relate a kind b)
   string(APPEND relationships "    {\"spdxElementId\": \"${a}\", \"relationshipType\": \"${kind}\", "
                               "\"relatedSpdxElement\": \"${b}\"},\n")
 endmacro()
+# The policy templates (text files, in the staged folder policy/) are files of the release too.
+file(GLOB_RECURSE templates LIST_DIRECTORIES false RELATIVE ${release_files} "${release_files}/policy/*")
+list(SORT templates)
+
 # One SPDX package for <component>, from the Debian package that holds <path>.
 macro(add_component id component path)
   debian_package("${path}" found)
@@ -58,12 +70,35 @@ foreach(program IN LISTS programs)
   file(SHA1 ${program} sha1)
   file(SHA256 ${program} sha256)
   string(APPEND identity ";${sha256}")
+  set(comment "")
+  if(program STREQUAL release_actions)
+    string(CONCAT comment ", \"comment\": \"the installer's custom actions, run as SYSTEM: in the "
+                          "MSI's Binary table (OrreryActions), never installed\"")
+  endif()
   string(APPEND files "    {\"fileName\": \"./${file_name}\", \"SPDXID\": \"${file_id}\", "
                       "\"fileTypes\": [\"BINARY\"], \"checksums\": ["
                       "{\"algorithm\": \"SHA1\", \"checksumValue\": \"${sha1}\"}, "
-                      "{\"algorithm\": \"SHA256\", \"checksumValue\": \"${sha256}\"}]},\n")
+                      "{\"algorithm\": \"SHA256\", \"checksumValue\": \"${sha256}\"}]"
+                      "${comment}},\n")
   relate(SPDXRef-Package-${name} CONTAINS ${file_id})
   list(APPEND program_ids ${file_id})
+endforeach()
+
+foreach(template IN LISTS templates)
+  string(MAKE_C_IDENTIFIER "${template}" file_id)
+  string(REPLACE "_" "-" file_id "SPDXRef-File-${file_id}")
+  file(SHA1 ${release_files}/${template} sha1)
+  file(SHA256 ${release_files}/${template} sha256)
+  string(APPEND identity ";${sha256}")
+  string(APPEND files "    {\"fileName\": \"./${template}\", \"SPDXID\": \"${file_id}\", "
+                      "\"fileTypes\": [\"TEXT\"], \"checksums\": ["
+                      "{\"algorithm\": \"SHA1\", \"checksumValue\": \"${sha1}\"}, "
+                      "{\"algorithm\": \"SHA256\", \"checksumValue\": \"${sha256}\"}]},\n")
+  relate(SPDXRef-Package-${name} CONTAINS ${file_id})
+  # Beside the packages as in the ZIP, for SHA256SUMS (cmake/ReleaseChecksums.cmake).
+  get_filename_component(folder ${CPACK_PACKAGE_DIRECTORY}/${template} DIRECTORY)
+  file(MAKE_DIRECTORY ${folder})
+  file(COPY_FILE ${release_files}/${template} ${CPACK_PACKAGE_DIRECTORY}/${template})
 endforeach()
 
 # The runtime linked statically into every program, as the compiler finds it.

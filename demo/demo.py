@@ -117,9 +117,10 @@ class Demo:
                                           "REG_SZ"))
         print("  installed into %s: %s" % (INSTALL_DIR, ", ".join(names)))
         sbom = [n for n in zipped if n.endswith(".spdx.json")]
+        templates = [n for n in zipped if n.startswith("policy/")]
         print("  the release ZIP, for deployers without Windows Installer, holds %s" % (
-            "the same files and the bill of materials " + ", ".join(sbom)
-            if set(zipped) - set(sbom) <= set(names) else ", ".join(zipped)))
+            "the same files, the policy templates and the bill of materials " + ", ".join(sbom)
+            if set(zipped) - set(sbom) - set(templates) <= set(names) else ", ".join(zipped)))
         print("  store %s: WebServerUrl=%s" % (STORE_KEY, self.facts["url"]))
         print("  scheduled task \\Corvane\\Orrery Updater: %s" % (
             "registered" if self.facts["task"] else "MISSING"))
@@ -272,7 +273,9 @@ class Demo:
         expect(self.facts["release_files"] == sorted(shipped + ["orrery-updater-task.xml"]),
                "files the MSI installed %s" % self.facts["release_files"])
         sbom = self.facts["release"].replace("-x64.msi", ".spdx.json")
-        expect(self.facts["zip_files"] == sorted(shipped + [sbom]),
+        templates = ["policy/en-US/orrery-updater.adml", "policy/orrery-updater-sample.reg",
+                     "policy/orrery-updater.admx"]
+        expect(self.facts["zip_files"] == sorted(shipped + [sbom] + templates),
                "files of the release ZIP %s" % self.facts["zip_files"])
         expect(self.facts["task"], "the daily task was not registered")
         expect(not self.facts["unstripped"], "not stripped: %s" % self.facts["unstripped"])

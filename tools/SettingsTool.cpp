@@ -10,16 +10,13 @@
 
 #include <windows.h>
 
-#include <aclapi.h>
-#include <sddl.h>
-
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <list>
 #include <string>
 
 #include "StatusCommand.h"
+#include "StoreSecurity.h"
 #include "TaskSchedule.h"
 #include "logging/LogSwitches.h"
 #include "logging/Logger.h"
@@ -51,8 +48,10 @@ const char kUsage[] =
     "and deletes the store.\n";
 // How long /remove waits for a running update to end once its task is ended.
 const unsigned long kRunWaitMs = 120000;
-// Administrators and SYSTEM may do anything with a key; nobody else anything, also below it.
-const char kLockedKey[] = "D:P(A;CI;KA;;;BA)(A;CI;KA;;;SY)";
+// Owned by administrators, who with SYSTEM may do anything with a key; nobody else anything, also
+// below it.
+const char kLockedKey[] = "O:BAD:P(A;CI;KA;;;BA)(A;CI;KA;;;SY)";
+// Unlocked, every key has the DACL the program creates its keys with: Everyone, inherited.
 const char kOpenKey[] = "D:(A;CI;GA;;;WD)";
 
 struct Options {
@@ -62,7 +61,8 @@ struct Options {
   // Changes to a deployed store (an installer's upgrade): no settings file, the store opened again.
   bool noFile = false;
   bool unlock = false;
-  std::string schedule;
+  bool scheduleGiven = false;
+  TaskSchedule::Kind schedule = TaskSchedule::Kind::kNone;
   bool remove = false;
 };
 
@@ -70,22 +70,24 @@ bool parse(const std::vector<std::string>& arguments, Options& options) {
   for (size_t i = 0; i < arguments.size(); ++i) {
     const std::string& option = arguments[i];
     const std::string value = i + 1 < arguments.size() ? arguments[i + 1] : "";
-    if (option == "/file" && !value.empty())
+    if (option == "/file" && !value.empty()) {
       options.file = arguments[++i];
-    else if (option == "/set" && value.find('=') != std::string::npos)
+    } else if (option == "/set" && value.find('=') != std::string::npos) {
       options.values.push_back(arguments[++i]);
-    else if (option == "/lock")
+    } else if (option == "/lock") {
       options.lock = true;
-    else if (option == "/nofile")
+    } else if (option == "/nofile") {
       options.noFile = true;
-    else if (option == "/unlock")
+    } else if (option == "/unlock") {
       options.unlock = true;
-    else if (option == "/schedule" && (value == "system" || value == "users" || value == "none"))
-      options.schedule = arguments[++i];
-    else if (option == "/remove")
+    } else if (option == "/schedule" && TaskSchedule::parseKind(value, options.schedule)) {
+      options.scheduleGiven = true;
+      ++i;
+    } else if (option == "/remove") {
       options.remove = true;
-    else
+    } else {
       return false;
+    }
   }
   return (!options.remove || arguments.size() == 1) && !(options.noFile && !options.file.empty()) &&
          !(options.lock && options.unlock);
@@ -104,34 +106,22 @@ std::string storePath() {
   return root.substr(0, root.size() - 1);
 }
 
-// Sets the DACL of `path` and of every key below it: administrators and SYSTEM alone (`lock`), or
-// Everyone, as the program creates its keys.
-bool lockKey(const std::string& path, PACL dacl, bool lock) {
-  ScopedKey key;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_ALL_ACCESS, key.receive()) !=
-          ERROR_SUCCESS ||
-      SetSecurityInfo(key.get(), SE_REGISTRY_KEY,
-                      DACL_SECURITY_INFORMATION | (lock ? PROTECTED_DACL_SECURITY_INFORMATION
-                                                        : UNPROTECTED_DACL_SECURITY_INFORMATION),
-                      nullptr, nullptr, dacl, nullptr) != ERROR_SUCCESS)
-    return false;
-  std::list<std::string> children;
-  RegistryKey(path, false, HKEY_LOCAL_MACHINE).getChildrenNames(children, INT_MAX);
-  bool locked = true;
-  for (const std::string& child : children)
-    locked = lockKey(path + "\\" + child, dacl, lock) && locked;
-  return locked;
-}
-
-bool lockStore(bool lock) {
-  ScopedLocal descriptor;
-  PACL dacl = nullptr;
-  BOOL present = FALSE, defaulted = FALSE;
-  // Unlocked, every key has the DACL the program creates its keys with: Everyone, inherited.
-  return ConvertStringSecurityDescriptorToSecurityDescriptorA(
-             lock ? kLockedKey : kOpenKey, SDDL_REVISION_1, descriptor.receive(), nullptr) &&
-         GetSecurityDescriptorDacl(descriptor.get(), &present, &dacl, &defaulted) &&
-         lockKey(storePath(), dacl, lock);
+// Whether every user could change what a SYSTEM task runs once this command is done: "" when not,
+// else why it is refused. /unlock while the SYSTEM task stays, and /schedule system over a store
+// that users can change (and that this command does not lock), are.
+std::string systemTaskOverOpenStore(const Options& options, const std::string& folder) {
+  const TaskSchedule::Kind task =
+      options.scheduleGiven ? options.schedule : TaskSchedule::registeredKind(folder);
+  if (options.unlock && task == TaskSchedule::Kind::kSystem)
+    return "Refused: /unlock would let every user change the store that the SYSTEM task (" +
+           folder + TaskSchedule::kRegistered +
+           ") runs from; give /schedule users or /schedule none with it";
+  if (options.scheduleGiven && task == TaskSchedule::Kind::kSystem && !options.lock &&
+      (options.unlock || !StoreSecurity::isLocked(storePath())))
+    return "Refused: /schedule system over the store HKLM\\" + storePath() +
+           ", which users can change, would let every user choose what runs as SYSTEM; give "
+           "/lock with it";
+  return std::string();
 }
 
 // The pre-flight word: a driver name that no printer uses makes every later run fail at its pause.
@@ -240,6 +230,11 @@ int run(const Options& options, bool& storeToDelete) {
                            : options.file.empty() ? folder + Settings::getMarkerFilePath()
                                                   : options.file;
   const std::string store = "HKLM\\" + storeRoot();
+  const std::string refusal = systemTaskOverOpenStore(options, folder);
+  if (!refusal.empty()) {
+    failed(refusal);
+    return 2;
+  }
   const DWORD attributes = options.noFile ? 0 : GetFileAttributesA(file.c_str());
   if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
     failed("Settings file not found: " + file);
@@ -256,19 +251,18 @@ int run(const Options& options, bool& storeToDelete) {
   else
     printf("Installed the default settings from %s into %s\n", file.c_str(), store.c_str());
   bool complete = true;
-  if (options.lock && !lockStore(true)) {
+  if (options.lock && !StoreSecurity::applyToStore(storePath(), kLockedKey)) {
     failed("Could not leave the store " + store + " to administrators and SYSTEM");
     complete = false;
   }
-  if (options.unlock && !lockStore(false)) {
+  if (options.unlock && !StoreSecurity::applyToStore(storePath(), kOpenKey)) {
     failed("Could not open the store " + store + " to everyone");
     complete = false;
   }
   std::string error;
-  if (options.schedule == "none")
+  if (options.scheduleGiven && options.schedule == TaskSchedule::Kind::kNone)
     TaskSchedule::unregisterTask(folder);
-  else if (!options.schedule.empty() &&
-           !TaskSchedule::registerTask(folder, options.schedule, error)) {
+  else if (options.scheduleGiven && !TaskSchedule::registerTask(folder, options.schedule, error)) {
     failed("Could not register the scheduled task: " + error);
     complete = false;
   }

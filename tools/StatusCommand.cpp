@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "settings/Policy.h"
+#include "settings/Settings.h"
 #include "system/CurrentProcess.h"
 #include "system/Localize.h"
 #include "updater/ProcessScope.h"
@@ -29,6 +31,19 @@ bool parseDays(const std::string& text, unsigned long& days) {
   return days <= kLargestMaxAgeDays;
 }
 
+// The settings that fleet policy can set, as a run would read them now, each with where its value
+// comes from, then the policy values that are ignored. Reads only.
+void printEffectiveSettings() {
+  printf("\nEffective settings (source: policy, store or default):\n");
+  for (const Settings::EffectiveValue& setting : Settings().getEffectiveValues())
+    printf("%s (%s): %s\n", setting.name.c_str(), setting.source.c_str(),
+           setting.isSet ? setting.value.c_str() : "(not set)");
+  const std::vector<std::string> problems = Policy().problems();
+  printf("Policy problems:%s\n", problems.empty() ? " none" : "");
+  for (const std::string& problem : problems)
+    printf("%s\n", problem.c_str());
+}
+
 int status(unsigned long maxAgeDays) {
   std::string lastSuccess;
   const std::vector<RunStatus::Value> values = RunStatus::read();
@@ -37,11 +52,12 @@ int status(unsigned long maxAgeDays) {
     if (value.first == "LastSuccess")
       lastSuccess = value.second;
   }
-  if (values.empty()) {
+  if (values.empty())
     fprintf(stderr, "No run status in HKLM\\%sStatus: the program has not ended a run\n",
             Localize::getInstance()->getRegistryPath(Localize::kLocalPath).c_str());
+  printEffectiveSettings();
+  if (values.empty())
     return 1;
-  }
   std::string why;
   if (RunStatus::isWithinDays(lastSuccess, maxAgeDays, &why))
     return 0;

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <vector>
 
+#include "WideText.h"
 #include "system/UniqueHandle.h"
 
 namespace {
@@ -48,20 +49,10 @@ bool anotherRuns(const std::string& prefix) {
   return false;
 }
 
-std::wstring widen(UINT codePage, const std::string& text) {
-  std::wstring result(text.size(), L'\0');
-  const int length = MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()),
-                                         &result[0], static_cast<int>(result.size()));
-  result.resize(static_cast<size_t>(length > 0 ? length : 0));
-  return result;
-}
-
 }  // namespace
 
-bool TaskSchedule::registerTask(const std::string& folder,
-                                const std::string& kind,
-                                std::string& error) {
-  const std::string definition = folder + "orrery-updater-" + kind + ".xml";
+bool TaskSchedule::registerTask(const std::string& folder, Kind kind, std::string& error) {
+  const std::string definition = folder + "orrery-updater-" + kindName(kind) + ".xml";
   std::ifstream in(definition.c_str(), std::ios::binary);
   std::stringstream text;
   text << in.rdbuf();
@@ -77,10 +68,10 @@ bool TaskSchedule::registerTask(const std::string& folder,
   // schtasks /XML reads UTF-16 alone. The definition is UTF-8, the folder in the system's code
   // page (as the narrow API gives it): each is converted from its own, the folder escaped for XML.
   const std::string::size_type start = xml.find("<Command>") + 9;
-  const std::wstring before = widen(CP_UTF8, xml.substr(0, start));
-  const std::wstring after = widen(CP_UTF8, xml.substr(xml.find("</Command>")));
+  const std::wstring before = widen(xml.substr(0, start), CP_UTF8);
+  const std::wstring after = widen(xml.substr(xml.find("</Command>")), CP_UTF8);
   std::wstring path;
-  for (const wchar_t c : widen(CP_ACP, "\"" + folder + "cvupdater.exe\""))
+  for (const wchar_t c : widen("\"" + folder + "cvupdater.exe\"", CP_ACP))
     path += c == L'&' ? L"&amp;" : c == L'<' ? L"&lt;" : c == L'>' ? L"&gt;" : std::wstring(1, c);
   const std::wstring wide = L"\xFEFF" + before + path + after;
   const std::string file = folder + kRegistered;
@@ -104,16 +95,21 @@ void TaskSchedule::unregisterTask(const std::string& folder) {
 bool TaskSchedule::removeTask(const std::string& localId,
                               unsigned long waitMs,
                               std::string& error) {
-  // Ended first, so that the update it runs does not live on without its task; the deletion then
-  // keeps new ones from starting. A task that is not there (or a system without /End) is no
-  // failure.
-  schtasks(std::string("/End /TN \"") + kTaskName + "\"");
-  schtasks(std::string("/Delete /TN \"") + kTaskName + "\" /F");
+  // Disabled first, so that it starts no update while one is awaited, and the update it runs
+  // ended. A task that is not there (or a schtasks without /Change /DISABLE or /End, as Wine's)
+  // is no failure.
+  const std::string task = std::string(" /TN \"") + kTaskName + "\"";
+  schtasks("/Change" + task + " /DISABLE");
+  schtasks("/End" + task);
   for (const ULONGLONG start = GetTickCount64(); anotherRuns(localId); Sleep(200)) {
     if (GetTickCount64() - start > waitMs) {
+      // Left as it was: the removal can be tried again, and meanwhile the updates go on.
+      schtasks("/Change" + task + " /ENABLE");
       error = "a process of " + localId + "*.exe still runs";
       return false;
     }
   }
+  // Deleted only now: a removal that fails above leaves the task registered.
+  schtasks("/Delete" + task + " /F");
   return true;
 }

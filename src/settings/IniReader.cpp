@@ -34,21 +34,13 @@ std::string shown(const std::string& name) {
              : name.substr(0, kShown) + "... (" + std::to_string(name.size()) + " characters)";
 }
 
-// Why the registry cannot take `section` as a key path; empty when it can.
-std::string keyPathTooLong(const std::string& section) {
-  if (section.size() > IniReader::kMaxKeyPathLength)
-    return "the key path is longer than " + std::to_string(IniReader::kMaxKeyPathLength) +
-           " characters";
-  for (std::string::size_type start = 0; start <= section.size();) {
-    std::string::size_type end = section.find('\\', start);
-    if (end == std::string::npos)
-      end = section.size();
-    if (end - start > IniReader::kMaxKeyNameLength)
-      return "a key name in the path is longer than " +
-             std::to_string(IniReader::kMaxKeyNameLength) + " characters";
-    start = end + 1;
-  }
-  return std::string();
+// Why the private-profile functions cannot take `name` as a section or key name; empty when
+// they can.
+std::string tooLong(const std::string& name) {
+  return name.size() > IniReader::kMaxProfileNameLength
+             ? "the name is longer than " + std::to_string(IniReader::kMaxProfileNameLength) +
+                   " characters"
+             : std::string();
 }
 
 }  // namespace
@@ -97,7 +89,7 @@ bool IniReader::buildSections(uint32_t bufferSize) {
     return false;
   for (const std::string& name :
        splitNullList(buffer.get(), length < bufferSize ? length : bufferSize)) {
-    const std::string cause = keyPathTooLong(name);
+    const std::string cause = tooLong(name);
     if (!cause.empty()) {
       trace.detail([&] { return "Refused section='" + shown(name) + "': " + cause; });
       refusals_.push_back(Refusal{shown(name), std::string(), cause});
@@ -131,9 +123,8 @@ bool IniReader::buildSectionsData(uint32_t bufferSize) {
     if (keys.empty())
       trace.detail([&] { return "No key-value pairs found for section='" + section + "'"; });
     for (const std::string& key : keys) {
-      if (key.size() > kMaxValueNameLength) {
-        const std::string cause =
-            "the value name is longer than " + std::to_string(kMaxValueNameLength) + " characters";
+      const std::string cause = tooLong(key);
+      if (!cause.empty()) {
         trace.detail([&] { return "Refused key='" + shown(key) + "': " + cause; });
         refusals_.push_back(Refusal{section, shown(key), cause});
         continue;

@@ -10,10 +10,9 @@
 // file's size cut to its low 16 bits (so a file of exactly 64 KiB reads nothing, and a larger one
 // is cut): that limit is part of the file format. A key with an empty value is dropped (logged); an
 // entry with an empty key name ("=value") is kept, for the installer to report. A section or key
-// whose name the registry cannot take (a key name of more than 255 characters, a key path of more
-// than kMaxKeyPathLength, a value name of more than 16,383) is refused before it is looked up, so
-// that the private-profile functions are never handed a name they cannot take either. Nothing
-// throws; problems are logged.
+// whose name the private-profile functions cannot take (longer than kMaxProfileNameLength) is
+// refused before it is looked up; a name they take but the registry does not is read, and left to
+// the registry to refuse when it is written. Nothing throws; problems are logged.
 class IniReader {
  public:
   using KeyValPair = std::pair<std::string, std::string>;
@@ -27,12 +26,10 @@ class IniReader {
     std::string cause;
   };
 
-  // The registry's limits on names, in characters.
-  static constexpr size_t kMaxKeyNameLength = 255;
-  // The longest key path below HKEY_LOCAL_MACHINE: a key's full name ("\REGISTRY\MACHINE\" and
-  // the path) is at most 32,767 characters.
-  static constexpr size_t kMaxKeyPathLength = 32767 - 18;
-  static constexpr size_t kMaxValueNameLength = 16383;
+  // The longest section or key name the private-profile functions take, in characters: the
+  // longest a counted UTF-16 string holds with its terminator. A longer one is not looked up as
+  // given (Wine reads a section name of 32,767 characters as no name at all).
+  static constexpr size_t kMaxProfileNameLength = 32766;
 
   // Value types decoded by getValueType().
   enum : uint32_t { kUnknownType = 0, kStringType = 1, kDwordType = 2 };

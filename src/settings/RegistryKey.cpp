@@ -168,6 +168,33 @@ bool RegistryKey::getValue(const std::string& name, std::vector<unsigned char>& 
   throw registryError(message, status, __LINE__);
 }
 
+bool RegistryKey::getValue(const std::string& name, std::vector<std::string>& value) {
+  DWORD type = 0;
+  DWORD size = 0;
+  LONG status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type, nullptr, &size);
+  if (status == ERROR_FILE_NOT_FOUND)
+    return false;
+  if (status == ERROR_SUCCESS && type == REG_MULTI_SZ) {
+    // Two terminators more than asked for: a list stored without its own still ends.
+    std::vector<char> buffer(size + 2, '\0');
+    status = RegQueryValueExA(handle_.get(), name.c_str(), nullptr, &type,
+                              reinterpret_cast<BYTE*>(buffer.data()), &size);
+    if (status != ERROR_SUCCESS)
+      throw registryError("RegistryKey::getValue(multi) " + name, status, __LINE__);
+    value.clear();
+    // The list ends at the empty string after the last one, or where the data ends.
+    for (size_t at = 0; at < size && buffer[at] != '\0';) {
+      value.emplace_back(&buffer[at]);
+      at += value.back().size() + 1;
+    }
+    return true;
+  }
+  std::string message = "RegistryKey::getValue(multi) " + name;
+  if (type != REG_MULTI_SZ)
+    message += kIncorrectType;
+  throw registryError(message, status, __LINE__);
+}
+
 void RegistryKey::setValue(const std::string& name, unsigned long value) {
   const DWORD data = value;
   const LONG status = RegSetValueExA(handle_.get(), name.c_str(), 0, REG_DWORD,

@@ -29,6 +29,8 @@ class RegistryKey {
   bool getValue(const std::string& name, unsigned long& value);
   bool getValue(const std::string& name, std::string& value);
   bool getValue(const std::string& name, std::vector<unsigned char>& value);
+  // REG_MULTI_SZ: its strings, in order.
+  bool getValue(const std::string& name, std::vector<std::string>& value);
 
   void setValue(const std::string& name, unsigned long value);
   void setValue(const std::string& name, const std::string& value);

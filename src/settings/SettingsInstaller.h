@@ -16,8 +16,8 @@
 //
 // A caller that must know whether every entry landed as written (the settings tool) is told of
 // each one that did not through its Reporter, with the entry's section, key and cause: a section
-// without a name or values, a section or key whose name is too long for the registry, a key
-// without a value (dropped by the reader), a value of no known
+// without a name or values, a section or key whose name is too long for the reader (IniReader), a
+// key without a value (dropped by the reader), a value of no known
 // type, a DWORD that is not a decimal number (written as the number it starts with), a failed
 // registry write.
 class SettingsInstaller {

@@ -33,6 +33,17 @@ inline constexpr char kDownloadUpdateRetryCount[] = "DownloadUpdateRetryCount";
 inline constexpr char kDataUpdatesDirectoryName[] = "DataUpdatesDirectoryName";
 inline constexpr char kDataUpdated[] = "DataUpdated";
 inline constexpr char kCompleteSoftwareUpdated[] = "CompleteSoftwareUpdated";
+// Also settable by fleet policy (config/policies.json, settings/Policy), as are
+// "WebServerUrl", "PrinterPollInterval" and the log's "startLog".
+inline constexpr char kUpdateMode[] = "UpdateMode";  // 0 off, 1 automatic, 2 check and report
+inline constexpr char kReportRunEvents[] = "ReportRunEvents";
+inline constexpr char kTrustedPublishers[] = "TrustedPublishers";  // REG_MULTI_SZ
+inline constexpr char kApplyWindowStart[] = "ApplyWindowStart";
+inline constexpr char kApplyWindowDuration[] = "ApplyWindowDuration";
+inline constexpr char kApplyWindowDays[] = "ApplyWindowDays";
+inline constexpr char kApplyWindowReserve[] = "ApplyWindowReserve";
+inline constexpr char kCheckPeriodMinutes[] = "CheckPeriodMinutes";
+inline constexpr char kQuietWaitMode[] = "QuietWaitMode";
 
 // "Settings\"
 inline constexpr char kOrreryVersionInfoFileName[] = "OrreryVersionInfoFileName";

@@ -5,38 +5,11 @@
 
 #include "system/CriticalSection.h"
 #include "system/CriticalSectionLock.h"
+#include "system/ProductFamily.h"
 #include "system/Win32Exception.h"
 
 namespace {
 
-struct ProductFamily {
-  const char* prefix;
-  const char* registryKey;  // Spelled as in the registry, "InkJet" and "Inkjet" alike.
-  uint32_t laser;
-  const char* vendor;
-};
-
-// Scanned in row order; rows sharing a prefix resolve to the first one for paths.
-const ProductFamily kProductFamilyTable[16] = {
-    {"cv", "CorvaneInkjet", 0, "Corvane"},
-    {"hk", "HalvikInkJet", 0, "Halvik"},
-    {"hx", "HalvikLaser", 1, "Halvik"},
-    {"pd", "PardoInkJet", 0, "Pardo"},
-    {"ts", "TessinInkjet", 0, "Tessin"},
-    {"mw", "MorrowInkJet", 0, "Morrow"},
-    {"bz", "OpalInkJet", 0, "Brisa"},
-    {"cl", "CorvaneLaser", 1, "Corvane"},
-    {"kk", "KetterLaser", 1, "Ketter"},
-    {"gn", "QvsLaser", 1, "Generic"},
-    {"gn", "QvsScanner", 1, "Generic"},
-    {"kk", "KetterScanner", 1, "Ketter"},
-    {"rw", "RWInkjet", 0, ""},
-    {"vd", "VandelInkjet", 0, "Vandel"},
-    {"nn", "N-NetInkjet", 0, "N-Net"},
-    {"yb", "OemInkjet", 0, ""},
-};
-
-const char kUnknownFamilyPath[] = "Software\\Corvane Tools";
 const char kTemporaryPath[] = "Software\\CorvaneTemp\\temp";
 
 CriticalSection g_localizeSection;
@@ -82,13 +55,7 @@ bool Localize::queryLocalId(std::string& localId) const {
   char buffer[MAX_PATH] = {};
   if (GetModuleFileNameA(module_, buffer, MAX_PATH) == 0)
     return false;
-  for (char* p = buffer; *p != '\0'; ++p) {
-    if (*p >= 'A' && *p <= 'Z')
-      *p = static_cast<char>(*p - 'A' + 'a');
-  }
-  const char* slash = strrchr(buffer, '\\');
-  const char* name = slash != nullptr ? slash + 1 : buffer;
-  localId.assign(name, strnlen(name, 4));
+  localId = localIdOf(buffer);
   return true;
 }
 
@@ -97,15 +64,8 @@ std::string Localize::getLocalId() const {
 }
 
 bool Localize::findProductFamilyPath(std::string& path) const {
-  for (const ProductFamily& family : kProductFamilyTable) {
-    if (localId_.size() >= 2 && _strnicmp(localId_.c_str(), family.prefix, 2) == 0) {
-      path = std::string("Software\\") + family.registryKey;
-      return true;
-    }
-  }
-  // Callers use this path even though no family matched.
-  path = kUnknownFamilyPath;
-  return false;
+  // Callers use the unknown family's path too.
+  return ::findProductFamilyPath(localId_, path);
 }
 
 std::string Localize::getProductFamilyRegistryPath() const {
@@ -131,8 +91,7 @@ std::string Localize::getRegistryPath(uint32_t kind) const {
 
 bool Localize::isLaserProductFamily() const {
   for (const ProductFamily& family : kProductFamilyTable) {
-    if (family.laser == 1 && localId_.size() >= 2 &&
-        _strnicmp(localId_.c_str(), family.prefix, 2) == 0)
+    if (family.laser == 1 && matchesFamily(localId_, family))
       return true;
   }
   return false;

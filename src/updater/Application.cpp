@@ -11,6 +11,7 @@
 #include "updater/CommandLineParams.h"
 #include "updater/DownloadRecord.h"
 #include "updater/ProcessScope.h"
+#include "updater/RunConditions.h"
 #include "updater/RunLock.h"
 #include "updater/RunResults.h"
 #include "updater/RunStatus.h"
@@ -24,7 +25,8 @@ namespace {
 void runHoldingTheLock(RunLock& runLock) {
   RunStatus status;
   std::unique_ptr<UpdatesController> controller;
-  std::string exception;
+  RunResults disabled;
+  std::string exception, problems;
   try {
     // What an earlier run left behind when it died (it was killed, or the vendor library
     // crashed or hung) is undone first, before the library is even loaded: the printers it
@@ -32,8 +34,20 @@ void runHoldingTheLock(RunLock& runLock) {
     PrinterSpoolerWrapper spooler;
     PauseRecord::recoverAbandonedPause(spooler);
     DownloadRecord::recoverAbandonedDownloads();
-    controller.reset(new UpdatesController());
-    controller->performUpdates();
+    const RunConditions conditions = RunConditions::read();
+    for (const std::string& problem : conditions.policyProblems()) {
+      BasicLogger::getInstance().write(kLogUpdater, LOG_DETAIL, "RunConditions: " + problem);
+      problems += (problems.empty() ? "" : "; ") + problem;
+    }
+    if (conditions.updateMode() == RunConditions::UpdateMode::kOff) {
+      BasicLogger::getInstance().write(
+          kLogUpdater, LOG_DETAIL,
+          "RunConditions: update mode 0 (off): this run ends before it loads the library");
+      disabled.disabled = true;
+    } else {
+      controller.reset(new UpdatesController(conditions.checkOnly()));
+      controller->performUpdates();
+    }
   } catch (const Exception& e) {
     // The run handles its own failures; what comes this far (the log writer's failed wait on
     // its mutex, say) ends the run where it was, and says so in its verdict.
@@ -43,10 +57,12 @@ void runHoldingTheLock(RunLock& runLock) {
   } catch (...) {
     exception = "an unexpected exception";
   }
-  RunResults results = controller ? controller->results() : RunResults();
+  RunResults results = controller ? controller->results() : disabled;
   if (!exception.empty())
     results.exception = exception;
-  status.finish(judge(results));
+  RunVerdict verdict = judge(results);
+  verdict.notes = problems;
+  status.finish(verdict);
   if (results.elevation == RunResults::Step::kDone)
     runLock.handOver();
 }

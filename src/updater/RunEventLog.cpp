@@ -17,7 +17,9 @@ bool RunEventLog::report(const RunVerdict& verdict,
                          const std::string& catalogVersion) {
   if (!source_.valid())
     return false;
-  const std::string& detail = verdict.detail.empty() ? verdict.applied : verdict.detail;
+  std::string detail = verdict.detail.empty() ? verdict.applied : verdict.detail;
+  if (!verdict.notes.empty())
+    detail += (detail.empty() ? "" : "; ") + verdict.notes;
   const char* strings[] = {outcomeWord(verdict.outcome), softwareVersion.c_str(),
                            catalogVersion.c_str(), detail.c_str()};
   return ReportEventA(source_.get(), outcomeEventType(verdict.outcome), 0,

@@ -13,7 +13,8 @@ struct DeregisterEventSourceHandle {
 
 // The event that ends an update run, in the Application log under the source "Orrery Updater":
 // the outcome's event id and type (updater/RunOutcome), and four strings: the outcome's word, the
-// installed software and catalog versions, and the detail (what was applied, for a success). The
+// installed software and catalog versions, and the detail (what was applied, for a success),
+// followed by the verdict's notes. The
 // texts come from the message table compiled into cvupdater.exe, which the source's registration
 // names as its "EventMessageFile".
 //

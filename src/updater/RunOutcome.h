@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 // How an update run ended: one word each, of a fixed vocabulary that administrators' tools read
 // (the "LastResult" status value, the event log and cvupsettings /status), so words and event ids
@@ -58,9 +60,13 @@ WORD outcomeEventType(RunOutcome outcome);
 uint32_t failuresAfter(RunOutcome outcome, uint32_t before);
 
 // The verdict of one run: its outcome, the failing step with its code (one line, empty for a
-// success), and what it applied ("software", "catalog", "software+catalog", or empty).
+// success), what it applied ("software", "catalog", "software+catalog", or empty), further values
+// it reports in its status (what the check found available), and notes that its event carries
+// after the detail (the policy values that were ignored).
 struct RunVerdict {
   RunOutcome outcome = RunOutcome::kUpToDate;
   std::string detail;
   std::string applied;
+  std::vector<std::pair<std::string, std::string>> values;
+  std::string notes;
 };

@@ -39,16 +39,34 @@ std::pair<RunOutcome, const char*> stepInProgress(const RunResults& results) {
   return {RunOutcome::kCheckFailed, results.software.asked ? "update check" : "run"};
 }
 
+// What the checks found available: "software 1.1, catalog 2026.2".
+std::string available(const RunResults& results) {
+  std::string text;
+  for (const auto& [check, kind] : {std::make_pair(&results.software, "software"),
+                                    std::make_pair(&results.catalog, "catalog")}) {
+    if (check->answer == UPDATE_AVAILABLE)
+      text += (text.empty() ? "" : ", ") + std::string(kind) + " " + check->newVersion;
+  }
+  return text;
+}
+
 }  // namespace
 
 RunVerdict judge(const RunResults& results) {
-  RunVerdict verdict{RunOutcome::kUpToDate, "", appliedParts(results)};
+  RunVerdict verdict{RunOutcome::kUpToDate, "", appliedParts(results), {}, ""};
+  for (const auto& [check, name] : {std::make_pair(&results.software, "AvailableSoftwareVersion"),
+                                    std::make_pair(&results.catalog, "AvailableCatalogVersion")}) {
+    if (check->asked)
+      verdict.values.emplace_back(name, check->answer == UPDATE_AVAILABLE ? check->newVersion : "");
+  }
   const auto ended = [&verdict](RunOutcome outcome, const std::string& detail) {
     verdict.outcome = outcome;
     verdict.detail = detail;
     return verdict;
   };
 
+  if (results.disabled)
+    return ended(RunOutcome::kDisabledByPolicy, "update mode 0 (off): nothing was checked");
   switch (results.library) {
     case RunResults::Library::kMissing:
       return ended(RunOutcome::kLibraryMissing,
@@ -72,6 +90,12 @@ RunVerdict judge(const RunResults& results) {
   if (catalogCheckFailed && software.answer != UPDATE_AVAILABLE)
     return ended(RunOutcome::kCheckFailed, "catalog check: " + code(catalog.code));
 
+  if (!results.checkOnly.empty()) {
+    const std::string found = available(results);
+    if (found.empty())
+      return verdict;
+    return ended(RunOutcome::kUpdateAvailable, results.checkOnly + ": " + found + " available");
+  }
   if (results.decision == RunResults::Decision::kNotPermitted)
     return ended(RunOutcome::kNotPermitted, "install decision: " + results.notPermitted);
   if (results.elevation == Step::kDone)

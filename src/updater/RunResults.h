@@ -24,11 +24,18 @@ struct RunResults {
   Step connection = Step::kNotRun;
   long connectionCode = 0;
 
-  // An update check: asked or not, the answer, and the library's code.
+  // Update mode 0 (off): the run ended before it loaded the library.
+  bool disabled = false;
+  // Why the run only checked and reported (RunConditions::checkOnly()); empty for a run that may
+  // download, pause and apply.
+  std::string checkOnly;
+
+  // An update check: asked or not, the answer, the library's code, and the version it named.
   struct Check {
     bool asked = false;
     UpdateCheckResult answer = UPDATE_NOT_AVAILABLE;
     long code = 0;
+    std::string newVersion;
   };
   Check software;
   Check catalog;
@@ -75,5 +82,7 @@ struct RunResults {
 
 // The run's verdict from its results. The first step that failed, in the run's order, decides the
 // word; a run that applied something keeps what it applied whatever came after. Warnings (offline,
-// a relaunch, an update applied while a check failed) are neither success nor failure.
+// a relaunch, an update applied while a check failed) are neither success nor failure. A run that
+// checked reports what is available ("AvailableSoftwareVersion", "AvailableCatalogVersion": the
+// version the check named, empty when none) among the verdict's values.
 RunVerdict judge(const RunResults& results);

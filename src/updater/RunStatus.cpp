@@ -98,7 +98,7 @@ void reportEvent(const RunVerdict& verdict,
 
 // The event of a run that ended before it ran: the versions as they are.
 void reportEarlyEnd(RunOutcome outcome, const std::string& detail) {
-  reportEvent(RunVerdict{outcome, detail, ""}, VersionInfo::GetOrreryVersionNumber(),
+  reportEvent(RunVerdict{outcome, detail, "", {}, ""}, VersionInfo::GetOrreryVersionNumber(),
               VersionInfo::GetCatalogVersionNumber());
 }
 
@@ -158,6 +158,7 @@ void RunStatus::finish(const RunVerdict& verdict) {
     }
     if (verdict.outcome == RunOutcome::kLockUnavailable)
       values.emplace_back(kLastLockFailure, now + " " + verdict.detail);
+    values.insert(values.end(), verdict.values.begin(), verdict.values.end());
     write(key.get(), values,
           {{kConsecutiveFailures, failuresAfter(verdict.outcome, failures)}, {kRunInProgress, 0}});
   }

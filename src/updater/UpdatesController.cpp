@@ -28,8 +28,9 @@ std::string code(long value) {
 
 }  // namespace
 
-UpdatesController::UpdatesController() {
+UpdatesController::UpdatesController(const std::string& checkOnly) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::UpdatesController() ");
+  results_.checkOnly = checkOnly;
   if (!webUpdater_.isLoaded()) {
     results_.library = RunResults::Library::kMissing;
     results_.libraryError = webUpdater_.lastCode();
@@ -53,6 +54,11 @@ void UpdatesController::performUpdates() {
   typeOfUpdateAvailable type = 0;
   if (!checkForUpdates(type) || type == 0) {
     trace.detail("Checking for updates failed or there are no updates available!");
+    return;
+  }
+  if (!results_.checkOnly.empty()) {
+    trace.detail(
+        [&] { return "Updates are available; this run only reports them: " + results_.checkOnly; });
     return;
   }
   trace.detail("Updates are available, now, we will attempt to download and install them");
@@ -164,7 +170,7 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
   const std::string softwareUrl = urlGenerator_.generateUrl(ORRERY_VERSION);
   const UpdateCheckResult softwareAnswer =
       webUpdater_.isUpdateAvailable(softwareUrl, softwareVersion);
-  results_.software = {true, softwareAnswer, webUpdater_.lastCode()};
+  results_.software = {true, softwareAnswer, webUpdater_.lastCode(), webUpdater_.lastNewVersion()};
   switch (softwareAnswer) {
     case UPDATE_AVAILABLE:
       trace.detail("Orrery Software Update is available.");
@@ -191,7 +197,7 @@ bool UpdatesController::checkForUpdates(typeOfUpdateAvailable& type) {
   const std::string dataUrl = urlGenerator_.generateUrl(CATALOG_VERSION);
   // Only the software check can end the run: every other data answer means "not available".
   const UpdateCheckResult dataAnswer = webUpdater_.isUpdateAvailable(dataUrl, dataVersion);
-  results_.catalog = {true, dataAnswer, webUpdater_.lastCode()};
+  results_.catalog = {true, dataAnswer, webUpdater_.lastCode(), webUpdater_.lastNewVersion()};
   if (dataAnswer == UPDATE_AVAILABLE) {
     trace.detail("Catalog/Orrery Data Update is available.");
     type = type == 2 ? 3 : 1;

@@ -29,7 +29,9 @@ using typeOfUpdateAvailable = uint32_t;
 // depends on them. Printers paused for an installation are resumed on every path.
 class UpdatesController {
  public:
-  UpdatesController();
+  // `checkOnly` (RunConditions::checkOnly()): why the run may only check and report; empty for
+  // the automatic run, which downloads, pauses and applies what is available.
+  explicit UpdatesController(const std::string& checkOnly = std::string());
   ~UpdatesController();
   UpdatesController(const UpdatesController&) = delete;
   UpdatesController& operator=(const UpdatesController&) = delete;

@@ -235,6 +235,7 @@ bool WebUpdaterAdapter::isInternetAvailable() {
 UpdateCheckResult WebUpdaterAdapter::isUpdateAvailable(const std::string& url,
                                                        const std::string& currentVersionNumber) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "WebUpdaterAdapter::isUpdateAvailable() ");
+  lastNewVersion_.clear();
   // The misspelling below is the established log text.
   trace.detail([&] { return "url=" + url + ", currentVerionsNumber=" + currentVersionNumber; });
   const auto finish = [&trace](UpdateCheckResult result) {
@@ -258,10 +259,8 @@ UpdateCheckResult WebUpdaterAdapter::isUpdateAvailable(const std::string& url,
                                   timeOut, retryCount, nullptr);
   lastCode_ = code;
   // The library may fill all 20 bytes; never read past them.
-  trace.detail([&] {
-    return " New version number=" +
-           std::string(newVersion.get(), strnlen(newVersion.get(), kUpdNewVersionSize));
-  });
+  lastNewVersion_.assign(newVersion.get(), strnlen(newVersion.get(), kUpdNewVersionSize));
+  trace.detail([&] { return " New version number=" + lastNewVersion_; });
   newVersion.reset();
   trace.detail([&] {
     return LogText(" WebUpdaterDll Check for updates call returned : ") + checkCodeName(code);

@@ -64,6 +64,8 @@ class WebUpdaterAdapter {
   // What the library's last call (connection, check, download, apply) returned, or LoadLibrary's
   // error after a failed load; 0 before either.
   long lastCode() const { return lastCode_; }
+  // The version the library's last update check named (its new version number), or empty.
+  const std::string& lastNewVersion() const { return lastNewVersion_; }
 
  private:
   // The export `name`, typed as `FunctionPointer`; null after logging `notLoaded` when the
@@ -76,4 +78,5 @@ class WebUpdaterAdapter {
 
   ScopedModule module_;
   long lastCode_ = 0;
+  std::string lastNewVersion_;
 };

@@ -22,6 +22,8 @@
 //   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
 //   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
 //                                and one line that is always written (component "QNV")
+//   hang [alone]                 start a copy of itself "hang alone", which inherits its output,
+//                                print "child=<its pid>", then never end (with alone: never end)
 #include <windows.h>
 
 #include <cstdio>
@@ -158,6 +160,21 @@ int main(int argc, char** argv) {
   } else if (command == "settings-tool-cannot-start") {
     ProcessScope::setCreateLoggerFunction([](const LogSwitches&) { throw std::bad_alloc(); });
     return runSettingsTool({});
+  } else if (command == "hang") {
+    if (argc == 2) {
+      char self[MAX_PATH] = {};
+      GetModuleFileNameA(nullptr, self, MAX_PATH);
+      std::string line = "\"" + std::string(self) + "\" hang alone";
+      STARTUPINFOA startup = {};
+      startup.cb = sizeof(startup);
+      PROCESS_INFORMATION child = {};
+      if (CreateProcessA(nullptr, &line[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                         &child)) {
+        const ScopedHandle process(child.hProcess), thread(child.hThread);
+        print("child", std::to_string(child.dwProcessId));
+      }
+    }
+    Sleep(INFINITE);
   } else if (command == "write" && argc > 3) {
     writeLines(argv[2], static_cast<int>(number(3)), argc > 4 ? argv[4] : "");
   } else {

@@ -74,7 +74,7 @@ class Msi(unittest.TestCase):
         return output[output.find("("):].strip()  # The ACEs alone: Wine keeps no "P" flag.
 
     def test_a_silent_install_is_configured_locked_and_scheduled_and_its_removal_leaves_nothing(self):
-        folder = "C:\\Tools\\Orrery \u00dc Pr\u00f6gramme"  # Latin-1 letters, in the code page.
+        folder = "C:\\Program Files\\Orrery \u00dc Pr\u00f6gramme"  # Latin-1 letters, in the code page.
         code, _ = self.msiexec("/i", r"C:\orrery.msi", "INSTALLDIR=" + folder + "\\",
                                "WEBSERVERURL=http://updates.example/[package_code]",
                                "DRIVERNAME=Office Driver", r"DATAPATH=C:\Data\Catalog",
@@ -124,17 +124,28 @@ class Msi(unittest.TestCase):
     def test_a_settings_file_of_ones_own_is_installed_and_what_is_refused_leaves_all_as_it_was(self):
         own = "[Software\\CorvaneInkjet\\QNV\\Local\\cvup\\Settings]\r\nDriverName=string:%s\r\n"
         self.prefix.write(r"C:\bad.loc", own.replace("string:%s", "DWORD:1"))
-        # A failed first install leaves no store, no family key, no files.
-        code, log = self.msiexec("/i", r"C:\orrery.msi", r"SETTINGSFILE=C:\bad.loc")
-        self.assertEqual(1603, code)
-        self.assertIn("The settings tool failed (exit 1)", log)
-        self.assertNotEqual(0, self.prefix.wine(["reg", "query", r"HKLM\Software\CorvaneInkjet"]).returncode)
-        self.assertEqual("", self.export())
-        self.assertFalse(self.prefix.exists(r"C:\Program Files\Corvane") or self.prefix.exists(TASK))
+        # A failed first install leaves no store, no family key, no files: the settings tool
+        # failed, or a folder outside Program Files was refused before anything was written.
+        for arguments, log_says in (
+                ([r"SETTINGSFILE=C:\bad.loc"], "The settings tool failed (exit 1)"),
+                (["INSTALLDIR=C:\\Tools\\Orrery\\"],
+                 "INSTALLDIR=C:\\Tools\\Orrery\\ is refused: give a folder below "
+                 "C:\\Program Files\\ (ProgramFiles64Folder)")):
+            code, log = self.msiexec("/i", r"C:\orrery.msi", *arguments)
+            self.assertEqual(1603, code)
+            self.assertIn(log_says, log)
+            self.assertNotEqual(0, self.prefix.wine(["reg", "query", r"HKLM\Software\CorvaneInkjet"]).returncode)
+            self.assertEqual("", self.export())
+            self.assertFalse(self.prefix.exists(r"C:\Program Files\Corvane") or self.prefix.exists(TASK)
+                             or self.prefix.exists(r"C:\Tools"))
 
         self.prefix.write(r"C:\own.loc", own % "Own Driver")
-        code, _ = self.msiexec("/i", r"C:\orrery.msi", r"SETTINGSFILE=C:\own.loc", "SCHEDULE=none")
+        code, log = self.msiexec("/i", r"C:\orrery.msi", r"SETTINGSFILE=C:\own.loc", "SCHEDULE=none")
         self.assertEqual(0, code)
+        # The tool installed the custom action's checked copy, deleted since.
+        copy = log.split(r"SETTINGSFILE=C:\own.loc was read as checked into ")[1].split("\n")[0].strip()
+        self.assertIn("cvupsettings: Installed the default settings from %s into" % copy, log)
+        self.assertFalse(self.prefix.exists(copy))
         self.assertEqual(["Own Driver", None],
                          [self.value("Settings", "DriverName"), self.value("Settings", "DataPath")])
         self.assertFalse(self.prefix.exists(TASK))
@@ -150,6 +161,7 @@ class Msi(unittest.TestCase):
                 (["LOCKSTORE=2"], "LOCKSTORE=2 is refused"),
                 (["SCHEDULE=bogus"], "SCHEDULE=bogus is refused"),
                 (["SCHEDULE=Users", "LOCKSTORE=1"], "SCHEDULE=Users is refused: with LOCKSTORE=1"),
+                (["SCHEDULE=system", "LOCKSTORE=0"], "SCHEDULE=system is refused: with LOCKSTORE=0"),
                 (["SETTINGSFILE=own.loc"], "SETTINGSFILE=own.loc is refused: give the file's absolute"),
                 ([r"SETTINGSFILE=C:\missing.loc"], r"SETTINGSFILE=C:\missing.loc is refused: the file"),
                 (["DRIVERNAME=\u041f\u0440\u0438\u043d\u0442\u0435\u0440"],
@@ -199,6 +211,14 @@ class Msi(unittest.TestCase):
         with open(os.path.join(staged, "cvupdater.exe"), "rb") as f:
             self.assertEqual(f.read(), installed)
         self.assertTrue(self.prefix.exists(TASK))
+
+        # The store cannot be opened under the SYSTEM task that stays.
+        code, log = self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL", "REINSTALLMODE=omus",
+                                 "LOCKSTORE=0")
+        self.assertEqual(1603, code)
+        self.assertIn("LOCKSTORE=0 is refused: the installed SYSTEM task (SCHEDULE=system), which "
+                      "stays,", log)
+        self.assertEqual("(A;CI;KA;;;BA)(A;CI;KA;;;SY)", self.dacl(STORE))
 
         # The older one is refused by its launch condition (whose message Wine does not log).
         code, log = self.msiexec("/i", r"C:\old.msi")

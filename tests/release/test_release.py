@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """The release as a security team checks it. The release is built a second time, from the same
 sources, in a build folder of its own (release-rebuild, configured without the tests: only the two
-programs and the installer's custom actions are compiled before cpack), and must be the same bytes as this build's; then it is signed
-with a throwaway CA's code-signing certificate, once from PEM files and once from a PKCS#12 file.
+programs and the installer's custom actions are compiled before cpack), and must be the same bytes
+as this build's; then it is signed with a throwaway CA's code-signing certificate, once from PEM
+files and once from a PKCS#12 file. The custom actions' DLL, which runs as SYSTEM, is signed and
+listed in the bill of materials like the programs, and the MSI holds it as signed.
 
 osslsigncode checks the signatures, their digests and their chain to that CA. (Wine's WinVerifyTrust
 would add nothing: it checks a program's digest alone, not the chain, and no MSI.)
@@ -26,6 +28,10 @@ from wineprefix import build_dir_argument  # noqa: E402
 BUILD_DIR = None
 SOURCE_DIR = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 PROGRAMS = ["cvupdater.exe", "cvupsettings.exe"]
+# The policy templates, in the ZIP's policy folder and beside the MSI.
+TEMPLATES = ["policy/en-US/orrery-updater.adml", "policy/orrery-updater-sample.reg",
+             "policy/orrery-updater.admx"]
+ACTIONS = "orreryactions.dll"  # Built into the MSI (Binary.OrreryActions), not in the ZIP.
 RUNTIME = {"MinGW-w64 CRT", "libstdc++", "libgcc", "winpthreads"}
 
 
@@ -58,9 +64,11 @@ def release(build):
     """{name: path} of a build's release files: the staged programs and the packages."""
     staged = glob.glob(os.path.join(build, "_CPack_Packages", "*", "ZIP", "*", "cvupdater.exe"))
     files = {name: os.path.join(os.path.dirname(staged[0]), name) for name in PROGRAMS}
+    files[ACTIONS] = os.path.join(os.path.dirname(staged[0]), "..", "msi-binary", ACTIONS)
     for pattern in ("*-x64.msi", "*-win64.zip", "*.spdx.json", "SHA256SUMS"):
         path = glob.glob(os.path.join(build, pattern))[0]
         files[os.path.basename(path)] = path
+    files.update({name: os.path.join(build, name) for name in TEMPLATES})
     return files
 
 
@@ -79,6 +87,7 @@ def package(build, **signing):
     copy = tempfile.mkdtemp(dir=Release.scratch)
     files = {}
     for name, path in release(build).items():
+        os.makedirs(os.path.dirname(os.path.join(copy, name)), exist_ok=True)
         files[name] = shutil.copy(path, os.path.join(copy, name))
     return files, output
 
@@ -148,6 +157,8 @@ class Release(unittest.TestCase):
 
     def test_the_checksums_and_the_bill_of_materials_match(self):
         run(["sha256sum", "--quiet", "-c", "SHA256SUMS"], cwd=BUILD_DIR)
+        with open(os.path.join(BUILD_DIR, "SHA256SUMS")) as f:
+            self.assertLessEqual(set(TEMPLATES), {line.split()[1] for line in f})
         sbom_path = next(p for n, p in self.first.items() if n.endswith(".spdx.json"))
         with open(sbom_path, "rb") as f:
             sbom_bytes = f.read()
@@ -157,7 +168,7 @@ class Release(unittest.TestCase):
         self.assertEqual([sbom_bytes], zipped)
 
         sbom = json.loads(sbom_bytes)
-        self.assertEqual({"./" + n: sha256(self.first[n]) for n in PROGRAMS},
+        self.assertEqual({"./" + n: sha256(self.first[n]) for n in PROGRAMS + TEMPLATES + [ACTIONS]},
                          {f["fileName"]: next(c["checksumValue"] for c in f["checksums"]
                                                if c["algorithm"] == "SHA256")
                           for f in sbom["files"]})
@@ -185,8 +196,8 @@ class Release(unittest.TestCase):
 
     def test_a_signed_release_verifies_and_is_reproducible(self):
         ca = self.keys["ca.pem"]
-        signed = [self.signed[n] for n in PROGRAMS] + [
-            p for n, p in self.signed.items() if n.endswith(".msi")]
+        msi = next(p for n, p in self.signed.items() if n.endswith(".msi"))
+        signed = [self.signed[n] for n in PROGRAMS + [ACTIONS]] + [msi]
         for path in signed:
             verify = ["osslsigncode", "verify", "-CAfile", ca, "-in"]
             quiet = dict(stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -200,6 +211,11 @@ class Release(unittest.TestCase):
             with open(changed, "wb") as f:
                 f.write(data)
             self.assertNotEqual(0, subprocess.run(verify + [changed], **quiet).returncode, changed)
+        # The MSI runs the DLL that was signed.
+        built_in = os.path.join(os.path.dirname(msi), "built-in.dll")
+        with open(built_in, "wb") as f:
+            subprocess.run(["msiinfo", "extract", msi, "Binary.OrreryActions"], check=True, stdout=f)
+        self.assertEqual(sha256(self.signed[ACTIONS]), sha256(built_in))
         signed = {n: sha256(p) for n, p in self.signed.items()}
         self.assertEqual(signed, {n: sha256(p) for n, p in self.signed_pkcs12.items()})
         self.assertEqual(signed, {n: sha256(p) for n, p in self.attached.items()})

@@ -70,15 +70,14 @@ TEST_F(SettingsInstallerTest, WritesEachValueAsItsTypeWordSays) {
 }
 
 // Every problem fails the file, but the rest of it is still installed; a key without a value is
-// dropped by the reader, and a failed registry write (a path that starts with a backslash) does not
-// fail the file: it is only logged and reported. A name longer than the registry takes (a key name
-// of 256, a key path of 32,750 or a value name of 16,384 characters) is refused by its length
-// before it is looked up (the private-profile functions fault on a name of 32,767), and fails the
-// file.
+// dropped by the reader, and a failed registry write (a path that starts with a backslash, a key
+// name of 256 characters, a value name of 16,384) does not fail the file: it is only logged and
+// reported. A name that the private-profile functions cannot take (more than 32,766 characters) is
+// refused by its length before it is looked up, and fails the file.
 TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
   const std::string good = "[" + kKey + "]\r\na=dword:1\r\n";
   std::string deep = kKey;
-  while (deep.size() <= 32749)
+  while (deep.size() <= 32766)
     deep += "\\" + std::string(200, 'p');
   const std::pair<std::string, bool> rows[] = {
       {good + "[" + kKey + "\\Deep\\er]\r\nb=string:x\r\n", true},
@@ -86,12 +85,30 @@ TEST_F(SettingsInstallerTest, InstallsWhatItCanAndFailsOnEveryProblem) {
       {good + "=string:2\r\nb=dword:3\r\n", false},
       {good + "b=\r\n", true},
       {"[\\" + kKey + "\\Bad]\r\nc=dword:1\r\n" + good, true},
-      {good + "[" + kKey + "\\" + std::string(300, 'k') + "]\r\nz=dword:1\r\n", false},
+      {good + "[" + kKey + "\\" + std::string(300, 'k') + "]\r\nz=dword:1\r\n", true},
       {good + "[" + deep + "]\r\nz=dword:1\r\n", false},
-      {good + std::string(16383, 'v') + "=dword:7\r\n", true},
-      {good + std::string(16384, 'v') + "=dword:7\r\n", false}};
+      {good + std::string(16384, 'v') + "=dword:7\r\n", true},
+      {good + std::string(32767, 'v') + "=dword:7\r\n", false}};
   for (const auto& [content, result] : rows) {
-    EXPECT_EQ(result, install(content)) << content;
-    EXPECT_EQ(dword(1), stored("a")) << content;
+    EXPECT_EQ(result, install(content)) << content.substr(0, 200);
+    EXPECT_EQ(dword(1), stored("a")) << content.substr(0, 200);
   }
+}
+
+// A value below a key name the registry refuses gets the installer's own line for a failed write,
+// with the registry's status, and the file goes on.
+TEST_F(SettingsInstallerTest, LogsAWriteTheRegistryRefusedAndGoesOn) {
+  const std::string section = kKey + "\\" + std::string(300, 'k');
+  testsupport::LogCapture log;
+  EXPECT_TRUE(install("[" + section + "]\r\nz=dword:1\r\n" + "[" + kKey + "]\r\na=dword:1\r\n"));
+  const std::string line =
+      "Return Code for writing sectionName='" + section + "',key='z',value='1' is = ";
+  std::string status;
+  for (const std::string& detail : log.details("SettingsInstaller::installSettings():")) {
+    if (detail.compare(0, line.size(), line) == 0)
+      status = detail.substr(line.size());
+  }
+  EXPECT_NE("", status);
+  EXPECT_NE("0", status);
+  EXPECT_EQ(dword(1), stored("a"));
 }

@@ -4,7 +4,10 @@
 
 #include <winspool.h>
 
+#include "StoreSecurity.h"
+#include "TaskSchedule.h"
 #include "logging/Logger.h"
+#include "settings/SettingsInstaller.h"
 #include "support/TestSupport.h"
 #include "updater/RunStatus.h"
 
@@ -29,9 +32,10 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
   const std::string programRoot = "Software\\CorvaneInkjet\\QNV\\Local\\cvup\\";
   for (size_t at = 0; (at = sample.find(programRoot, at)) != std::string::npos;)
     sample.replace(at, programRoot.size(), root);
+  // Entries that the installer itself takes as installed, and that the tool still reports: the
+  // registry refuses a key name of 300 characters, and a path that starts with a backslash.
   const std::string tooLong = root + std::string(300, 'k');
-  // Entries that the installer itself takes as installed, and that the tool still reports.
-  const std::string refused = "\\" + root + "Refused";  // The registry refuses the backslash.
+  const std::string refused = "\\" + root + "Refused";
   const std::string bad = "[" + updater + "]\r\nPrinterPollInterval=dword:0x10\r\nFoo=\r\n[" +
                           tooLong + "]\r\nz=dword:1\r\n[" + refused + "]\r\ny=dword:1\r\n";
   const std::string failed =
@@ -60,10 +64,10 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
       {"", "", 2, "", "Settings file not found: " + file + "\n", "none"},
       {sample, "/quiet", 2, "", "Usage: ", "none"},
       {bad, "", 1, noPrinter("").substr(1),
-       notAsWritten + "Foo: it has no value\nNot installed as written: [" + tooLong.substr(0, 64) +
-           "... (" + std::to_string(tooLong.size()) +
-           " characters)] : a key name in the path is longer than 255 characters\n" + notAsWritten +
+       notAsWritten + "Foo: it has no value\n" + notAsWritten +
            "PrinterPollInterval: '0x10' is not a decimal number; 0 was written\n" +
+           "Not installed as written: [" + tooLong + "] z: the registry refused it (status " +
+           std::to_string(writeDwordValue(tooLong, "z", 1)) + ")\n" +
            "Not installed as written: [" + refused + "] y: the registry refused it (status 161)\n" +
            failed,
        "0"},
@@ -95,6 +99,54 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
   EXPECT_EQ("Could not start: out of memory while setting up the log\n", errors);
   testsupport::deleteKeyTree(root);
   DeleteFileA(file.c_str());
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+}
+
+// No SYSTEM task runs from a store that users can change: /schedule system needs the store locked
+// (before, or in the same command), and /unlock needs the SYSTEM task gone (before, or in the same
+// command). A refused command changes nothing and exits 2. The store's "Records" keeps the
+// program's own DACL through /lock and /unlock.
+TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
+  const std::string id = testsupport::localId().substr(0, 2) + "sy";
+  const std::string folder = testsupport::executableDirectory();
+  const std::string store = testsupport::familyPath() + "\\QNV\\Local\\" + id;
+  const std::string records = store + "\\Records";
+  testsupport::deleteKeyTree(store);
+  ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueA(HKEY_LOCAL_MACHINE, records.c_str(), "PausedPrinters",
+                                           REG_MULTI_SZ, "P\0", 3));
+  ASSERT_TRUE(
+      StoreSecurity::applyToKey(records, "O:BAD:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;BU)"));
+  ASSERT_TRUE(StoreSecurity::applyToStore(store, "D:(A;CI;GA;;;WD)"));  // As a ZIP install left it.
+  const std::string recordsDacl = StoreSecurity::describe(records, true);
+  const struct {
+    const char* arguments;
+    DWORD exitCode;
+    const char* refusal;  // the start of stderr
+    TaskSchedule::Kind task;
+    bool locked;
+  } rows[] = {
+      {"/schedule system", 2, "Refused: /schedule system over the store", TaskSchedule::Kind::kNone,
+       false},
+      {"/lock /schedule system", 0, "", TaskSchedule::Kind::kSystem, true},
+      {"/unlock", 2, "Refused: /unlock would let every user change the store",
+       TaskSchedule::Kind::kSystem, true},
+      {"/schedule system", 0, "", TaskSchedule::Kind::kSystem, true},
+      {"/unlock /schedule users", 0, "", TaskSchedule::Kind::kUsers, false},
+      {"/schedule system", 2, "Refused: /schedule system", TaskSchedule::Kind::kUsers, false},
+      {"/unlock /schedule system", 2, "Refused: /unlock", TaskSchedule::Kind::kUsers, false},
+      {"/lock /schedule none", 0, "", TaskSchedule::Kind::kNone, true}};
+  for (const auto& row : rows) {
+    DWORD exitCode = 99;
+    std::string errors;
+    testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
+                         std::string("/nofile ") + row.arguments, "", &exitCode, &errors);
+    EXPECT_EQ(row.exitCode, exitCode) << row.arguments << errors;
+    EXPECT_EQ(row.refusal, errors.substr(0, strlen(row.refusal))) << row.arguments;
+    EXPECT_EQ(row.task, TaskSchedule::registeredKind(folder)) << row.arguments;
+    EXPECT_EQ(row.locked, StoreSecurity::isLocked(store)) << row.arguments;
+    EXPECT_EQ(recordsDacl, StoreSecurity::describe(records, true)) << row.arguments;
+  }
+  testsupport::deleteKeyTree(store);
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
 
@@ -205,7 +257,8 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
     const std::string output = testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
                                                     row.arguments, "", &exitCode, &errors);
     EXPECT_EQ(row.exitCode, exitCode) << row.arguments << errors;
-    EXPECT_EQ(row.output, output) << row.arguments;
+    // The status, up to the effective settings (the test below).
+    EXPECT_EQ(row.output, output.substr(0, output.find("\nEffective settings"))) << row.arguments;
     EXPECT_EQ(0u, errors.find(row.why)) << errors;
   }
   DWORD exitCode = 99;
@@ -218,6 +271,60 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
   EXPECT_EQ("7", testsupport::registryValue(source, "TypesSupported"));
   testsupport::deleteKeyTree(source);
   testsupport::deleteKeyTree(testsupport::familyPath() + "\\QNV\\Local\\" + id);
+  DeleteFileA((testsupport::executableDirectory() + id + "tool.exe").c_str());
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+}
+
+// After the status, /status lists every setting that policy can set with its value and source,
+// then the policy values it ignores; it writes nothing (no default, no policy key).
+TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
+  const std::string id = testsupport::localId().substr(0, 2) + "sp";
+  const std::string store = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\";
+  const std::string family = testsupport::familyPath().substr(std::string("Software\\").size());
+  const std::string policies = "Software\\Policies\\" + family;
+  const std::string policy = policies + "\\QNV\\Local\\" + id + "\\Settings\\Updater";
+  const std::string url = "https://updates.example.com/[package_code]";
+  const DWORD interval = 2000, mode = 0;
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "Settings\\Updater").c_str(), "PrinterPollInterval",
+                  REG_DWORD, &interval, sizeof interval);
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "Settings\\Updater").c_str(), "WebServerUrl", REG_SZ,
+                  "http://store/", 14);
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "WebServerUrl", REG_SZ, url.c_str(),
+                  static_cast<DWORD>(url.size() + 1));
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "PrinterPollInterval", REG_SZ, "fast", 5);
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "QuietWaitMode", REG_DWORD, &mode,
+                  sizeof mode);
+  DWORD exitCode = 99;
+  std::string errors;
+  const std::string output =
+      testsupport::runCopy("cvupsettings.exe", id + "tool.exe", "/status", "", &exitCode, &errors);
+  EXPECT_EQ(1u, exitCode) << "no status";
+  EXPECT_EQ(
+      "\nEffective settings (source: policy, store or default):\n"
+      "UpdateMode (default): 1\n"
+      "WebServerUrl (policy): " +
+          url +
+          "\n"
+          "PrinterPollInterval (store): 2000\n"
+          "ReportRunEvents (default): 1\n"
+          "startLog (default): 0\n"
+          "TrustedPublishers (default): (not set)\n"
+          "ApplyWindowStart (default): (not set)\n"
+          "ApplyWindowDuration (default): (not set)\n"
+          "ApplyWindowDays (default): 127\n"
+          "ApplyWindowReserve (default): 15\n"
+          "CheckPeriodMinutes (default): 1440\n"
+          "QuietWaitMode (policy): 0\n"
+          "Policy problems:\n"
+          "Policy PrinterPollInterval = 'fast' (REG_SZ, 5 bytes) is ignored: it must be a "
+          "REG_DWORD; the store's value is used\n",
+      output);
+  EXPECT_EQ("none", testsupport::registryValue(store + "Settings\\Updater", "ReportRunEvents"));
+  EXPECT_EQ("http://store/",
+            testsupport::registryValue(store + "Settings\\Updater", "WebServerUrl"));
+  EXPECT_EQ("fast", testsupport::registryValue(policy, "PrinterPollInterval"));
+  testsupport::deleteKeyTree(policies);
+  testsupport::deleteKeyTree(store);
   DeleteFileA((testsupport::executableDirectory() + id + "tool.exe").c_str());
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }

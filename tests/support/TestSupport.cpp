@@ -70,6 +70,35 @@ void ScopedStore::remove(const std::string& section, const std::string& name) {
   RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str());
 }
 
+std::string ScopedPolicy::root() {
+  return "Software\\Policies\\" + familyPath().substr(std::string("Software\\").size()) +
+         "\\QNV\\Local\\" + localId() + "\\";
+}
+
+ScopedPolicy::ScopedPolicy() {
+  deleteKeyTree(root().substr(0, root().find("\\QNV\\")));
+}
+
+ScopedPolicy::~ScopedPolicy() {
+  deleteKeyTree(root().substr(0, root().find("\\QNV\\")));
+}
+
+void ScopedPolicy::set(const std::string& section, const std::string& name, DWORD value) {
+  setDword(root() + section, name, value);
+}
+
+void ScopedPolicy::set(const std::string& section,
+                       const std::string& name,
+                       const std::string& value,
+                       DWORD type) {
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (root() + section).c_str(), name.c_str(), type, value.c_str(),
+                  static_cast<DWORD>(value.size() + 1));
+}
+
+void ScopedPolicy::remove(const std::string& section, const std::string& name) {
+  RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, (root() + section).c_str(), name.c_str());
+}
+
 void restartLogger() {
   static const SettingsLogSwitches switches;
   Logger::destroyInstance();

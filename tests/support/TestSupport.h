@@ -48,6 +48,25 @@ class ScopedStore {
   }
 };
 
+// This executable's policy key, "Software\Policies\<family>\QNV\Local\<local id>\", for the
+// length of a scope: the family's policy key is deleted before and after. set() writes a value of
+// any type ("type" as the registry's REG_ constants).
+class ScopedPolicy {
+ public:
+  ScopedPolicy();
+  ~ScopedPolicy();
+  ScopedPolicy(const ScopedPolicy&) = delete;
+  ScopedPolicy& operator=(const ScopedPolicy&) = delete;
+
+  static std::string root();
+  void set(const std::string& section, const std::string& name, DWORD value);
+  void set(const std::string& section,
+           const std::string& name,
+           const std::string& value,
+           DWORD type = REG_SZ);
+  void remove(const std::string& section, const std::string& name);
+};
+
 // Turns the log on with the given "All" mask (component masks 0, then `switches`) for the length
 // of a scope and reads back the lines written meanwhile; the logger is recreated at both ends, so
 // that its switch cache starts empty. Needs a ScopedStore.

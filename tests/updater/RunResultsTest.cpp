@@ -12,8 +12,8 @@ using Step = RunResults::Step;
 RunResults checked(UpdateCheckResult software, UpdateCheckResult catalog) {
   RunResults results;
   results.connection = Step::kDone;
-  results.software = {true, software, software == UPDATE_AVAILABLE ? 1 : 2};
-  results.catalog = {software != UPDATE_CHECK_FAILED, catalog, 0};
+  results.software = {true, software, software == UPDATE_AVAILABLE ? 1 : 2, "1.1"};
+  results.catalog = {software != UPDATE_CHECK_FAILED, catalog, 0, "2026.2"};
   return results;
 }
 
@@ -219,11 +219,41 @@ const Row kRows[] = {
     {"SoftwareAppliedCatalogCheckFailed",
      [] {
        RunResults results = installed(true, false);
-       results.catalog = {true, UPDATE_CHECK_FAILED, 0};
+       results.catalog = {true, UPDATE_CHECK_FAILED, 0, ""};
        return results;
      },
      "UpdatedWithWarnings", "catalog check: code 0; the software update was applied", "software",
      false, 2},
+    // The update modes other than automatic: off before anything, report only after the checks.
+    {"UpdatesOff",
+     [] {
+       RunResults results;
+       results.disabled = true;
+       return results;
+     },
+     "DisabledByPolicy", "update mode 0 (off): nothing was checked", "", false, 2},
+    {"ReportOnlyWithUpdates",
+     [] {
+       RunResults results = checked(UPDATE_AVAILABLE, UPDATE_AVAILABLE);
+       results.checkOnly = "update mode 2 (check and report only)";
+       return results;
+     },
+     "UpdateAvailable",
+     "update mode 2 (check and report only): software 1.1, catalog 2026.2 available", "", false, 0},
+    {"ReportOnlyNothingAvailable",
+     [] {
+       RunResults results = checked(UPDATE_NOT_AVAILABLE, UPDATE_NOT_AVAILABLE);
+       results.checkOnly = "update mode 2 (check and report only)";
+       return results;
+     },
+     "UpToDate", "", "", true, 0},
+    {"ReportOnlyCheckFails",
+     [] {
+       RunResults results = checked(UPDATE_CHECK_FAILED, UPDATE_NOT_AVAILABLE);
+       results.checkOnly = "update mode 2 (check and report only)";
+       return results;
+     },
+     "CheckFailed", "software check: code 2", "", false, 3},
     {"BothApplied", [] { return installed(true, true); }, "Updated", "", "software+catalog", true,
      0},
     {"CatalogApplied", [] { return installed(false, true); }, "Updated", "", "catalog", true, 0},

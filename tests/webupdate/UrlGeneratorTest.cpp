@@ -50,3 +50,15 @@ TEST_F(UrlGeneratorTest, KeepsThePlaceholderWithoutAPackageCode) {
   store_.remove(kUpdater, "WebServerUrl");
   EXPECT_EQ("", UrlGenerator().generateUrl(ORRERY_VERSION));
 }
+
+// A policy's template is the one the URLs are built from, while the store keeps its own; once the
+// policy is removed, the store's template is used again.
+TEST_F(UrlGeneratorTest, APolicyTemplateWinsUntilItIsRemoved) {
+  testsupport::ScopedPolicy policy;
+  store_.set(kUpdater, "WebServerUrl", "http://store/[package_code]");
+  policy.set(kUpdater, "WebServerUrl", "https://policy/[os_code]/[package_code]");
+  EXPECT_EQ("https://policy/3/ORRD", UrlGenerator().generateUrl(ORRERY_DOWNLOAD));
+  EXPECT_EQ("http://store/[package_code]", store_.get(kUpdater, "WebServerUrl"));
+  policy.remove(kUpdater, "WebServerUrl");
+  EXPECT_EQ("http://store/ORRD", UrlGenerator().generateUrl(ORRERY_DOWNLOAD));
+}

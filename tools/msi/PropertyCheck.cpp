@@ -4,16 +4,14 @@
 
 #include <cwctype>
 
+#include "TaskKind.h"
+#include "WideText.h"
+#include "system/UniqueHandle.h"
+
 namespace {
 
 const wchar_t* const kTextProperties[] = {L"INSTALLDIR", L"SETTINGSFILE", L"WEBSERVERURL",
                                           L"DRIVERNAME", L"DLLPATH",      L"DATAPATH"};
-
-std::wstring lower(std::wstring text) {
-  for (wchar_t& c : text)
-    c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
-  return text;
-}
 
 // Whether `text` converts to the ANSI code page and back unchanged (no '?', no best fit).
 bool inCodePage(const std::wstring& text) {
@@ -26,25 +24,64 @@ bool inCodePage(const std::wstring& text) {
   return size > 0 && !defaulted;
 }
 
+bool hasDrive(const std::wstring& path) {
+  return path.size() > 2 && std::iswalpha(static_cast<wint_t>(path[0])) && path[1] == L':' &&
+         path[2] == L'\\';
+}
+
 bool isAbsolute(const std::wstring& path) {
-  return (path.size() > 2 && std::iswalpha(static_cast<wint_t>(path[0])) && path[1] == L':' &&
-          path[2] == L'\\') ||
-         path.compare(0, 2, L"\\\\") == 0;
+  return hasDrive(path) || path.compare(0, 2, L"\\\\") == 0;
 }
 
 bool isReadableFile(const std::wstring& path) {
-  const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (file == INVALID_HANDLE_VALUE)
+  return ScopedHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
+                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr))
+      .valid();
+}
+
+// The full path as Windows resolves it (".", ".." and repeated backslashes gone), without a
+// trailing backslash; "" when it cannot be resolved.
+std::wstring resolved(const std::wstring& path) {
+  const DWORD size = GetFullPathNameW(path.c_str(), 0, nullptr, nullptr);
+  std::wstring full(size, L'\0');
+  const DWORD length = size == 0 ? 0 : GetFullPathNameW(path.c_str(), size, &full[0], nullptr);
+  full.resize(length < size ? length : 0);
+  while (!full.empty() && full.back() == L'\\')
+    full.pop_back();
+  return full;
+}
+
+// Whether `folder` lies below `root` (not `root` itself), both drive-letter paths.
+bool isBelow(const std::wstring& folder, const std::wstring& root) {
+  if (!hasDrive(folder) || !hasDrive(root))
     return false;
-  CloseHandle(file);
-  return true;
+  const std::wstring inner = resolved(folder), outer = resolved(root);
+  return !outer.empty() && inner.size() > outer.size() + 1 && inner[outer.size()] == L'\\' &&
+         CompareStringOrdinal(inner.c_str(), static_cast<int>(outer.size()), outer.c_str(),
+                              static_cast<int>(outer.size()), TRUE) == CSTR_EQUAL;
 }
 
 }  // namespace
 
+bool PropertyCheck::isFirstInstall() const {
+  return property_(L"Installed").empty() && property_(L"WIX_UPGRADE_DETECTED").empty();
+}
+
+std::wstring PropertyCheck::schedule() const {
+  const std::wstring given = property_(L"SCHEDULE");
+  TaskSchedule::Kind kind = TaskSchedule::Kind::kSystem;
+  if (given.empty() ? !isFirstInstall() : !TaskSchedule::parseKind(narrow(given), kind))
+    return std::wstring();  // The task stays as it is, or SCHEDULE is refused.
+  return widen(TaskSchedule::kindName(kind));
+}
+
+std::wstring PropertyCheck::lockStore() const {
+  const std::wstring given = property_(L"LOCKSTORE");
+  return !given.empty() || !isFirstInstall() ? given : L"1";
+}
+
 std::wstring PropertyCheck::refusal() const {
-  const auto refused = [](const wchar_t* name, const std::wstring& value, const wchar_t* why) {
+  const auto refused = [](const wchar_t* name, const std::wstring& value, const std::wstring& why) {
     return std::wstring(name) + L"=" + value + L" is refused: " + why;
   };
   for (const wchar_t* name : kTextProperties) {
@@ -54,24 +91,51 @@ std::wstring PropertyCheck::refusal() const {
                      L"it has characters outside the system's code page, which the settings "
                      L"tool and the updater cannot keep");
   }
-  const std::wstring schedule = property_(L"SCHEDULE"), lock = property_(L"LOCKSTORE");
-  const std::wstring kind = lower(schedule);
-  if (!schedule.empty() && kind != L"system" && kind != L"users" && kind != L"none")
-    return refused(L"SCHEDULE", schedule, L"give system, users or none");
+  const std::wstring folder = property_(L"INSTALLDIR");
+  const std::wstring programFiles = property_(L"ProgramFiles64Folder");
+  if (!isBelow(folder, programFiles))
+    return refused(L"INSTALLDIR", folder,
+                   L"give a folder below " + programFiles +
+                       L" (ProgramFiles64Folder), where only administrators can change the "
+                       L"programs that run as SYSTEM");
+
+  const std::wstring givenSchedule = property_(L"SCHEDULE"), lock = lockStore();
+  TaskSchedule::Kind kind = TaskSchedule::Kind::kNone;
+  if (!givenSchedule.empty() && !TaskSchedule::parseKind(narrow(givenSchedule), kind))
+    return refused(L"SCHEDULE", givenSchedule, L"give system, users or none");
   if (!lock.empty() && lock != L"0" && lock != L"1")
     return refused(L"LOCKSTORE", lock, L"give 1 (locked) or 0 (open to users)");
-  if (kind == L"users" && lock == L"1")
-    return refused(L"SCHEDULE", schedule,
-                   L"with LOCKSTORE=1 a run as the logged-on user cannot open the locked store; "
-                   L"give LOCKSTORE=0 or SCHEDULE=system");
+  // The task once the install is done, and whom it runs as, against the store's lock: the task
+  // given is named, or else the lock given, against the default task or the one that stays.
+  const bool first = isFirstInstall();
+  if (givenSchedule.empty())
+    kind = first ? TaskSchedule::Kind::kSystem
+                 : TaskSchedule::registeredKind(narrow(resolved(folder)) + "\\");
+  // Refused by the property given: SCHEDULE when it is, else LOCKSTORE.
+  const auto mismatch = [&](const std::wstring& whyTask, const std::wstring& whyLock) {
+    return !givenSchedule.empty() ? refused(L"SCHEDULE", givenSchedule, whyTask)
+                                  : refused(L"LOCKSTORE", lock, whyLock);
+  };
+  if (kind == TaskSchedule::Kind::kUsers && lock == L"1")
+    return mismatch(
+        L"with LOCKSTORE=1 a run as the logged-on user cannot open the locked store; "
+        L"give LOCKSTORE=0 or SCHEDULE=system",
+        L"the installed task of the logged-on users (SCHEDULE=users), which stays, "
+        L"cannot open a locked store; give SCHEDULE=system or SCHEDULE=none with it");
+  if (kind == TaskSchedule::Kind::kSystem && lock == L"0")
+    return mismatch(
+        L"with LOCKSTORE=0 the SYSTEM task would run from a store that every user can "
+        L"change; give LOCKSTORE=1 or SCHEDULE=users",
+        std::wstring(first ? L"the default task, SCHEDULE=system,"
+                           : L"the installed SYSTEM task (SCHEDULE=system), which "
+                             L"stays,") +
+            L" would run from a store that every user can change; give "
+            L"SCHEDULE=users or SCHEDULE=none with it");
+
   const std::wstring file = property_(L"SETTINGSFILE");
   if (!file.empty() && !isAbsolute(file))
     return refused(L"SETTINGSFILE", file, L"give the file's absolute path (C:\\...)");
   if (!file.empty() && !isReadableFile(file))
     return refused(L"SETTINGSFILE", file, L"the file cannot be read");
   return std::wstring();
-}
-
-std::wstring PropertyCheck::schedule() const {
-  return lower(property_(L"SCHEDULE"));
 }

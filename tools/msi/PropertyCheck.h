@@ -3,11 +3,20 @@
 #include <functional>
 #include <string>
 
-// The deployer's properties, checked before the install writes anything. A property not given
-// (empty) is not checked; every one given must be valid:
-//   SCHEDULE      system, users or none, in any case
-//   LOCKSTORE     0 or 1; SCHEDULE=users with LOCKSTORE=1 is refused (a user's run cannot open a
-//                 locked store)
+// The deployer's properties, checked before the install writes anything, and the defaults of a
+// first install (one where neither Installed nor WIX_UPGRADE_DETECTED is set). A property not
+// given (empty) is not checked; every one given must be valid:
+//   INSTALLDIR    a folder below ProgramFiles64Folder (whose permissions let only administrators
+//                 change what is in it), compared as Windows resolves paths: in any case, with
+//                 ".", ".." and a trailing backslash resolved; the folder itself, a short (8.3)
+//                 name or a \\?\ path is refused
+//   SCHEDULE      system, users or none, in any case (TaskSchedule's words); on a first install
+//                 system unless given
+//   LOCKSTORE     0 or 1; on a first install 1 unless given. SCHEDULE=users with LOCKSTORE=1 is
+//                 refused (a user's run cannot open a locked store), and so is a SYSTEM task with
+//                 LOCKSTORE=0 (every user could change what it runs): the task given, the first
+//                 install's default, or on an upgrade or a second install the one registered from
+//                 INSTALLDIR that stays
 //   SETTINGSFILE  an absolute path (C:\... or \\server\...) of a file this process can read
 //   every text property the settings tool or the task receives (INSTALLDIR, SETTINGSFILE,
 //   WEBSERVERURL, DRIVERNAME, DLLPATH, DATAPATH) holds only characters of the system's ANSI code
@@ -22,9 +31,15 @@ class PropertyCheck {
   // "" when every property given is valid; otherwise why the first invalid one is refused, naming
   // it and its value ("SCHEDULE=bogus is refused: ...").
   std::wstring refusal() const;
-  // SCHEDULE's value in lower case, as the package's conditions compare it.
+  // SCHEDULE as the install applies it, in lower case, as the package's conditions compare it:
+  // the one given or a first install's default; "" when the task stays as it is.
   std::wstring schedule() const;
+  // LOCKSTORE as the install applies it: the one given or a first install's default; "" when the
+  // store's lock stays as it is.
+  std::wstring lockStore() const;
 
  private:
+  bool isFirstInstall() const;
+
   Reader property_;
 };

@@ -2,10 +2,9 @@
 
 #include <windows.h>
 
-#include <aclapi.h>
-#include <sddl.h>
-
-#include <list>
+#include "StoreSecurity.h"
+#include "settings/SettingsKeys.h"
+#include "system/UniqueHandle.h"
 
 namespace {
 
@@ -14,29 +13,14 @@ const char kCopy[] = "Store";
 const char kExisted[] = "StoreExisted";     // REG_DWORD 1 or 0: written last
 const char kCreated[] = "FirstKeyCreated";  // the topmost key an install creates
 const char kSecurity[] = "StoreSecurity";   // the store's DACL, SDDL
-
-class Key {
- public:
-  Key() = default;
-  Key(const Key&) = delete;
-  Key& operator=(const Key&) = delete;
-  ~Key() {
-    if (key_ != nullptr)
-      RegCloseKey(key_);
-  }
-  HKEY* receive() { return &key_; }
-  HKEY get() const { return key_; }
-
- private:
-  HKEY key_ = nullptr;
-};
+const char kRecords[] = "RecordsSecurity";  // the records key's owner and DACL, SDDL
 
 std::string status(const char* what, LONG code) {
   return std::string(what) + " (status " + std::to_string(code) + ")";
 }
 
 bool exists(const std::string& path) {
-  Key key;
+  ScopedKey key;
   return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.receive()) ==
          ERROR_SUCCESS;
 }
@@ -60,49 +44,31 @@ std::string firstMissing(const std::string& path) {
   }
 }
 
-std::string dacl(const std::string& path) {
-  Key key;
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  std::string text;
-  char* sddl = nullptr;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, READ_CONTROL, key.receive()) ==
-          ERROR_SUCCESS &&
-      GetSecurityInfo(key.get(), SE_REGISTRY_KEY, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                      nullptr, nullptr, &descriptor) == ERROR_SUCCESS &&
-      ConvertSecurityDescriptorToStringSecurityDescriptorA(
-          descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &sddl, nullptr)) {
-    text = sddl;
-    LocalFree(sddl);
-  }
-  if (descriptor != nullptr)
-    LocalFree(descriptor);
-  return text;
+// The store's records key, which keeps a security of its own (StoreSecurity).
+std::string recordsKey(const std::string& store) {
+  return store + "\\" + SettingsKeys::kRecordsKey;
 }
 
-// Gives `path` and every key below it the DACL of `sddl`.
-bool setDacl(const std::string& path, PSECURITY_DESCRIPTOR descriptor) {
-  Key key;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_ALL_ACCESS, key.receive()) !=
-          ERROR_SUCCESS ||
-      RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor) != ERROR_SUCCESS)
-    return false;
-  std::list<std::string> children;
-  char name[256];
-  for (DWORD i = 0, size = sizeof(name); RegEnumKeyExA(key.get(), i, name, &size, nullptr, nullptr,
-                                                       nullptr, nullptr) == ERROR_SUCCESS;
-       ++i, size = sizeof(name))
-    children.push_back(name);
-  bool complete = true;
-  for (const std::string& child : children)
-    complete = setDacl(path + "\\" + child, descriptor) && complete;
-  return complete;
+LONG setText(HKEY key, const char* name, const std::string& text) {
+  return RegSetValueExA(key, name, 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                        static_cast<DWORD>(text.size() + 1));
+}
+
+// A text value of the backup; "" when there is none.
+std::string text(HKEY key, const char* name) {
+  char value[4096] = {};
+  DWORD size = sizeof(value) - 1;
+  return RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(value), &size) ==
+                 ERROR_SUCCESS
+             ? value
+             : "";
 }
 
 }  // namespace
 
 bool StoreBackup::save(std::string& error) const {
   LONG code = deleteTree(backup_);
-  Key backup;
+  ScopedKey backup;
   if (code == ERROR_SUCCESS)
     code = RegCreateKeyExA(HKEY_LOCAL_MACHINE, backup_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
                            nullptr, backup.receive(), nullptr);
@@ -112,8 +78,7 @@ bool StoreBackup::save(std::string& error) const {
   }
   const DWORD existed = exists(store_) ? 1 : 0;
   if (existed != 0) {
-    Key store, copy;
-    const std::string security = dacl(store_);
+    ScopedKey store, copy;
     code = RegOpenKeyExA(HKEY_LOCAL_MACHINE, store_.c_str(), 0, KEY_READ, store.receive());
     if (code == ERROR_SUCCESS)
       code = RegCreateKeyExA(backup.get(), kCopy, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
@@ -121,14 +86,11 @@ bool StoreBackup::save(std::string& error) const {
     if (code == ERROR_SUCCESS)
       code = RegCopyTreeA(store.get(), nullptr, copy.get());
     if (code == ERROR_SUCCESS)
-      code = RegSetValueExA(backup.get(), kSecurity, 0, REG_SZ,
-                            reinterpret_cast<const BYTE*>(security.c_str()),
-                            static_cast<DWORD>(security.size() + 1));
+      code = setText(backup.get(), kSecurity, StoreSecurity::describe(store_, false));
+    if (code == ERROR_SUCCESS && exists(recordsKey(store_)))
+      code = setText(backup.get(), kRecords, StoreSecurity::describe(recordsKey(store_), true));
   } else {
-    const std::string created = firstMissing(store_);
-    code = RegSetValueExA(backup.get(), kCreated, 0, REG_SZ,
-                          reinterpret_cast<const BYTE*>(created.c_str()),
-                          static_cast<DWORD>(created.size() + 1));
+    code = setText(backup.get(), kCreated, firstMissing(store_));
   }
   if (code == ERROR_SUCCESS)
     code = RegSetValueExA(backup.get(), kExisted, 0, REG_DWORD,
@@ -142,21 +104,17 @@ bool StoreBackup::save(std::string& error) const {
 }
 
 bool StoreBackup::restore(std::string& error) const {
-  Key backup;
+  ScopedKey backup;
   DWORD existed = 0, size = sizeof(existed);
   if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, backup_.c_str(), 0, KEY_READ, backup.receive()) !=
           ERROR_SUCCESS ||
       RegQueryValueExA(backup.get(), kExisted, nullptr, nullptr, reinterpret_cast<BYTE*>(&existed),
                        &size) != ERROR_SUCCESS)
     return true;  // Nothing was saved: the install had not reached the store.
-  char text[4096] = {};
-  DWORD textSize = sizeof(text) - 1;
-  const LONG read = RegQueryValueExA(backup.get(), existed != 0 ? kSecurity : kCreated, nullptr,
-                                     nullptr, reinterpret_cast<BYTE*>(text), &textSize);
-  const std::string saved = read == ERROR_SUCCESS ? text : "";
+  const std::string saved = text(backup.get(), existed != 0 ? kSecurity : kCreated);
   LONG code = deleteTree(existed != 0 || saved.empty() ? store_ : saved);
   if (code == ERROR_SUCCESS && existed != 0) {
-    Key store, copy;
+    ScopedKey store, copy;
     code = RegCreateKeyExA(HKEY_LOCAL_MACHINE, store_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
                            nullptr, store.receive(), nullptr);
     if (code == ERROR_SUCCESS)
@@ -168,18 +126,17 @@ bool StoreBackup::restore(std::string& error) const {
     error = status(("could not put the store HKLM\\" + store_ + " back").c_str(), code);
     return false;
   }
-  // A store whose DACL differs from what a new key gets (a locked one) is given its own again.
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  if (existed != 0 && !saved.empty() && dacl(store_) != saved) {
-    const bool converted = ConvertStringSecurityDescriptorToSecurityDescriptorA(
-        saved.c_str(), SDDL_REVISION_1, &descriptor, nullptr);
-    const bool set = converted && setDacl(store_, descriptor);
-    if (descriptor != nullptr)
-      LocalFree(descriptor);
-    if (!set) {
-      error = "could not give the store HKLM\\" + store_ + " back its DACL " + saved;
-      return false;
-    }
+  // A store whose DACL differs from what a new key gets (a locked one) is given its own again;
+  // the records key, made anew by the copy, its own.
+  const std::string records = existed != 0 ? text(backup.get(), kRecords) : "";
+  if (existed != 0 && !saved.empty() && StoreSecurity::describe(store_, false) != saved &&
+      !StoreSecurity::applyToStore(store_, saved)) {
+    error = "could not give the store HKLM\\" + store_ + " back its DACL " + saved;
+    return false;
+  }
+  if (!records.empty() && !StoreSecurity::applyToKey(recordsKey(store_), records)) {
+    error = "could not give HKLM\\" + recordsKey(store_) + " back its security " + records;
+    return false;
   }
   return discard(error);
 }

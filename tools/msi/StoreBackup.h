@@ -3,11 +3,13 @@
 #include <string>
 
 // The program's store (a key below HKEY_LOCAL_MACHINE) as it was before an install, kept so that
-// a failed install can put it back: values, subkeys and the store's DACL, or the fact that it did
-// not exist (and which of its parent keys did not either). The copy is a key of its own below
-// HKEY_LOCAL_MACHINE, `backup`; it records whether the store existed only once the copy is
-// complete, so that a save that failed midway is never restored. Not safe across processes that
-// save or restore the same store at once. Every operation returns false with `error` saying why.
+// a failed install can put it back: values, subkeys and the store's DACL (given back to every key
+// below it but the records key, which gets its own owner and DACL back: StoreSecurity), or the
+// fact that it did not exist (and which of its parent keys did not either). The copy is a key of
+// its own below HKEY_LOCAL_MACHINE, `backup`; it records whether the store existed only once the
+// copy is complete, so that a save that failed midway is never restored. Not safe across processes
+// that save or restore the same store at once. Every operation returns false with `error` saying
+// why.
 class StoreBackup {
  public:
   StoreBackup(std::string store, std::string backup)
