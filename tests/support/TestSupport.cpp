@@ -365,7 +365,8 @@ void SpoolerScenario::write(const std::vector<PrinterScenario>& printers,
          << "\r\nJobs=" << p.jobs << "\r\nDrainAfterPolls=" << p.drainAfterPolls
          << "\r\nFailOpen=" << p.failOpen << "\r\nFailGetPrinter=" << p.failGetPrinter
          << "\r\nFailPause=" << p.failPause << "\r\nFailResume=" << p.failResume
-         << "\r\nFailClose=" << p.failClose << "\r\n";
+         << "\r\nFailClose=" << p.failClose << "\r\nBusyChance=" << p.busyChance
+         << "\r\nAnswerWithoutData=" << p.answerWithoutData << "\r\n";
   }
   writeScenario(text.str());
 }
