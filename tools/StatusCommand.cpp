@@ -10,6 +10,7 @@
 #include "system/CurrentProcess.h"
 #include "system/Localize.h"
 #include "updater/ProcessScope.h"
+#include "updater/RunConditions.h"
 #include "updater/RunEventLog.h"
 #include "updater/RunStatus.h"
 
@@ -38,10 +39,15 @@ void printEffectiveSettings() {
   for (const Settings::EffectiveValue& setting : Settings().getEffectiveValues())
     printf("%s (%s): %s\n", setting.name.c_str(), setting.source.c_str(),
            setting.isSet ? setting.value.c_str() : "(not set)");
-  const std::vector<std::string> problems = Policy().problems();
-  printf("Policy problems:%s\n", problems.empty() ? " none" : "");
-  for (const std::string& problem : problems)
-    printf("%s\n", problem.c_str());
+  const RunConditions conditions = RunConditions::read();
+  const std::string next = conditions.nextApplyWindow();
+  if (!next.empty())
+    printf("Apply window: %s now; the next opens at %s\n",
+           conditions.isDeferred() ? "closed" : "open", next.c_str());
+  const std::vector<std::string>& notes = conditions.notes();
+  printf("Policy problems:%s\n", notes.empty() ? " none" : "");
+  for (const std::string& note : notes)
+    printf("%s\n", note.c_str());
 }
 
 int status(unsigned long maxAgeDays) {

@@ -23,10 +23,22 @@ const char kConsecutiveFailures[] = "ConsecutiveFailures";
 const char kRunInProgress[] = "RunInProgress";
 const char kLastLockFailure[] = "LastLockFailure";
 // The order in which read() gives the values.
-const char* const kValueNames[] = {"LastRunStarted", kRunInProgress,       "LastRunEnded",
-                                   "LastResult",     "LastResultDetail",   "LastSuccess",
-                                   "LastUpdate",     "LastUpdateApplied",  "SoftwareVersion",
-                                   "CatalogVersion", kConsecutiveFailures, kLastLockFailure};
+const char* const kValueNames[] = {"LastRunStarted",
+                                   kRunInProgress,
+                                   "LastRunEnded",
+                                   "LastResult",
+                                   "LastResultDetail",
+                                   "LastSuccess",
+                                   "LastUpdate",
+                                   "LastUpdateApplied",
+                                   "SoftwareVersion",
+                                   "CatalogVersion",
+                                   kConsecutiveFailures,
+                                   kLastLockFailure,
+                                   "AvailableSoftwareVersion",
+                                   "AvailableCatalogVersion",
+                                   "LastCheck",
+                                   "NextApplyWindow"};
 const unsigned long long kTicksPerSecond = 10000000ULL;  // FILETIME's 100 ns ticks.
 const unsigned long long kTicksPerDay = 86400 * kTicksPerSecond;
 // How far ahead of the clock a time may lie and still count: clocks of a fleet differ a little.
@@ -98,12 +110,23 @@ void reportEvent(const RunVerdict& verdict,
 
 // The event of a run that ended before it ran: the versions as they are.
 void reportEarlyEnd(RunOutcome outcome, const std::string& detail) {
-  reportEvent(RunVerdict{outcome, detail, "", {}, ""}, VersionInfo::GetOrreryVersionNumber(),
+  reportEvent(RunVerdict{outcome, detail, "", {}, "", false}, VersionInfo::GetOrreryVersionNumber(),
               VersionInfo::GetCatalogVersionNumber());
 }
 
 bool parseTime(const std::string& text, FILETIME& time) {
   SYSTEMTIME parts = {};
+  return RunStatus::parseUtc(text, parts) && SystemTimeToFileTime(&parts, &time) != FALSE;
+}
+
+unsigned long long ticks(const FILETIME& time) {
+  return (static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+}  // namespace
+
+bool RunStatus::parseUtc(const std::string& text, SYSTEMTIME& parts) {
+  parts = SYSTEMTIME();
   unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
   char zone = '\0';
   char rest = '\0';
@@ -117,14 +140,9 @@ bool parseTime(const std::string& text, FILETIME& time) {
   parts.wHour = static_cast<WORD>(hour);
   parts.wMinute = static_cast<WORD>(minute);
   parts.wSecond = static_cast<WORD>(second);
-  return SystemTimeToFileTime(&parts, &time) != FALSE;
+  FILETIME valid;
+  return SystemTimeToFileTime(&parts, &valid) != FALSE;
 }
-
-unsigned long long ticks(const FILETIME& time) {
-  return (static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-}
-
-}  // namespace
 
 RunStatus::RunStatus() {
   const ScopedKey key = openStatusKey(true);
@@ -159,6 +177,8 @@ void RunStatus::finish(const RunVerdict& verdict) {
     if (verdict.outcome == RunOutcome::kLockUnavailable)
       values.emplace_back(kLastLockFailure, now + " " + verdict.detail);
     values.insert(values.end(), verdict.values.begin(), verdict.values.end());
+    if (verdict.checked)
+      values.emplace_back("LastCheck", now);
     write(key.get(), values,
           {{kConsecutiveFailures, failuresAfter(verdict.outcome, failures)}, {kRunInProgress, 0}});
   }
@@ -199,12 +219,24 @@ std::vector<RunStatus::Value> RunStatus::read() {
   return values;
 }
 
+std::string RunStatus::value(const std::string& name) {
+  for (const Value& entry : read()) {
+    if (entry.first == name)
+      return entry.second;
+  }
+  return std::string();
+}
+
 std::string RunStatus::utcNow() {
   SYSTEMTIME now = {};
   GetSystemTime(&now);
+  return formatUtc(now);
+}
+
+std::string RunStatus::formatUtc(const SYSTEMTIME& time) {
   char text[32] = {};
-  static_cast<void>(snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", now.wYear,
-                             now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond));
+  static_cast<void>(snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", time.wYear,
+                             time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond));
   return text;
 }
 

@@ -15,9 +15,11 @@
 //                                hardens the DLL search)
 //   library-search NAME          whether a hardened process that has loaded the web-updater
 //                                library finds NAME by name (in the library's folder)
-//   run [fail-startup|declined]  one whole update run (runApplication); with fail-startup, a
+//   run [fail-startup|declined|scheduled]
+//                                one whole update run (runApplication); with fail-startup, a
 //                                start-up that fails once the logger exists; with declined, a
-//                                shell that answers every relaunch as a declined prompt
+//                                shell that answers every relaunch as a declined prompt; with
+//                                scheduled, the scheduled task's start
 //   settings-tool-cannot-start   the settings tool, whose start-up fails (exit code 3)
 //   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
 //   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
@@ -152,7 +154,8 @@ int main(int argc, char** argv) {
         Logger::createInstance(switches);
         throw std::bad_alloc();
       });
-    return runApplication("");
+    // The scheduled task's start carries its marker.
+    return runApplication(argc > 2 && std::string(argv[2]) == "scheduled" ? "/scheduled" : "");
   } else if (command == "key-dacl" && argc > 2) {
     ScopedKey key;
     RegOpenKeyExA(HKEY_LOCAL_MACHINE, argv[2], 0, READ_CONTROL, key.receive());

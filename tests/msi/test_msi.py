@@ -96,7 +96,8 @@ class Msi(unittest.TestCase):
         self.assertIn('"TypesSupported"=dword:00000007', source)
         with open(self.prefix.unix(folder + r"\orrery-updater-task.xml"), encoding="utf-16") as f:
             task = f.read()
-        for part in ("<RandomDelay>PT4H</RandomDelay>", "<UserId>S-1-5-18</UserId>",
+        for part in ("<Interval>PT1H</Interval>", "<RandomDelay>PT1H</RandomDelay>",
+                     "<UserId>S-1-5-18</UserId>", "<Arguments>/scheduled</Arguments>",
                      '<Command>"%s\\cvupdater.exe"</Command>' % folder):
             self.assertIn(part, task)
 

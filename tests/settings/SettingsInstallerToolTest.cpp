@@ -294,11 +294,23 @@ TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "PrinterPollInterval", REG_SZ, "fast", 5);
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "QuietWaitMode", REG_DWORD, &mode,
                   sizeof mode);
+  // An apply window that opens in two hours: the store gives its start, policy its duration.
+  SYSTEMTIME local;
+  GetLocalTime(&local);
+  const DWORD start = (local.wHour * 60u + local.wMinute + 120u) % 1440u, duration = 30;
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "Settings\\Updater").c_str(), "ApplyWindowStart",
+                  REG_DWORD, &start, sizeof start);
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "ApplyWindowDuration", REG_DWORD, &duration,
+                  sizeof duration);
   DWORD exitCode = 99;
   std::string errors;
-  const std::string output =
+  std::string output =
       testsupport::runCopy("cvupsettings.exe", id + "tool.exe", "/status", "", &exitCode, &errors);
   EXPECT_EQ(1u, exitCode) << "no status";
+  const std::string window = "Apply window: closed now; the next opens at 20";
+  const std::string::size_type at = output.find(window);
+  ASSERT_NE(std::string::npos, at) << output;
+  output.erase(at, output.find('\n', at) + 1 - at);
   EXPECT_EQ(
       "\nEffective settings (source: policy, store or default):\n"
       "UpdateMode (default): 1\n"
@@ -309,8 +321,10 @@ TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
           "ReportRunEvents (default): 1\n"
           "startLog (default): 0\n"
           "TrustedPublishers (default): (not set)\n"
-          "ApplyWindowStart (default): (not set)\n"
-          "ApplyWindowDuration (default): (not set)\n"
+          "ApplyWindowStart (store): " +
+          std::to_string(start) +
+          "\n"
+          "ApplyWindowDuration (policy): 30\n"
           "ApplyWindowDays (default): 127\n"
           "ApplyWindowReserve (default): 15\n"
           "CheckPeriodMinutes (default): 1440\n"
