@@ -65,6 +65,10 @@ int status(unsigned long maxAgeDays) {
   if (values.empty())
     return 1;
   std::string why;
+  if (RunStatus::isRunOverdue(values, why)) {
+    fprintf(stderr, "Not healthy: %s\n", why.c_str());
+    return 1;
+  }
   if (RunStatus::isWithinDays(lastSuccess, maxAgeDays, &why))
     return 0;
   fprintf(stderr, "Not up to date: LastSuccess: %s\n", why.c_str());

@@ -43,6 +43,8 @@ const unsigned long long kTicksPerSecond = 10000000ULL;  // FILETIME's 100 ns ti
 const unsigned long long kTicksPerDay = 86400 * kTicksPerSecond;
 // How far ahead of the clock a time may lie and still count: clocks of a fleet differ a little.
 const unsigned long long kAllowedAheadTicks = 5ULL * 60 * kTicksPerSecond;
+// The scheduled task ends a run after 12 hours; a run still in progress after that was killed.
+const unsigned long long kRunTimeLimitHours = 12;
 
 void logFailure(const std::string& text) {
   try {
@@ -194,6 +196,24 @@ void RunStatus::reportLockFailure(const std::string& why) {
   if (key.valid())
     write(key.get(), {{kLastLockFailure, utcNow() + " " + why}});
   reportEarlyEnd(RunOutcome::kLockUnavailable, why);
+}
+
+bool RunStatus::isRunOverdue(const std::vector<Value>& values, std::string& why) {
+  std::string inProgress, started;
+  for (const Value& value : values) {
+    if (value.first == kRunInProgress)
+      inProgress = value.second;
+    else if (value.first == "LastRunStarted")
+      started = value.second;
+  }
+  FILETIME then = {}, now = {};
+  GetSystemTimeAsFileTime(&now);
+  if (inProgress != "1" || !parseTime(started, then) || ticks(then) >= ticks(now) ||
+      ticks(now) - ticks(then) <= kRunTimeLimitHours * 3600ULL * kTicksPerSecond)
+    return false;
+  why = "the run that started at " + started + " has not ended after " +
+        std::to_string(kRunTimeLimitHours) + " hours: it was killed, or it hangs";
+  return true;
 }
 
 std::vector<RunStatus::Value> RunStatus::read() {

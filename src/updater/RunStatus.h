@@ -52,6 +52,9 @@ class RunStatus {
 
   // The status values that exist, in the order above; empty when there is no status.
   static std::vector<Value> read();
+  // Whether `values` (read()'s) show a run still in progress 12 hours after it started (the
+  // scheduled task's limit): a run that was killed, or hangs; `why` then says so.
+  static bool isRunOverdue(const std::vector<Value>& values, std::string& why);
   // UTC now, and any UTC time, in the status's format; and back (false for any other text).
   static std::string utcNow();
   static std::string formatUtc(const SYSTEMTIME& time);

@@ -212,24 +212,33 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
   const std::string status = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\Status";
   const std::string now = RunStatus::utcNow(), old = "2026-01-02T03:04:05Z";
   const std::string soon = utcFromNow(120), tomorrow = utcFromNow(86400);
-  const std::string lines = "LastRunStarted: " + now + "\nLastRunEnded: " + now +
+  const std::string lines = "LastRunEnded: " + now +
                             "\nLastResult: DownloadFailed\nLastResultDetail: catalog download: "
                             "code 1\nLastSuccess: ";
   const std::string versions = "\nSoftwareVersion: 1.0.0.1\nCatalogVersion: 2026.1\n";
+  const std::string hourAgo = utcFromNow(-3600), dayAgo = utcFromNow(-13 * 3600);
   const struct {
     std::string lastSuccess;  // "": no status
     std::string arguments;
     DWORD exitCode;
-    std::string output;
-    std::string why = "";  // on stderr
+    std::string output;        // after "LastRunStarted" and "RunInProgress"
+    std::string why = "";      // on stderr
+    std::string started = "";  // LastRunStarted, when not now
+    DWORD inProgress = 0;
   } rows[] = {
-      {now, "/status", 0, lines + now + versions + "ConsecutiveFailures: 1\n"},
-      {old, "/status /maxage 30", 1, lines + old + versions + "ConsecutiveFailures: 1\n",
+      {now, "/status", 0, lines + now + versions},
+      {old, "/status /maxage 30", 1, lines + old + versions,
        "Not up to date: LastSuccess: " + old + " is more than 30 day(s) ago"},
-      {soon, "/status", 0, lines + soon + versions + "ConsecutiveFailures: 1\n"},
-      {tomorrow, "/status", 1, lines + tomorrow + versions + "ConsecutiveFailures: 1\n",
+      {soon, "/status", 0, lines + soon + versions},
+      {tomorrow, "/status", 1, lines + tomorrow + versions,
        "Not up to date: LastSuccess: " + tomorrow + " lies ahead of this machine's clock"},
-      {old, "/status /maxage 3650", 0, lines + old + versions + "ConsecutiveFailures: 1\n"},
+      {old, "/status /maxage 3650", 0, lines + old + versions},
+      // A run still in progress: fine for a while; after the task's 12 hours, killed or hung.
+      {now, "/status", 0, lines + now + versions, "", hourAgo, 1},
+      {now, "/status", 1, lines + now + versions,
+       "Not healthy: the run that started at " + dayAgo +
+           " has not ended after 12 hours: it was killed, or it hangs",
+       dayAgo, 1},
       {"", "/status", 1, ""},
       {now, "/status /maxage", 2, ""},
       {now, "/status /maxage -1", 2, ""},
@@ -238,10 +247,12 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
   };
   for (const auto& row : rows) {
     testsupport::deleteKeyTree(status);
+    const std::string started = row.started.empty() ? now : row.started;
+    std::string expected;
     if (!row.lastSuccess.empty()) {
       const std::string& success = row.lastSuccess;
       const std::pair<const char*, std::string> values[] = {
-          {"LastRunStarted", now},          {"LastRunEnded", now},
+          {"LastRunStarted", started},      {"LastRunEnded", now},
           {"LastResult", "DownloadFailed"}, {"LastResultDetail", "catalog download: code 1"},
           {"LastSuccess", success},         {"SoftwareVersion", "1.0.0.1"},
           {"CatalogVersion", "2026.1"}};
@@ -251,14 +262,20 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
       const DWORD failures = 1;
       RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), "ConsecutiveFailures", REG_DWORD,
                       &failures, sizeof failures);
+      RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), "RunInProgress", REG_DWORD,
+                      &row.inProgress, sizeof row.inProgress);
     }
+    if (!row.output.empty())
+      expected = "LastRunStarted: " + started +
+                 "\nRunInProgress: " + std::to_string(row.inProgress) + "\n" + row.output +
+                 "ConsecutiveFailures: 1\n";
     DWORD exitCode = 99;
     std::string errors;
     const std::string output = testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
                                                     row.arguments, "", &exitCode, &errors);
     EXPECT_EQ(row.exitCode, exitCode) << row.arguments << errors;
     // The status, up to the effective settings (the test below).
-    EXPECT_EQ(row.output, output.substr(0, output.find("\nEffective settings"))) << row.arguments;
+    EXPECT_EQ(expected, output.substr(0, output.find("\nEffective settings"))) << row.arguments;
     EXPECT_EQ(0u, errors.find(row.why)) << errors;
   }
   DWORD exitCode = 99;
