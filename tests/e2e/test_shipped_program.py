@@ -183,7 +183,8 @@ class ShippedProgram(unittest.TestCase):
         while not hung and time.time() < deadline:
             time.sleep(0.05)
             hung = [c for c in self.journal() if "result=hang" in c]
-        self.assertTrue(hung, "the install never reached the library's apply")
+        self.assertTrue(hung, "the install never reached the library's apply; its log ends:\n" +
+                        "\n".join((self.prefix.read(LOG) or "").splitlines()[-30:]))
         self.assertEqual(["Office Inkjet 1", "Back Office 1"], self.printer_commands())
         # The run in the library's apply has said that it started, and not yet that it ended.
         status = self.whole_status()
