@@ -31,7 +31,8 @@ TEST(StoreBackup, PutsTheStoreBackWithTheRecordsKeysOwnSecurity) {
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, settings.c_str(), "Kept", REG_SZ, "1", 2);
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, records.c_str(), "PausedPrinters", REG_MULTI_SZ, "P\0", 3);
   ASSERT_TRUE(StoreSecurity::applyToKey(records, kRecords));
-  ASSERT_TRUE(StoreSecurity::applyToStore(store, kLocked));
+  StoreSecurity::Notes notes;
+  ASSERT_TRUE(StoreSecurity::applyToStore(store, kLocked, notes));
   const std::string locked = "(A;CI;KA;;;BA)(A;CI;KA;;;SY)";
   const std::string own = "(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;BU)";
   EXPECT_EQ(locked, entries(settings));
@@ -39,9 +40,10 @@ TEST(StoreBackup, PutsTheStoreBackWithTheRecordsKeysOwnSecurity) {
 
   const StoreBackup backup(store, backupKey);
   std::string error;
-  ASSERT_TRUE(backup.save(error)) << error;
+  std::vector<std::string> links;
+  ASSERT_TRUE(backup.save(error, links)) << error;
   // What a failed install could leave: the store opened, a value gone.
-  ASSERT_TRUE(StoreSecurity::applyToStore(store, kOpen));
+  ASSERT_TRUE(StoreSecurity::applyToStore(store, kOpen, notes));
   RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, settings.c_str(), "Kept");
   ASSERT_TRUE(backup.restore(error)) << error;
 

@@ -116,7 +116,8 @@ TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
                                            REG_MULTI_SZ, "P\0", 3));
   ASSERT_TRUE(
       StoreSecurity::applyToKey(records, "O:BAD:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;BU)"));
-  ASSERT_TRUE(StoreSecurity::applyToStore(store, "D:(A;CI;GA;;;WD)"));  // As a ZIP install left it.
+  StoreSecurity::Notes notes;
+  ASSERT_TRUE(StoreSecurity::applyToStore(store, "D:(A;CI;GA;;;WD)", notes));  // As a ZIP left it.
   const std::string recordsDacl = StoreSecurity::describe(records, true);
   const struct {
     const char* arguments;
