@@ -26,6 +26,7 @@ LONG copyValues(HKEY source, HKEY destination) {
 
 LONG copyBelow(HKEY source,
                HKEY destination,
+               PSECURITY_DESCRIPTOR security,
                const std::string& path,
                std::vector<std::string>& skipped) {
   LONG status = copyValues(source, destination);
@@ -40,13 +41,18 @@ LONG copyBelow(HKEY source,
       continue;
     }
     DWORD disposition = 0;
+    SECURITY_ATTRIBUTES attributes = {sizeof(attributes), security, FALSE};
     if (status == ERROR_SUCCESS)
-      status = RegCreateKeyExW(destination, name.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
-                               to.receive(), &disposition);
+      status =
+          RegCreateKeyExW(destination, name.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
+                          security != nullptr ? &attributes : nullptr, to.receive(), &disposition);
     if (status == ERROR_SUCCESS && disposition != REG_CREATED_NEW_KEY)
       status = ERROR_ALREADY_EXISTS;  // Put there by someone else: maybe a link.
+    // Set once more: Wine's registry drops a descriptor given when a key is made.
+    if (status == ERROR_SUCCESS && security != nullptr)
+      status = RegSetKeySecurity(to.get(), DACL_SECURITY_INFORMATION, security);
     if (status == ERROR_SUCCESS)
-      status = copyBelow(from.get(), to.get(), childPath, skipped);
+      status = copyBelow(from.get(), to.get(), security, childPath, skipped);
   }
   return status;
 }
@@ -117,6 +123,9 @@ LONG RegistryTree::createPath(const std::string& path,
   return ERROR_SUCCESS;
 }
 
-LONG RegistryTree::copyTree(HKEY source, HKEY destination, std::vector<std::string>& skipped) {
-  return copyBelow(source, destination, std::string(), skipped);
+LONG RegistryTree::copyTree(HKEY source,
+                            HKEY destination,
+                            PSECURITY_DESCRIPTOR security,
+                            std::vector<std::string>& skipped) {
+  return copyBelow(source, destination, security, std::string(), skipped);
 }

@@ -34,8 +34,11 @@ LONG createPath(const std::string& path,
 // Copies the values and subkeys of `source` (KEY_READ) into `destination` (KEY_ALL_ACCESS), which
 // must not have those subkeys yet: each key is made anew (ERROR_ALREADY_EXISTS when one was
 // there). Links, and values of type REG_LINK, are not copied: each link is named in `skipped`, by
-// its path below `source`. Security is not copied: the keys made take what `destination` passes
-// down.
-LONG copyTree(HKEY source, HKEY destination, std::vector<std::string>& skipped);
+// its path below `source`. Security is not copied: each key made gets the DACL of `security`, or
+// without it (null) what `destination` passes down.
+LONG copyTree(HKEY source,
+              HKEY destination,
+              PSECURITY_DESCRIPTOR security,
+              std::vector<std::string>& skipped);
 
 }  // namespace RegistryTree

@@ -314,16 +314,15 @@ int run(const Options& options, bool& storeToDelete) {
   // when /unlock asks for it.
   const bool wasLocked = StoreSecurity::isLocked(storePath());
   StoreSecurity::Notes notes;
-  if (!walked(StoreSecurity::makeStore(storePath(), kLockedKey, notes), notes,
-              "Could not leave the store " + store +
-                  " to administrators and SYSTEM while its settings are written"))
-    return 1;
-  const bool installed = installSettings(file, options.values);
-  if (!installed)
+  const bool guarded = walked(StoreSecurity::makeStore(storePath(), kLockedKey, notes), notes,
+                              "Could not leave the store " + store +
+                                  " to administrators and SYSTEM while its settings are written");
+  const bool installed = guarded && installSettings(file, options.values);
+  if (guarded && !installed)
     failed("Could not install every default setting from " + file + " into " + store);
-  else if (options.noFile)
+  else if (installed && options.noFile)
     printf("Installed the values given into %s\n", store.c_str());
-  else
+  else if (installed)
     printf("Installed the default settings from %s into %s\n", file.c_str(), store.c_str());
   warnWithoutPrinters();
   // After a failed entry nothing further is done (an installer that rolls back on it leaves no

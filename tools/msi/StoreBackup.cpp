@@ -19,7 +19,8 @@ const char kCreated[] = "FirstKeyCreated";  // the topmost key an install create
 const char kSecurity[] = "StoreSecurity";   // the store's DACL, SDDL
 const char kRecords[] = "RecordsSecurity";  // the records key's owner and DACL, SDDL
 // The backup holds a locked store's values: SYSTEM and administrators alone may read it, and
-// every key made below it, whatever its parent lets users do (HKLM\Software: read).
+// every key made below it (each given it), whatever its parent lets users do (HKLM\Software:
+// read).
 const char kBackupSecurity[] = "D:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)";
 
 std::string status(const char* what, LONG code) {
@@ -98,10 +99,12 @@ bool StoreBackup::save(std::string& error, std::vector<std::string>& skipped) co
     ScopedKey store, copy;
     code = RegistryLink::openEach(HKEY_LOCAL_MACHINE, store_, KEY_READ, store);
     if (code == ERROR_SUCCESS)
-      code = RegCreateKeyExA(backup.get(), kCopy, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+      code = RegCreateKeyExA(backup.get(), kCopy, 0, nullptr, 0, KEY_ALL_ACCESS, &attributes,
                              copy.receive(), nullptr);
     if (code == ERROR_SUCCESS)
-      code = RegistryTree::copyTree(store.get(), copy.get(), skipped);
+      code = RegSetKeySecurity(copy.get(), DACL_SECURITY_INFORMATION, descriptor.get());
+    if (code == ERROR_SUCCESS)
+      code = RegistryTree::copyTree(store.get(), copy.get(), descriptor.get(), skipped);
     if (code == ERROR_SUCCESS)
       code = setText(backup.get(), kSecurity, StoreSecurity::describe(store_, false));
     if (code == ERROR_SUCCESS && isRealKey(recordsKey(store_)))
@@ -139,7 +142,7 @@ bool StoreBackup::restore(std::string& error) const {
     if (code == ERROR_SUCCESS)
       code = RegistryLink::open(backup.get(), kCopy, KEY_READ, copy);
     if (code == ERROR_SUCCESS)
-      code = RegistryTree::copyTree(copy.get(), store.get(), skipped);
+      code = RegistryTree::copyTree(copy.get(), store.get(), nullptr, skipped);
   }
   if (code != ERROR_SUCCESS) {
     error = status(("could not put the store HKLM\\" + store_ + " back").c_str(), code);
