@@ -135,6 +135,9 @@ TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
       {"/schedule system", 0, "", TaskSchedule::Kind::kSystem, true},
       {"/unlock /schedule users", 0, "", TaskSchedule::Kind::kUsers, false},
       {"/schedule system", 2, "Refused: /schedule system", TaskSchedule::Kind::kUsers, false},
+      // A failed entry: no lock and no task; the store stays open.
+      {"/set Settings\\Updater\\X=dword:0x10 /lock /schedule system", 1, "Not installed as written",
+       TaskSchedule::Kind::kUsers, false},
       {"/unlock /schedule system", 2, "Refused: /unlock", TaskSchedule::Kind::kUsers, false},
       {"/lock /schedule none", 0, "", TaskSchedule::Kind::kNone, true}};
   for (const auto& row : rows) {
@@ -374,7 +377,12 @@ TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
                   REG_MULTI_SZ, "C:\\x\0", 6);
   ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Records", "O:BUD:(A;CI;GA;;;WD)"));
 
-  std::string output = run("/nofile /lock /schedule system", 0, &errors);
+  // The settings are written once the links are gone, never through one.
+  std::string output =
+      run("/nofile /set Settings\\Updater\\WebServerUrl=string:http://y/ /lock /schedule system", 0,
+          &errors);
+  EXPECT_EQ("http://y/", testsupport::registryValue(store + "\\Settings\\Updater", "WebServerUrl"));
+  EXPECT_EQ("none", testsupport::registryValue(kept, "WebServerUrl"));
   EXPECT_NE(std::string::npos,
             output.find(deleted("Dangling",
                                 "a registry link to \\Registry\\Machine\\" + victim + "\\Nowhere")))
@@ -388,7 +396,7 @@ TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
       output.find(deleted("Settings\\Updater", "a registry link to \\Registry\\Machine\\" + kept)))
       << output;
   EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
-  EXPECT_FALSE(testsupport::keyExists(store + "\\Settings\\Updater") ||
+  EXPECT_FALSE(testsupport::isLinkKey(store + "\\Settings\\Updater") ||
                testsupport::keyExists(store + "\\Records"));
   EXPECT_EQ("O:BA", StoreSecurity::describe(store + "\\Settings", true).substr(0, 4));
   EXPECT_EQ("", StoreSecurity::whyNotLocked(store));
@@ -439,12 +447,32 @@ TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
     ASSERT_EQ(ERROR_SUCCESS, RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, open.get()));
   }
 
+  // A link on the store's path stops the walk; one in the store's own place is deleted first.
+  const std::string via = testsupport::familyPath() + "\\QNV\\Via";
+  ASSERT_TRUE(testsupport::makeLink(via, testsupport::familyPath() + "\\QNV\\Local"));
+  StoreSecurity::Notes notes;
+  EXPECT_EQ("a key on the path of HKLM\\" + via + "\\" + id + " is a registry link",
+            StoreSecurity::whyNotLocked(via + "\\" + id));
+  EXPECT_FALSE(StoreSecurity::applyToStore(via + "\\" + id, "D:(A;CI;GA;;;WD)", notes));
+  EXPECT_EQ((std::vector<std::string>{"HKLM\\" + via + "\\" + id + ": status 681"}), notes.failed);
+  testsupport::deleteKeyTree(via);
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+
   // /remove deletes the store, a link in it as the link, and ends.
   ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Link", victim));
   ASSERT_TRUE(testsupport::makeLink(store + "\\Dangling", victim + "\\Nowhere"));
   output = run("/remove", 0, &errors);
   EXPECT_FALSE(testsupport::keyExists(store));
   EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  ASSERT_TRUE(testsupport::makeLink(store, kept));
+  notes = StoreSecurity::Notes();
+  EXPECT_TRUE(StoreSecurity::makeStore(store, "O:BAD:P(A;CI;KA;;;BA)", notes));
+  EXPECT_EQ((std::vector<std::string>{"Deleted HKLM\\" + store +
+                                      ": a registry link to \\Registry\\Machine\\" + kept}),
+            notes.deleted);
+  EXPECT_TRUE(testsupport::keyExists(store) && !testsupport::isLinkKey(store));
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  testsupport::deleteKeyTree(store);
   testsupport::deleteKeyTree(victim);
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
