@@ -22,6 +22,8 @@
 //                                scheduled, the scheduled task's start
 //   settings-tool-cannot-start   the settings tool, whose start-up fails (exit code 3)
 //   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
+//   reg-link PATH TARGET         make the key PATH below HKEY_LOCAL_MACHINE a registry link to the
+//                                key TARGET there, as a user can in a key open to Everyone
 //   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
 //                                and one line that is always written (component "QNV")
 //   hang [alone]                 start a copy of itself "hang alone", which inherits its output,
@@ -160,6 +162,8 @@ int main(int argc, char** argv) {
     ScopedKey key;
     RegOpenKeyExA(HKEY_LOCAL_MACHINE, argv[2], 0, READ_CONTROL, key.receive());
     print("dacl", testsupport::dacl(key.get(), SE_REGISTRY_KEY));
+  } else if (command == "reg-link" && argc > 3) {
+    print("linked", std::to_string(testsupport::makeLink(argv[2], argv[3])));
   } else if (command == "settings-tool-cannot-start") {
     ProcessScope::setCreateLoggerFunction([](const LogSwitches&) { throw std::bad_alloc(); });
     return runSettingsTool({});

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <sddl.h>
 #include <winspool.h>
 
 #include "StoreSecurity.h"
@@ -116,7 +117,8 @@ TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
                                            REG_MULTI_SZ, "P\0", 3));
   ASSERT_TRUE(
       StoreSecurity::applyToKey(records, "O:BAD:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;BU)"));
-  ASSERT_TRUE(StoreSecurity::applyToStore(store, "D:(A;CI;GA;;;WD)"));  // As a ZIP install left it.
+  StoreSecurity::Notes notes;
+  ASSERT_TRUE(StoreSecurity::applyToStore(store, "D:(A;CI;GA;;;WD)", notes));  // As a ZIP left it.
   const std::string recordsDacl = StoreSecurity::describe(records, true);
   const struct {
     const char* arguments;
@@ -133,6 +135,9 @@ TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
       {"/schedule system", 0, "", TaskSchedule::Kind::kSystem, true},
       {"/unlock /schedule users", 0, "", TaskSchedule::Kind::kUsers, false},
       {"/schedule system", 2, "Refused: /schedule system", TaskSchedule::Kind::kUsers, false},
+      // A failed entry: no lock and no task; the store stays open.
+      {"/set Settings\\Updater\\X=dword:0x10 /lock /schedule system", 1, "Not installed as written",
+       TaskSchedule::Kind::kUsers, false},
       {"/unlock /schedule system", 2, "Refused: /unlock", TaskSchedule::Kind::kUsers, false},
       {"/lock /schedule none", 0, "", TaskSchedule::Kind::kNone, true}};
   for (const auto& row : rows) {
@@ -357,5 +362,148 @@ TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
   testsupport::deleteKeyTree(policies);
   testsupport::deleteKeyTree(store);
   DeleteFileA((testsupport::executableDirectory() + id + "tool.exe").c_str());
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+}
+
+// A store that was open to users may hold registry links and keys of theirs. The tool never
+// follows a link: /lock deletes each as the link (the store's "Records" too, and records that the
+// program did not make), takes every other key over, reads the whole store back and only then
+// registers the SYSTEM task; a store that is not locked key by key gets no SYSTEM task; /unlock
+// and /remove delete a link as the link. What the links point to keeps its values and its DACL.
+TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
+  const std::string id = testsupport::localId().substr(0, 2) + "sk";
+  const std::string folder = testsupport::executableDirectory();
+  const std::string store = testsupport::familyPath() + "\\QNV\\Local\\" + id;
+  const std::string victim = "Software\\CorvaneLinkVictim", kept = victim + "\\Sub";
+  const std::string victimDacl = "O:BAD:(A;CI;KA;;;BA)(A;CI;KR;;;BU)";
+  const auto run = [&id](const std::string& arguments, DWORD expected, std::string* errors) {
+    DWORD exitCode = 99;
+    const std::string output =
+        testsupport::runCopy("cvupsettings.exe", id + "tool.exe", arguments, "", &exitCode, errors);
+    EXPECT_EQ(expected, exitCode) << arguments << "\n" << output << *errors;
+    return output;
+  };
+  const auto victimIntact = [&] {
+    return StoreSecurity::describe(kept, true) == victimDacl &&
+           testsupport::registryValue(kept, "Keep") == "me";
+  };
+  const auto deleted = [&store](const std::string& key, const std::string& what) {
+    return "Deleted HKLM\\" + store + "\\" + key + ": " + what + "\n";
+  };
+  testsupport::SpoolerScenario spooler;  // No printers.
+  testsupport::deleteKeyTree(store);
+  testsupport::deleteKeyTree(victim);
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, kept.c_str(), "Keep", REG_SZ, "me", 3);
+  ASSERT_TRUE(StoreSecurity::applyToKey(kept, victimDacl));
+  ASSERT_TRUE(victimIntact());
+  std::string errors;
+  // Open, as a ZIP install without /lock leaves it; then a user replaces Settings\Updater by a
+  // link, leaves a dangling one, a key of their own, and records of their own.
+  run("/nofile /set Settings\\Updater\\WebServerUrl=string:http://x/", 0, &errors);
+  testsupport::deleteKeyTree(store + "\\Settings\\Updater");
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Updater", kept));
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Dangling", victim + "\\Nowhere"));
+  ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Settings", "O:BUD:(A;CI;GA;;;WD)"));
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "\\Records").c_str(), "PendingDownloads",
+                  REG_MULTI_SZ, "C:\\x\0", 6);
+  ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Records", "O:BUD:(A;CI;GA;;;WD)"));
+
+  // The settings are written once the links are gone, never through one.
+  std::string output =
+      run("/nofile /set Settings\\Updater\\WebServerUrl=string:http://y/ /lock /schedule system", 0,
+          &errors);
+  EXPECT_EQ("http://y/", testsupport::registryValue(store + "\\Settings\\Updater", "WebServerUrl"));
+  EXPECT_EQ("none", testsupport::registryValue(kept, "WebServerUrl"));
+  EXPECT_NE(std::string::npos,
+            output.find(deleted("Dangling",
+                                "a registry link to \\Registry\\Machine\\" + victim + "\\Nowhere")))
+      << output;
+  EXPECT_NE(
+      std::string::npos,
+      output.find(deleted("Records", "records that S-1-5-32-545 can change, which no run trusts")))
+      << output;
+  EXPECT_NE(
+      std::string::npos,
+      output.find(deleted("Settings\\Updater", "a registry link to \\Registry\\Machine\\" + kept)))
+      << output;
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  EXPECT_FALSE(testsupport::isLinkKey(store + "\\Settings\\Updater") ||
+               testsupport::keyExists(store + "\\Records"));
+  EXPECT_EQ("O:BA", StoreSecurity::describe(store + "\\Settings", true).substr(0, 4));
+  EXPECT_EQ("", StoreSecurity::whyNotLocked(store));
+  EXPECT_EQ(TaskSchedule::Kind::kSystem, TaskSchedule::registeredKind(folder));
+
+  // A link, or a key that others own, makes the store one that is not locked.
+  ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Settings", "O:BUD:P(A;CI;KA;;;BA)"));
+  EXPECT_EQ("HKLM\\" + store + "\\Settings: S-1-5-32-545 can change it",
+            StoreSecurity::whyNotLocked(store));
+  ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Settings", "O:BAD:P(A;CI;KA;;;BA)"));
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Link", kept));
+  EXPECT_EQ("HKLM\\" + store + "\\Settings\\Link is a registry link",
+            StoreSecurity::whyNotLocked(store));
+  run("/nofile /schedule system", 2, &errors);
+  EXPECT_NE(std::string::npos,
+            errors.find("(HKLM\\" + store + "\\Settings\\Link is a registry link)"))
+      << errors;
+
+  // /unlock opens the store's own keys, never the link's target.
+  output = run("/nofile /unlock /schedule users", 0, &errors);
+  EXPECT_NE(
+      std::string::npos,
+      output.find(deleted("Settings\\Link", "a registry link to \\Registry\\Machine\\" + kept)))
+      << output;
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  EXPECT_EQ(TaskSchedule::Kind::kUsers, TaskSchedule::registeredKind(folder));
+
+  // A key the tool cannot open (a user took it and let no one else in): the lock fails, and no
+  // SYSTEM task is registered over it.
+  const std::string taken = store + "\\Taken";
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, taken.c_str(), "x", REG_SZ, "", 1);
+  ASSERT_TRUE(StoreSecurity::applyToKey(taken, "O:S-1-5-21-1-2-3-1001D:P(A;;0x60019;;;WD)"));
+  run("/nofile /lock /schedule system", 1, &errors);
+  EXPECT_NE(std::string::npos, errors.find(" to administrators and SYSTEM while its settings are "
+                                           "written: HKLM\\" +
+                                           taken + ": status 5\n"))
+      << errors;
+  EXPECT_EQ(TaskSchedule::Kind::kUsers, TaskSchedule::registeredKind(folder));
+  EXPECT_EQ("HKLM\\" + store + ": S-1-1-0 can change it", StoreSecurity::whyNotLocked(store));
+  {
+    // Given back, so that it can be deleted.
+    ScopedKey key;
+    ScopedLocal open;
+    ASSERT_EQ(ERROR_SUCCESS,
+              RegOpenKeyExA(HKEY_LOCAL_MACHINE, taken.c_str(), 0, WRITE_DAC, key.receive()));
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorA(
+        "D:(A;CI;GA;;;WD)", SDDL_REVISION_1, open.receive(), nullptr));
+    ASSERT_EQ(ERROR_SUCCESS, RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, open.get()));
+  }
+
+  // A link on the store's path stops the walk; one in the store's own place is deleted first.
+  const std::string via = testsupport::familyPath() + "\\QNV\\Via";
+  ASSERT_TRUE(testsupport::makeLink(via, testsupport::familyPath() + "\\QNV\\Local"));
+  StoreSecurity::Notes notes;
+  EXPECT_EQ("a key on the path of HKLM\\" + via + "\\" + id + " is a registry link",
+            StoreSecurity::whyNotLocked(via + "\\" + id));
+  EXPECT_FALSE(StoreSecurity::applyToStore(via + "\\" + id, "D:(A;CI;GA;;;WD)", notes));
+  EXPECT_EQ((std::vector<std::string>{"HKLM\\" + via + "\\" + id + ": status 681"}), notes.failed);
+  testsupport::deleteKeyTree(via);
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+
+  // /remove deletes the store, a link in it as the link, and ends.
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Link", victim));
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Dangling", victim + "\\Nowhere"));
+  output = run("/remove", 0, &errors);
+  EXPECT_FALSE(testsupport::keyExists(store));
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  ASSERT_TRUE(testsupport::makeLink(store, kept));
+  notes = StoreSecurity::Notes();
+  EXPECT_TRUE(StoreSecurity::makeStore(store, "O:BAD:P(A;CI;KA;;;BA)", notes));
+  EXPECT_EQ((std::vector<std::string>{"Deleted HKLM\\" + store +
+                                      ": a registry link to \\Registry\\Machine\\" + kept}),
+            notes.deleted);
+  EXPECT_TRUE(testsupport::keyExists(store) && !testsupport::isLinkKey(store));
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  testsupport::deleteKeyTree(store);
+  testsupport::deleteKeyTree(victim);
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
