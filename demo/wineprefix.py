@@ -107,6 +107,8 @@ class Prefix:
     def kill(self):
         if os.path.isdir(self.path):
             subprocess.run(["wineserver", "-k"], env=self.env, stderr=subprocess.DEVNULL)
+            # A server still on its way out would serve the next prefix made at this path.
+            subprocess.run(["wineserver", "-w"], env=self.env, stderr=subprocess.DEVNULL, timeout=60)
 
     def import_registry(self, entries):
         """Writes {key: {name: value}} (int: REG_DWORD, str: REG_SZ, list: REG_MULTI_SZ) through

@@ -112,8 +112,9 @@ std::string storePath() {
 }
 
 // Whether every user could change what a SYSTEM task runs once this command is done: "" when not,
-// else why it is refused. /unlock while the SYSTEM task stays, and /schedule system over a store
-// that users can change (and that this command does not lock), are.
+// else why it is refused. /unlock while the SYSTEM task stays (with /schedule system too), and
+// /schedule system over a store that is not locked key by key (and that this command does not
+// lock), are.
 std::string systemTaskOverOpenStore(const Options& options, const std::string& folder) {
   const TaskSchedule::Kind task =
       options.scheduleGiven ? options.schedule : TaskSchedule::registeredKind(folder);
@@ -121,12 +122,79 @@ std::string systemTaskOverOpenStore(const Options& options, const std::string& f
     return "Refused: /unlock would let every user change the store that the SYSTEM task (" +
            folder + TaskSchedule::kRegistered +
            ") runs from; give /schedule users or /schedule none with it";
-  if (options.scheduleGiven && task == TaskSchedule::Kind::kSystem && !options.lock &&
-      (options.unlock || !StoreSecurity::isLocked(storePath())))
-    return "Refused: /schedule system over the store HKLM\\" + storePath() +
-           ", which users can change, would let every user choose what runs as SYSTEM; give "
-           "/lock with it";
-  return std::string();
+  if (!options.scheduleGiven || task != TaskSchedule::Kind::kSystem || options.lock)
+    return std::string();
+  const std::string why = StoreSecurity::whyNotLocked(storePath());
+  if (why.empty())
+    return std::string();
+  return "Refused: /schedule system over the store HKLM\\" + storePath() +
+         ", which users can change, would let every user choose what runs as SYSTEM; give "
+         "/lock with it (" +
+         why + ")";
+}
+
+// Says what a walk over the store did: each key it deleted on stdout, each it could not set or
+// delete on stderr after `what`. Returns `done`.
+bool walked(bool done, const StoreSecurity::Notes& notes, const std::string& what) {
+  for (const std::string& line : notes.deleted)
+    printf("%s\n", line.c_str());
+  for (const std::string& line : notes.failed)
+    failed(what + ": " + line);
+  return done;
+}
+
+// Leaves the store to administrators and SYSTEM, then reads every key of it back; false (said on
+// stderr) unless every key is locked.
+bool lockStore() {
+  const std::string store = "HKLM\\" + storePath();
+  StoreSecurity::Notes notes;
+  const bool done = walked(StoreSecurity::applyToStore(storePath(), kLockedKey, notes), notes,
+                           "Could not leave the store " + store + " to administrators and SYSTEM");
+  const std::string why = StoreSecurity::whyNotLocked(storePath());
+  if (done && !why.empty())
+    failed("Could not leave the store " + store + " to administrators and SYSTEM: " + why);
+  return done && why.empty();
+}
+
+// Opens the store to everyone again, unless the SYSTEM task runs from it: then it stays locked,
+// which is a failure when /unlock asked for it.
+bool openStore(const std::string& folder, bool asked) {
+  const std::string store = "HKLM\\" + storePath();
+  if (TaskSchedule::registeredKind(folder) == TaskSchedule::Kind::kSystem) {
+    const std::string line = "The store " + store + " stays locked: the SYSTEM task (" + folder +
+                             TaskSchedule::kRegistered + ") runs from it";
+    if (asked)
+      failed(line);
+    else
+      printf("%s\n", line.c_str());
+    return !asked;
+  }
+  StoreSecurity::Notes notes;
+  return walked(StoreSecurity::applyToStore(storePath(), kOpenKey, notes), notes,
+                "Could not open the store " + store + " to everyone");
+}
+
+// Registers the task asked for, or deletes it. A SYSTEM task only over a store that is locked key
+// by key now: after a lock that failed, there is none.
+bool schedule(TaskSchedule::Kind kind, const std::string& folder) {
+  if (kind == TaskSchedule::Kind::kNone) {
+    TaskSchedule::unregisterTask(folder);
+    return true;
+  }
+  const std::string why = kind == TaskSchedule::Kind::kSystem
+                              ? StoreSecurity::whyNotLocked(storePath())
+                              : std::string();
+  if (!why.empty()) {
+    failed("Not registering the SYSTEM task: the store HKLM\\" + storePath() +
+           " is not locked: " + why);
+    return false;
+  }
+  std::string error;
+  if (!TaskSchedule::registerTask(folder, kind, error)) {
+    failed("Could not register the scheduled task: " + error);
+    return false;
+  }
+  return true;
 }
 
 // The pre-flight word: a driver name that no printer uses makes every later run fail at its pause.
@@ -272,33 +340,34 @@ int run(const Options& options, bool& storeToDelete) {
     failed("Settings file not found: " + file);
     return 2;
   }
-  if (!installSettings(file, options.values)) {
-    // Nothing further: an installer that rolls back on this leaves no task behind.
+  // While the tool writes the store, as SYSTEM or an administrator, only they can change it: a
+  // registry link planted in an open store would have the values written wherever it points (the
+  // Run key, say). The store is opened again at the end when it was open and not to be locked, or
+  // when /unlock asks for it.
+  const bool wasLocked = StoreSecurity::isLocked(storePath());
+  StoreSecurity::Notes notes;
+  const bool guarded = walked(StoreSecurity::makeStore(storePath(), kLockedKey, notes), notes,
+                              "Could not leave the store " + store +
+                                  " to administrators and SYSTEM while its settings are written");
+  const bool installed = guarded && installSettings(file, options.values);
+  if (guarded && !installed)
     failed("Could not install every default setting from " + file + " into " + store);
-    warnWithoutPrinters();
-    return 1;
-  }
-  if (options.noFile)
+  else if (installed && options.noFile)
     printf("Installed the values given into %s\n", store.c_str());
-  else
+  else if (installed)
     printf("Installed the default settings from %s into %s\n", file.c_str(), store.c_str());
-  bool complete = true;
-  if (options.lock && !StoreSecurity::applyToStore(storePath(), kLockedKey)) {
-    failed("Could not leave the store " + store + " to administrators and SYSTEM");
-    complete = false;
-  }
-  if (options.unlock && !StoreSecurity::applyToStore(storePath(), kOpenKey)) {
-    failed("Could not open the store " + store + " to everyone");
-    complete = false;
-  }
-  std::string error;
-  if (options.scheduleGiven && options.schedule == TaskSchedule::Kind::kNone)
-    TaskSchedule::unregisterTask(folder);
-  else if (options.scheduleGiven && !TaskSchedule::registerTask(folder, options.schedule, error)) {
-    failed("Could not register the scheduled task: " + error);
-    complete = false;
-  }
   warnWithoutPrinters();
+  // After a failed entry nothing further is done (an installer that rolls back on it leaves no
+  // task behind), but the store is open again if it was. The task comes last, once the store is
+  // as it will stay; the store is opened only once the task is no longer SYSTEM's.
+  const bool open = installed ? options.unlock || (!options.lock && !wasLocked) : !wasLocked;
+  bool complete = installed;
+  if (installed && !open)
+    complete = lockStore();
+  if (installed && options.scheduleGiven)
+    complete = schedule(options.schedule, folder) && complete;
+  if (open)
+    complete = openStore(folder, options.unlock) && complete;
   return complete ? 0 : 1;
 }
 

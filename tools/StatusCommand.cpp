@@ -11,6 +11,7 @@
 #include "system/CurrentProcess.h"
 #include "system/Localize.h"
 #include "updater/ProcessScope.h"
+#include "updater/RunConditions.h"
 #include "updater/RunEventLog.h"
 #include "updater/RunStatus.h"
 
@@ -40,10 +41,15 @@ void printEffectiveSettings() {
   for (const Settings::EffectiveValue& setting : Settings().getEffectiveValues())
     printf("%s (%s): %s\n", setting.name.c_str(), setting.source.c_str(),
            setting.isSet ? setting.value.c_str() : "(not set)");
-  const std::vector<std::string> problems = Policy().problems();
-  printf("Policy problems:%s\n", problems.empty() ? " none" : "");
-  for (const std::string& problem : problems)
-    printf("%s\n", problem.c_str());
+  const RunConditions conditions = RunConditions::read();
+  const std::string next = conditions.nextApplyWindow();
+  if (!next.empty())
+    printf("Apply window: %s now; the next opens at %s\n",
+           conditions.isDeferred() ? "closed" : "open", next.c_str());
+  const std::vector<std::string>& notes = conditions.notes();
+  printf("Policy problems:%s\n", notes.empty() ? " none" : "");
+  for (const std::string& note : notes)
+    printf("%s\n", note.c_str());
   // The list a run uses is the union of three, which the line of one setting above cannot show.
   const TrustedPublishers publishers;
   std::string list;
@@ -70,6 +76,10 @@ int status(unsigned long maxAgeDays) {
   if (values.empty())
     return 1;
   std::string why;
+  if (RunStatus::isRunOverdue(values, why)) {
+    fprintf(stderr, "Not healthy: %s\n", why.c_str());
+    return 1;
+  }
   if (RunStatus::isWithinDays(lastSuccess, maxAgeDays, &why))
     return 0;
   fprintf(stderr, "Not up to date: LastSuccess: %s\n", why.c_str());

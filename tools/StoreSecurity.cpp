@@ -5,66 +5,178 @@
 #include <aclapi.h>
 #include <sddl.h>
 
-#include <list>
-
+#include "RegistryTree.h"
+#include "WideText.h"
+#include "settings/RegistryLink.h"
 #include "settings/SettingsKeys.h"
 #include "system/UniqueHandle.h"
 #include "system/WriteAccess.h"
 
 namespace {
 
-// Sets what `descriptor` holds on the key `path`, and on the keys below it unless `records` is
-// empty, skipping the subkey named `records`.
-bool setKey(const std::string& path, PSECURITY_DESCRIPTOR descriptor, const char* records) {
-  PSID owner = nullptr;
-  PACL dacl = nullptr;
-  BOOL present = FALSE, defaulted = FALSE;
-  SECURITY_DESCRIPTOR_CONTROL control = 0;
-  DWORD revision = 0;
-  ScopedKey key;
-  if (!GetSecurityDescriptorOwner(descriptor, &owner, &defaulted) ||
-      !GetSecurityDescriptorDacl(descriptor, &present, &dacl, &defaulted) ||
-      !GetSecurityDescriptorControl(descriptor, &control, &revision) ||
-      RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_ALL_ACCESS, key.receive()) !=
-          ERROR_SUCCESS)
-    return false;
-  const SECURITY_INFORMATION what =
-      DACL_SECURITY_INFORMATION | (owner != nullptr ? OWNER_SECURITY_INFORMATION : 0) |
-      ((control & SE_DACL_PROTECTED) != 0 ? PROTECTED_DACL_SECURITY_INFORMATION
-                                          : UNPROTECTED_DACL_SECURITY_INFORMATION);
-  bool complete = SetSecurityInfo(key.get(), SE_REGISTRY_KEY, what, owner, nullptr, dacl,
-                                  nullptr) == ERROR_SUCCESS;
-  if (records == nullptr)
-    return complete;
-  std::list<std::string> children;
-  char name[256];
-  for (DWORD i = 0, size = sizeof(name); RegEnumKeyExA(key.get(), i, name, &size, nullptr, nullptr,
-                                                       nullptr, nullptr) == ERROR_SUCCESS;
-       ++i, size = sizeof(name)) {
-    if (_stricmp(name, records) != 0)
-      children.push_back(name);
-  }
-  // Below the store, every key is set, whatever its name.
-  for (const std::string& child : children)
-    complete = setKey(path + "\\" + child, descriptor, "") && complete;
-  return complete;
+std::string hklm(const std::string& path) {
+  return "HKLM\\" + path;
 }
 
-bool apply(const std::string& path, const std::string& sddl, const char* records) {
+bool isRecords(const std::wstring& name) {
+  return _stricmp(narrow(name).c_str(), SettingsKeys::kRecordsKey) == 0;
+}
+
+// The open key's owner and DACL, as GetSecurityInfo hands them out; nothing when unreadable.
+ScopedLocal securityOf(HKEY key) {
   ScopedLocal descriptor;
-  return ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl.c_str(), SDDL_REVISION_1,
-                                                              descriptor.receive(), nullptr) &&
-         setKey(path, descriptor.get(), records);
+  if (GetSecurityInfo(key, SE_REGISTRY_KEY, OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
+                      nullptr, nullptr, nullptr, nullptr, descriptor.receive()) != ERROR_SUCCESS)
+    descriptor.reset();
+  return descriptor;
+}
+
+// "" when only SYSTEM, administrators, TrustedInstaller and `account` (null: none) can change
+// the key; otherwise the first other account that can.
+std::string whoElseCanChange(HKEY key, PSID account) {
+  const ScopedLocal descriptor = securityOf(key);
+  return descriptor.valid()
+             ? WriteAccess::whoElseCanWrite(descriptor.get(), account, WriteAccess::kKeyRights)
+             : "unknown";
+}
+
+// What RegSetKeySecurity sets from `descriptor`: its DACL, and its owner when it names one. It
+// takes the DACL's protected flag from the descriptor's control and, unlike SetSecurityInfo, passes
+// nothing down to the keys below (a walk sets each).
+SECURITY_INFORMATION whatOf(PSECURITY_DESCRIPTOR descriptor) {
+  PSID owner = nullptr;
+  BOOL defaulted = FALSE;
+  return DACL_SECURITY_INFORMATION |
+         (GetSecurityDescriptorOwner(descriptor, &owner, &defaulted) && owner != nullptr
+              ? OWNER_SECURITY_INFORMATION
+              : 0);
+}
+
+// One walk that gives a security descriptor to a store's keys.
+class Walk {
+ public:
+  Walk(PSECURITY_DESCRIPTOR descriptor, StoreSecurity::Notes& notes)
+      : descriptor_(descriptor), what_(whatOf(descriptor)), notes_(notes) {}
+
+  // Sets the store's key, opened as `key`, and every key below it.
+  bool store(HKEY key, const std::string& path) {
+    set(key, path, true);
+    return complete_;
+  }
+
+  // The store's key, or one below it, when it is a link: deleted as the link.
+  void deleteLink(HKEY key, const std::string& path) {
+    const std::string target = RegistryLink::target(key);
+    deleted(path, RegistryLink::deleteKey(key), "a registry link to " + target);
+  }
+
+  void failed(const std::string& path, LONG status) {
+    notes_.failed.push_back(hklm(path) + ": status " + std::to_string(status));
+    complete_ = false;
+  }
+
+ private:
+  void deleted(const std::string& path, LONG status, const std::string& what) {
+    if (status == ERROR_SUCCESS)
+      notes_.deleted.push_back("Deleted " + hklm(path) + ": " + what);
+    else
+      failed(path, status);
+  }
+
+  void set(HKEY key, const std::string& path, bool isStore) {
+    const LONG status = RegSetKeySecurity(key, what_, descriptor_);
+    if (status != ERROR_SUCCESS)
+      failed(path, status);
+    else
+      below(key, path, isStore);
+  }
+
+  // The keys below `key`, each opened as itself. Below a key already set, no one else can add
+  // one; one may only go meanwhile.
+  void below(HKEY key, const std::string& path, bool isStore) {
+    for (const std::wstring& name : RegistryLink::childNames(key)) {
+      const std::string child = path + "\\" + narrow(name);
+      ScopedKey opened;
+      const LONG status = RegistryLink::openChild(key, name, KEY_ALL_ACCESS, opened);
+      if (status == ERROR_FILE_NOT_FOUND)
+        continue;
+      if (status != ERROR_SUCCESS) {
+        failed(child, status);
+      } else if (RegistryLink::isLink(opened.get())) {
+        deleteLink(opened.get(), child);
+      } else if (!isStore || !isRecords(name)) {
+        set(opened.get(), child, false);
+      } else {
+        // The program's records keep their own security; records anyone else may change are
+        // trusted by no run.
+        const std::string who = whoElseCanChange(opened.get(), nullptr);
+        if (who.empty())
+          below(opened.get(), child, false);
+        else
+          deleted(child, RegistryTree::deleteTree(opened.get()),
+                  "records that " + who + " can change, which no run trusts");
+      }
+    }
+  }
+
+  PSECURITY_DESCRIPTOR descriptor_;
+  SECURITY_INFORMATION what_;
+  StoreSecurity::Notes& notes_;
+  bool complete_ = true;
+};
+
+ScopedLocal descriptorOf(const std::string& sddl) {
+  ScopedLocal descriptor;
+  if (!ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl.c_str(), SDDL_REVISION_1,
+                                                            descriptor.receive(), nullptr))
+    descriptor.reset();
+  return descriptor;
 }
 
 }  // namespace
 
-bool StoreSecurity::applyToStore(const std::string& store, const std::string& sddl) {
-  return apply(store, sddl, SettingsKeys::kRecordsKey);
+bool StoreSecurity::applyToStore(const std::string& store, const std::string& sddl, Notes& notes) {
+  const ScopedLocal descriptor = descriptorOf(sddl);
+  if (!descriptor.valid()) {
+    notes.failed.push_back("the security descriptor " + sddl + " cannot be read");
+    return false;
+  }
+  Walk walk(descriptor.get(), notes);
+  ScopedKey key;
+  const LONG status = RegistryLink::openEach(HKEY_LOCAL_MACHINE, store, KEY_ALL_ACCESS, key);
+  if (status != ERROR_SUCCESS) {
+    walk.failed(store, status);
+    return false;
+  }
+  if (RegistryLink::isLink(key.get())) {
+    walk.deleteLink(key.get(), store);
+    return false;  // There is no store now.
+  }
+  return walk.store(key.get(), store);
+}
+
+bool StoreSecurity::makeStore(const std::string& store, const std::string& sddl, Notes& notes) {
+  ScopedKey key;
+  if (RegistryLink::openEach(HKEY_LOCAL_MACHINE, store, KEY_ALL_ACCESS, key) == ERROR_SUCCESS &&
+      RegistryLink::isLink(key.get()))
+    applyToStore(store, sddl, notes);  // Deletes the link, and makes no store.
+  bool created = false;
+  const LONG status = RegistryTree::createPath(store, nullptr, key, created);
+  key.reset();
+  if (status != ERROR_SUCCESS) {
+    notes.failed.push_back(hklm(store) + ": status " + std::to_string(status));
+    return false;
+  }
+  return applyToStore(store, sddl, notes);
 }
 
 bool StoreSecurity::applyToKey(const std::string& path, const std::string& sddl) {
-  return apply(path, sddl, nullptr);
+  const ScopedLocal descriptor = descriptorOf(sddl);
+  ScopedKey key;
+  return descriptor.valid() &&
+         RegistryLink::openEach(HKEY_LOCAL_MACHINE, path, KEY_ALL_ACCESS, key) == ERROR_SUCCESS &&
+         !RegistryLink::isLink(key.get()) &&
+         RegSetKeySecurity(key.get(), whatOf(descriptor.get()), descriptor.get()) == ERROR_SUCCESS;
 }
 
 std::string StoreSecurity::describe(const std::string& path, bool owner) {
@@ -73,8 +185,7 @@ std::string StoreSecurity::describe(const std::string& path, bool owner) {
   ScopedKey key;
   ScopedLocal descriptor, text;
   char* sddl = nullptr;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, READ_CONTROL, key.receive()) !=
-          ERROR_SUCCESS ||
+  if (RegistryLink::open(HKEY_LOCAL_MACHINE, path, READ_CONTROL, key) != ERROR_SUCCESS ||
       GetSecurityInfo(key.get(), SE_REGISTRY_KEY, what, nullptr, nullptr, nullptr, nullptr,
                       descriptor.receive()) != ERROR_SUCCESS ||
       !ConvertSecurityDescriptorToStringSecurityDescriptorA(descriptor.get(), SDDL_REVISION_1, what,
@@ -84,16 +195,40 @@ std::string StoreSecurity::describe(const std::string& path, bool owner) {
   return sddl;
 }
 
-bool StoreSecurity::isLocked(const std::string& store) {
-  ScopedKey key;
-  ScopedLocal descriptor;
+namespace {
+
+// Why the key opened as `key` at `path`, or one below it, is not locked; "" when all are.
+std::string whyNotLockedBelow(HKEY key, const std::string& path, PSID account) {
+  if (RegistryLink::isLink(key))
+    return hklm(path) + " is a registry link";
+  const std::string who = whoElseCanChange(key, account);
+  if (!who.empty())
+    return hklm(path) + ": " + who + " can change it";
+  for (const std::wstring& name : RegistryLink::childNames(key)) {
+    ScopedKey child;
+    const LONG status = RegistryLink::openChild(key, name, KEY_READ, child);
+    const std::string childPath = path + "\\" + narrow(name);
+    const std::string why =
+        status == ERROR_SUCCESS
+            ? whyNotLockedBelow(child.get(), childPath, account)
+            : hklm(childPath) + " cannot be read (status " + std::to_string(status) + ")";
+    if (!why.empty())
+      return why;
+  }
+  return std::string();
+}
+
+}  // namespace
+
+std::string StoreSecurity::whyNotLocked(const std::string& store) {
   std::vector<BYTE> account = WriteAccess::processAccount();
-  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, store.c_str(), 0, READ_CONTROL, key.receive()) ==
-             ERROR_SUCCESS &&
-         GetSecurityInfo(key.get(), SE_REGISTRY_KEY,
-                         OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                         nullptr, nullptr, descriptor.receive()) == ERROR_SUCCESS &&
-         !account.empty() &&
-         WriteAccess::whoElseCanWrite(descriptor.get(), account.data(), WriteAccess::kKeyRights)
-             .empty();
+  ScopedKey key;
+  const LONG status = RegistryLink::openEach(HKEY_LOCAL_MACHINE, store, KEY_READ, key);
+  if (status == RegistryLink::kStoppedOnLink)
+    return "a key on the path of " + hklm(store) + " is a registry link";
+  if (status != ERROR_SUCCESS)
+    return "there is no store " + hklm(store) + " (status " + std::to_string(status) + ")";
+  if (account.empty())
+    return "this process's account cannot be read";
+  return whyNotLockedBelow(key.get(), store, account.data());
 }

@@ -13,28 +13,6 @@
 
 namespace {
 
-const char kTaskName[] = "Corvane\\Orrery Updater";
-
-// Runs schtasks.exe from the system folder (never one found by the search path: the tool runs
-// elevated) with `arguments`; its exit code, or -1 when it could not run.
-long schtasks(const std::string& arguments) {
-  char system[MAX_PATH] = {};
-  GetSystemDirectoryA(system, MAX_PATH);
-  std::string line = "\"" + std::string(system) + "\\schtasks.exe\" " + arguments;
-  STARTUPINFOA startup = {};
-  startup.cb = sizeof(startup);
-  PROCESS_INFORMATION process = {};
-  if (!CreateProcessA(nullptr, &line[0], nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
-                      nullptr, &startup, &process))
-    return -1;
-  const ScopedHandle child(process.hProcess), thread(process.hThread);
-  DWORD code = 1;
-  if (WaitForSingleObject(child.get(), 60000) != WAIT_OBJECT_0 ||
-      !GetExitCodeProcess(child.get(), &code))
-    return -1;
-  return static_cast<long>(code);
-}
-
 // Whether a process other than this one runs from an executable whose name begins with `prefix`.
 bool anotherRuns(const std::string& prefix) {
   const ScopedHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
@@ -85,11 +63,6 @@ bool TaskSchedule::registerTask(const std::string& folder, Kind kind, std::strin
   if (code != 0)
     error = "schtasks /Create exited with " + std::to_string(code);
   return code == 0;
-}
-
-void TaskSchedule::unregisterTask(const std::string& folder) {
-  schtasks(std::string("/Delete /TN \"") + kTaskName + "\" /F");
-  DeleteFileA((folder + kRegistered).c_str());
 }
 
 bool TaskSchedule::removeTask(const std::string& localId,

@@ -29,7 +29,8 @@ class PauseRecord {
   // Takes the mutex and records `names`. False (logged) when the mutex cannot be had, held by
   // another process past a moment's wait or not makeable at all: the run then pauses nothing, and
   // failure() says why. A record that cannot be written (its key untrusted) is logged and the run
-  // pauses all the same, unrecorded.
+  // pauses all the same, unrecorded. Called again while held, it rewrites the record with `names`
+  // (drain mode records its printers a few at a time, each before it pauses them).
   bool hold(const std::list<std::string>& names);
   const std::string& failure() const { return record_.failure(); }
   // Deletes the record and releases the mutex; does nothing when hold() did not take it.

@@ -5,6 +5,7 @@
 #include <climits>
 #include <memory>
 
+#include "settings/RegistryLink.h"
 #include "system/OsVersion.h"
 #include "system/Win32Exception.h"
 
@@ -236,29 +237,40 @@ void RegistryKey::getValueNames(std::list<std::string>& names) {
 }
 
 bool RegistryKey::recurseDeleteKey(const std::string& path, HKEY root) {
+  // The key is opened as itself: a registry link is deleted as the link, never emptied through it
+  // (its target is another tree, and a dangling one cannot be opened at all).
   ScopedKey key;
-  LONG status = RegOpenKeyExA(root, path.c_str(), 0, KEY_ALL_ACCESS, key.receive());
+  LONG status = RegistryLink::open(root, path, KEY_ALL_ACCESS, key);
   if (status == ERROR_FILE_NOT_FOUND)
     return true;
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::recurseDeleteKey() RegOpenKey()", status, __LINE__);
-  // Each recursion removes its child, so the next one moves up to the same index; a child that
-  // is kept (one named "SOFTWARE") is stepped over, or the walk would find it again for ever.
-  for (DWORD index = 0;;) {
-    char child[256];
-    DWORD length = sizeof(child);
-    if (RegEnumKeyExA(key.get(), index, child, &length, nullptr, nullptr, nullptr, nullptr) !=
-        ERROR_SUCCESS)
-      break;
-    recurseDeleteKey(child, key.get());
-    if (isKeptKeyName(child))
-      ++index;
+  if (!RegistryLink::isLink(key.get())) {
+    // Each recursion removes its child, so the next one moves up to the same index. A child that
+    // is still there afterwards (one named "SOFTWARE", or one whose name the code page cannot
+    // hold, so that it cannot be opened by it) is stepped over, or the walk would find it again
+    // for ever; the key's own deletion then fails.
+    std::string previous;
+    for (DWORD index = 0;;) {
+      char child[256];
+      DWORD length = sizeof(child);
+      if (RegEnumKeyExA(key.get(), index, child, &length, nullptr, nullptr, nullptr, nullptr) !=
+          ERROR_SUCCESS)
+        break;
+      if (previous == child) {
+        ++index;
+        previous.clear();
+        continue;
+      }
+      recurseDeleteKey(child, key.get());
+      previous = child;
+    }
+    // The key "SOFTWARE" itself is kept, though its subkeys are gone by now; deliberate.
+    if (isKeptKeyName(path))
+      return true;
   }
-  key.close();
-  // The key "SOFTWARE" itself is kept, though its subkeys are gone by now; deliberate.
-  if (isKeptKeyName(path))
-    return true;
-  status = RegDeleteKeyA(root, path.c_str());
+  // Deleted through the handle that was walked: a link put in its place meanwhile is not followed.
+  status = RegistryLink::deleteKey(key.get());
   if (status != ERROR_SUCCESS)
     throw registryError("RegistryKey::recurseDeleteKey() RegDeleteKey()", status, __LINE__);
   return true;

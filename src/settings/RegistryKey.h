@@ -45,7 +45,8 @@ class RegistryKey {
 
   // Deletes the key and its whole tree. A missing key is not an error. A key named "SOFTWARE"
   // (any case), at the top or anywhere below, is emptied but kept, and then its parent cannot be
-  // deleted: that throws.
+  // deleted: that throws. A registry link, `path` itself or any key below it, is deleted as the
+  // link: its target is neither emptied nor deleted (RegistryLink).
   static bool recurseDeleteKey(const std::string& path, HKEY root);
 
  protected:

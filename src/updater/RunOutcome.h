@@ -62,11 +62,13 @@ uint32_t failuresAfter(RunOutcome outcome, uint32_t before);
 // The verdict of one run: its outcome, the failing step with its code (one line, empty for a
 // success), what it applied ("software", "catalog", "software+catalog", or empty), further values
 // it reports in its status (what the check found available), and notes that its event carries
-// after the detail (the policy values that were ignored).
+// after the detail (the policy values that were ignored); `checked`: the run completed its update
+// check (its time becomes "LastCheck").
 struct RunVerdict {
   RunOutcome outcome = RunOutcome::kUpToDate;
   std::string detail;
   std::string applied;
   std::vector<std::pair<std::string, std::string>> values;
   std::string notes;
+  bool checked = false;
 };

@@ -53,7 +53,10 @@ std::string available(const RunResults& results) {
 }  // namespace
 
 RunVerdict judge(const RunResults& results) {
-  RunVerdict verdict{RunOutcome::kUpToDate, "", appliedParts(results), {}, ""};
+  RunVerdict verdict{RunOutcome::kUpToDate, "", appliedParts(results), {}, "", false};
+  verdict.checked = results.software.asked && results.software.answer != UPDATE_CHECK_FAILED;
+  if ((results.deferred || !results.stillBusy.empty()) && !results.nextApplyWindow.empty())
+    verdict.values.emplace_back("NextApplyWindow", results.nextApplyWindow);
   for (const auto& [check, name] : {std::make_pair(&results.software, "AvailableSoftwareVersion"),
                                     std::make_pair(&results.catalog, "AvailableCatalogVersion")}) {
     if (check->asked)
@@ -96,7 +99,8 @@ RunVerdict judge(const RunResults& results) {
     const std::string found = available(results);
     if (found.empty())
       return verdict;
-    return ended(RunOutcome::kUpdateAvailable, results.checkOnly + ": " + found + " available");
+    return ended(results.deferred ? RunOutcome::kDeferred : RunOutcome::kUpdateAvailable,
+                 results.checkOnly + ": " + found + " available");
   }
   if (results.decision == RunResults::Decision::kNotPermitted)
     return ended(RunOutcome::kNotPermitted, "install decision: " + results.notPermitted);
@@ -122,6 +126,14 @@ RunVerdict judge(const RunResults& results) {
   }
   if (!results.pauseLockFailure.empty())
     return ended(RunOutcome::kLockUnavailable, results.pauseLockFailure);
+  if (!results.stillBusy.empty()) {
+    std::string busy;
+    for (const std::string& printer : results.stillBusy)
+      busy += (busy.empty() ? "'" : ", '") + printer + "'";
+    return ended(RunOutcome::kDeferred, "pause printers: the apply window was closing while " +
+                                            busy + " stayed busy; the next opens at " +
+                                            results.nextApplyWindow);
+  }
   if (results.pause == Step::kFailed)
     return ended(RunOutcome::kPauseFailed, "pause printers: not all could be paused");
   if (results.softwareApply.result == Step::kFailed)

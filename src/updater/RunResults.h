@@ -1,5 +1,6 @@
 #pragma once
 
+#include <list>
 #include <string>
 
 #include "updater/RunOutcome.h"
@@ -29,8 +30,11 @@ struct RunResults {
   // Update mode 0 (off): the run ended before it loaded the library.
   bool disabled = false;
   // Why the run only checked and reported (RunConditions::checkOnly()); empty for a run that may
-  // download, pause and apply.
+  // download, pause and apply. `deferred`: because it was outside the apply window, whose next
+  // opening (UTC) is `nextApplyWindow` (empty without a window).
   std::string checkOnly;
+  bool deferred = false;
+  std::string nextApplyWindow;
 
   // An update check: asked or not, the answer, the library's code, and the version it named.
   struct Check {
@@ -72,9 +76,11 @@ struct RunResults {
   Trust softwareTrust;
   Trust catalogTrust;
 
-  // The printers' pause, and, when the pause record's lock could not be had, why.
+  // The printers' pause, and, when the pause record's lock could not be had, why; the printers
+  // still busy when the wait gave up because the apply window was about to close.
   Step pause = Step::kNotRun;
   std::string pauseLockFailure;
+  std::list<std::string> stillBusy;
 
   // An apply: its result and, for a failure, what failed (one line, "code 0", "folder not made,
   // error 3", ...).
@@ -97,5 +103,5 @@ struct RunResults {
 // (offline, a relaunch, an update applied while a check failed) are neither success nor failure. A
 // run that checked reports what is available ("AvailableSoftwareVersion",
 // "AvailableCatalogVersion": the version the check named, empty when none) among the verdict's
-// values.
+// values, and a deferred one the next window ("NextApplyWindow").
 RunVerdict judge(const RunResults& results);

@@ -23,14 +23,28 @@ const char kConsecutiveFailures[] = "ConsecutiveFailures";
 const char kRunInProgress[] = "RunInProgress";
 const char kLastLockFailure[] = "LastLockFailure";
 // The order in which read() gives the values.
-const char* const kValueNames[] = {"LastRunStarted", kRunInProgress,       "LastRunEnded",
-                                   "LastResult",     "LastResultDetail",   "LastSuccess",
-                                   "LastUpdate",     "LastUpdateApplied",  "SoftwareVersion",
-                                   "CatalogVersion", kConsecutiveFailures, kLastLockFailure};
+const char* const kValueNames[] = {"LastRunStarted",
+                                   kRunInProgress,
+                                   "LastRunEnded",
+                                   "LastResult",
+                                   "LastResultDetail",
+                                   "LastSuccess",
+                                   "LastUpdate",
+                                   "LastUpdateApplied",
+                                   "SoftwareVersion",
+                                   "CatalogVersion",
+                                   kConsecutiveFailures,
+                                   kLastLockFailure,
+                                   "AvailableSoftwareVersion",
+                                   "AvailableCatalogVersion",
+                                   "LastCheck",
+                                   "NextApplyWindow"};
 const unsigned long long kTicksPerSecond = 10000000ULL;  // FILETIME's 100 ns ticks.
 const unsigned long long kTicksPerDay = 86400 * kTicksPerSecond;
 // How far ahead of the clock a time may lie and still count: clocks of a fleet differ a little.
 const unsigned long long kAllowedAheadTicks = 5ULL * 60 * kTicksPerSecond;
+// The scheduled task ends a run after 12 hours; a run still in progress after that was killed.
+const unsigned long long kRunTimeLimitHours = 12;
 
 void logFailure(const std::string& text) {
   try {
@@ -98,12 +112,23 @@ void reportEvent(const RunVerdict& verdict,
 
 // The event of a run that ended before it ran: the versions as they are.
 void reportEarlyEnd(RunOutcome outcome, const std::string& detail) {
-  reportEvent(RunVerdict{outcome, detail, "", {}, ""}, VersionInfo::GetOrreryVersionNumber(),
+  reportEvent(RunVerdict{outcome, detail, "", {}, "", false}, VersionInfo::GetOrreryVersionNumber(),
               VersionInfo::GetCatalogVersionNumber());
 }
 
 bool parseTime(const std::string& text, FILETIME& time) {
   SYSTEMTIME parts = {};
+  return RunStatus::parseUtc(text, parts) && SystemTimeToFileTime(&parts, &time) != FALSE;
+}
+
+unsigned long long ticks(const FILETIME& time) {
+  return (static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+}
+
+}  // namespace
+
+bool RunStatus::parseUtc(const std::string& text, SYSTEMTIME& parts) {
+  parts = SYSTEMTIME();
   unsigned year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
   char zone = '\0';
   char rest = '\0';
@@ -117,14 +142,9 @@ bool parseTime(const std::string& text, FILETIME& time) {
   parts.wHour = static_cast<WORD>(hour);
   parts.wMinute = static_cast<WORD>(minute);
   parts.wSecond = static_cast<WORD>(second);
-  return SystemTimeToFileTime(&parts, &time) != FALSE;
+  FILETIME valid;
+  return SystemTimeToFileTime(&parts, &valid) != FALSE;
 }
-
-unsigned long long ticks(const FILETIME& time) {
-  return (static_cast<unsigned long long>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-}
-
-}  // namespace
 
 RunStatus::RunStatus() {
   const ScopedKey key = openStatusKey(true);
@@ -159,6 +179,8 @@ void RunStatus::finish(const RunVerdict& verdict) {
     if (verdict.outcome == RunOutcome::kLockUnavailable)
       values.emplace_back(kLastLockFailure, now + " " + verdict.detail);
     values.insert(values.end(), verdict.values.begin(), verdict.values.end());
+    if (verdict.checked)
+      values.emplace_back("LastCheck", now);
     write(key.get(), values,
           {{kConsecutiveFailures, failuresAfter(verdict.outcome, failures)}, {kRunInProgress, 0}});
   }
@@ -174,6 +196,24 @@ void RunStatus::reportLockFailure(const std::string& why) {
   if (key.valid())
     write(key.get(), {{kLastLockFailure, utcNow() + " " + why}});
   reportEarlyEnd(RunOutcome::kLockUnavailable, why);
+}
+
+bool RunStatus::isRunOverdue(const std::vector<Value>& values, std::string& why) {
+  std::string inProgress, started;
+  for (const Value& value : values) {
+    if (value.first == kRunInProgress)
+      inProgress = value.second;
+    else if (value.first == "LastRunStarted")
+      started = value.second;
+  }
+  FILETIME then = {}, now = {};
+  GetSystemTimeAsFileTime(&now);
+  if (inProgress != "1" || !parseTime(started, then) || ticks(then) >= ticks(now) ||
+      ticks(now) - ticks(then) <= kRunTimeLimitHours * 3600ULL * kTicksPerSecond)
+    return false;
+  why = "the run that started at " + started + " has not ended after " +
+        std::to_string(kRunTimeLimitHours) + " hours: it was killed, or it hangs";
+  return true;
 }
 
 std::vector<RunStatus::Value> RunStatus::read() {
@@ -199,12 +239,24 @@ std::vector<RunStatus::Value> RunStatus::read() {
   return values;
 }
 
+std::string RunStatus::value(const std::string& name) {
+  for (const Value& entry : read()) {
+    if (entry.first == name)
+      return entry.second;
+  }
+  return std::string();
+}
+
 std::string RunStatus::utcNow() {
   SYSTEMTIME now = {};
   GetSystemTime(&now);
+  return formatUtc(now);
+}
+
+std::string RunStatus::formatUtc(const SYSTEMTIME& time) {
   char text[32] = {};
-  static_cast<void>(snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", now.wYear,
-                             now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond));
+  static_cast<void>(snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", time.wYear,
+                             time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond));
   return text;
 }
 

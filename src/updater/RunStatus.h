@@ -1,5 +1,7 @@
 #pragma once
 
+#include <windows.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -50,8 +52,15 @@ class RunStatus {
 
   // The status values that exist, in the order above; empty when there is no status.
   static std::vector<Value> read();
-  // UTC now in the status's format.
+  // Whether `values` (read()'s) show a run still in progress 12 hours after it started (the
+  // scheduled task's limit): a run that was killed, or hangs; `why` then says so.
+  static bool isRunOverdue(const std::vector<Value>& values, std::string& why);
+  // UTC now, and any UTC time, in the status's format; and back (false for any other text).
   static std::string utcNow();
+  static std::string formatUtc(const SYSTEMTIME& time);
+  static bool parseUtc(const std::string& text, SYSTEMTIME& time);
+  // The status value `name` as read() gives it; empty when there is none.
+  static std::string value(const std::string& name);
   // Whether `time`, in the status's format, lies at most `days` days before now. A time more than
   // 5 minutes ahead of the clock is not fresh (a clock that jumped back, or a forged value); `why`
   // then says so, as it says why any other text is not.

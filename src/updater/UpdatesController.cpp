@@ -28,9 +28,11 @@ std::string code(long value) {
 
 }  // namespace
 
-UpdatesController::UpdatesController(const std::string& checkOnly) {
+UpdatesController::UpdatesController(const RunConditions& conditions) : conditions_(conditions) {
   FunctionTrace trace = FunctionTrace::open(kLogUpdater, "UpdatesController::UpdatesController() ");
-  results_.checkOnly = checkOnly;
+  results_.checkOnly = conditions.checkOnly();
+  results_.deferred = conditions.isDeferred();
+  results_.nextApplyWindow = conditions.nextApplyWindow();
   if (!webUpdater_.isLoaded()) {
     results_.library = RunResults::Library::kMissing;
     results_.libraryError = webUpdater_.lastCode();
@@ -316,7 +318,10 @@ bool UpdatesController::installUpdates(const std::string& softwarePath,
     trace.detail(kNoUpdatesToInstall);
     return trace.returning(false);
   }
-  const bool paused = spooler_.pausePrinters(pausedPrinters_);
+  const QuietWaitLimit limit = conditions_.quietWaitLimit();
+  const bool paused = conditions_.drains()
+                          ? spooler_.drainPrinters(pausedPrinters_, limit, &results_.stillBusy)
+                          : spooler_.pausePrinters(pausedPrinters_, limit, &results_.stillBusy);
   results_.pause = paused ? Step::kDone : Step::kFailed;
   if (!paused) {
     results_.pauseLockFailure = spooler_.pauseRecordFailure();

@@ -9,6 +9,7 @@
 #include "printers/PrinterSpoolerWrapper.h"
 #include "updater/DownloadRecord.h"
 #include "updater/PackageTrust.h"
+#include "updater/RunConditions.h"
 #include "updater/RunResults.h"
 #include "webupdate/UrlGenerator.h"
 #include "webupdate/WebUpdaterAdapter.h"
@@ -32,9 +33,10 @@ using typeOfUpdateAvailable = uint32_t;
 // depends on them. Printers paused for an installation are resumed on every path.
 class UpdatesController {
  public:
-  // `checkOnly` (RunConditions::checkOnly()): why the run may only check and report; empty for
-  // the automatic run, which downloads, pauses and applies what is available.
-  explicit UpdatesController(const std::string& checkOnly = std::string());
+  // The run under `conditions` (RunConditions): the update mode and the apply window may make it
+  // only check and report, and they set how it waits for the printers. The default is the
+  // automatic run, without a window, waiting for all printers at once.
+  explicit UpdatesController(const RunConditions& conditions = RunConditions());
   ~UpdatesController();
   UpdatesController(const UpdatesController&) = delete;
   UpdatesController& operator=(const UpdatesController&) = delete;
@@ -88,4 +90,5 @@ class UpdatesController {
   DownloadRecord downloads_;
   RunResults results_;
   PackageTrust packages_{downloads_};
+  RunConditions conditions_;
 };

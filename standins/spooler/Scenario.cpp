@@ -1,8 +1,10 @@
 #include "Scenario.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "common/ScenarioFile.h"
+#include "system/UniqueHandle.h"
 
 namespace {
 
@@ -36,6 +38,28 @@ ULONGLONG Join(DWORD high, DWORD low) {
   return (static_cast<ULONGLONG>(high) << 32) | low;
 }
 
+// The file's bytes; empty when it cannot be read.
+std::string ReadContent(const std::string& path) {
+  const ScopedHandle file(CreateFileA(path.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  std::string content;
+  char buffer[16384];
+  DWORD read = 0;
+  while (file.valid() && ReadFile(file.get(), buffer, sizeof(buffer), &read, nullptr) && read > 0)
+    content.append(buffer, read);
+  return content;
+}
+
+// A fraction between 0 and 1; 0 for anything that is not a decimal number.
+double Fraction(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (end == text.c_str() || !(value > 0))
+    return 0;
+  return std::min(value, 1.0);
+}
+
 }  // namespace
 
 bool ScenarioSource::operator==(const ScenarioSource& other) const {
@@ -43,20 +67,28 @@ bool ScenarioSource::operator==(const ScenarioSource& other) const {
          size == other.size && generation == other.generation;
 }
 
-Scenario Scenario::load(HMODULE module) {
-  Scenario scenario;
+std::shared_ptr<const Scenario> Scenario::load(HMODULE module,
+                                               const std::shared_ptr<const Scenario>& previous) {
+  auto loaded = std::make_shared<Scenario>();
+  Scenario& scenario = *loaded;
   scenario.driverDirectory = kDefaultDriverDirectory;
   scenario.source.path = ScenarioPath(module);
 
   WIN32_FILE_ATTRIBUTE_DATA data;
   if (!GetFileAttributesExA(scenario.source.path.c_str(), GetFileExInfoStandard, &data) ||
       (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    return scenario;
+    return loaded;
   }
   scenario.source.exists = true;
   scenario.source.lastWriteTime =
       Join(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
   scenario.source.size = Join(data.nFileSizeHigh, data.nFileSizeLow);
+  scenario.content = ReadContent(scenario.source.path);
+  if (previous && previous->source.exists && previous->source.path == scenario.source.path &&
+      previous->source.lastWriteTime == scenario.source.lastWriteTime &&
+      previous->content == scenario.content) {
+    return previous;  // Parsing a file of many printers on every call would swamp the callers.
+  }
 
   // Wine keeps parsed profiles while their last-write time is unchanged, and a file rewritten
   // within one timestamp tick keeps it; this documented flush call drops that copy. Deliberate.
@@ -67,6 +99,7 @@ Scenario Scenario::load(HMODULE module) {
   };
   scenario.source.generation = profile.value(kSpoolerSection, "Generation");
   scenario.journalPath = profile.value(kSpoolerSection, "Journal");
+  scenario.seed = static_cast<unsigned long long>(profile.number(kSpoolerSection, "Seed", 0));
   scenario.failEnum = code(kSpoolerSection, "FailEnum");
   scenario.failDriverDirectory = code(kSpoolerSection, "FailDriverDirectory");
   scenario.driverDirectory =
@@ -88,9 +121,11 @@ Scenario Scenario::load(HMODULE module) {
     printer.failPause = code(name, "FailPause");
     printer.failResume = code(name, "FailResume");
     printer.failClose = code(name, "FailClose");
+    printer.busyChance = Fraction(profile.value(name, "BusyChance"));
+    printer.answerWithoutData = code(name, "AnswerWithoutData");
     scenario.printers.push_back(printer);
   }
-  return scenario;
+  return loaded;
 }
 
 const PrinterScenario* Scenario::findPrinter(const std::string& name) const {

@@ -1,5 +1,6 @@
 #include "Spooler.h"
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -17,6 +18,22 @@ class Lock {
  private:
   CRITICAL_SECTION* section_;
 };
+
+// SplitMix64's finaliser: a well-spread 64-bit value from any input.
+uint64_t Mix(uint64_t value) {
+  value += 0x9e3779b97f4a7c15ull;
+  value = (value ^ (value >> 30)) * 0xbf58476d1ce4e5b9ull;
+  value = (value ^ (value >> 27)) * 0x94d049bb133111ebull;
+  return value ^ (value >> 31);
+}
+
+// FNV-1a of the name.
+uint64_t NameHash(const std::string& name) {
+  uint64_t hash = 0xcbf29ce484222325ull;
+  for (const char c : name)
+    hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3ull;
+  return hash;
+}
 
 std::string Flag(bool value) {
   return value ? "1" : "0";
@@ -66,7 +83,7 @@ struct Spooler::Call {
 
   const DWORD callerError;
   const Lock lock;
-  const Scenario scenario;
+  const std::shared_ptr<const Scenario> scenario;
 };
 
 Spooler::Spooler(HMODULE module) : module_(module) {
@@ -84,7 +101,7 @@ BOOL Spooler::enumPrinters(DWORD flags,
                            DWORD* needed,
                            DWORD* returned) {
   const Call call(this);
-  const Scenario& scenario = call.scenario;
+  const Scenario& scenario = *call.scenario;
   DWORD error = 0;
   if (needed == nullptr || returned == nullptr) {
     error = RPC_X_NULL_REF_POINTER;
@@ -113,7 +130,7 @@ BOOL Spooler::enumPrinters(DWORD flags,
       auto* infos = reinterpret_cast<PRINTER_INFO_2A*>(buffer);
       char* strings = reinterpret_cast<char*>(infos + listed.size());
       for (const PrinterScenario* printer : listed) {
-        FillInfo2(*printer, statusNow(*printer), jobsNow(*printer), infos++, &strings);
+        FillInfo2(*printer, statusNow(*printer), jobsNow(scenario, *printer), infos++, &strings);
       }
       *returned = static_cast<DWORD>(listed.size());
     }
@@ -126,7 +143,7 @@ BOOL Spooler::enumPrinters(DWORD flags,
 
 BOOL Spooler::openPrinter(const char* name, HANDLE* handle, const PRINTER_DEFAULTSA* defaults) {
   const Call call(this);
-  const Scenario& scenario = call.scenario;
+  const Scenario& scenario = *call.scenario;
   std::string printerName = name != nullptr ? name : "";
   DWORD access = defaults != nullptr ? defaults->DesiredAccess : 0;
   const PrinterScenario* printer = scenario.findPrinter(printerName);
@@ -147,11 +164,12 @@ BOOL Spooler::openPrinter(const char* name, HANDLE* handle, const PRINTER_DEFAUL
 
 BOOL Spooler::getPrinter(HANDLE handle, DWORD level, BYTE* buffer, DWORD size, DWORD* needed) {
   const Call call(this);
-  const Scenario& scenario = call.scenario;
+  const Scenario& scenario = *call.scenario;
   std::string name;
   const PrinterScenario* printer = printerOf(scenario, handle, &name);
-  DWORD jobs = 0;
+  std::string jobs = "0";
   DWORD error = 0;
+  bool clearError = false;
   if (printer == nullptr) {
     error = ERROR_INVALID_HANDLE;
   } else if (level != 2) {
@@ -162,25 +180,32 @@ BOOL Spooler::getPrinter(HANDLE handle, DWORD level, BYTE* buffer, DWORD size, D
     *needed = sizeof(PRINTER_INFO_2A) + StringsSize(*printer);
     if (buffer != nullptr && printer->failGetPrinter != 0) {
       error = printer->failGetPrinter;
+    } else if (buffer != nullptr && printer->answerWithoutData != 0) {
+      jobs = "none";
+      clearError = true;
     } else if (buffer == nullptr || size < *needed) {
       error = ERROR_INSUFFICIENT_BUFFER;
     } else {
-      jobs = jobsNow(*printer);
+      const DWORD count = jobsNow(scenario, *printer);
+      jobs = std::to_string(count);
       char* strings = reinterpret_cast<char*>(buffer) + sizeof(PRINTER_INFO_2A);
-      FillInfo2(*printer, statusNow(*printer), jobs, reinterpret_cast<PRINTER_INFO_2A*>(buffer),
+      FillInfo2(*printer, statusNow(*printer), count, reinterpret_cast<PRINTER_INFO_2A*>(buffer),
                 &strings);
       ++states_[printer->name].polls;
     }
   }
-  return finish(call,
-                "GetPrinterA name=" + name + " level=" + std::to_string(level) +
-                    " buffer=" + Flag(buffer != nullptr) + " jobs=" + std::to_string(jobs),
-                error);
+  const BOOL result = finish(call,
+                             "GetPrinterA name=" + name + " level=" + std::to_string(level) +
+                                 " buffer=" + Flag(buffer != nullptr) + " jobs=" + jobs,
+                             error);
+  if (clearError)
+    SetLastError(0);
+  return result;
 }
 
 BOOL Spooler::setPrinter(HANDLE handle, DWORD level, DWORD command) {
   const Call call(this);
-  const Scenario& scenario = call.scenario;
+  const Scenario& scenario = *call.scenario;
   std::string name;
   const PrinterScenario* printer = printerOf(scenario, handle, &name);
   DWORD error = 0;
@@ -202,7 +227,7 @@ BOOL Spooler::setPrinter(HANDLE handle, DWORD level, DWORD command) {
 
 BOOL Spooler::closePrinter(HANDLE handle) {
   const Call call(this);
-  const Scenario& scenario = call.scenario;
+  const Scenario& scenario = *call.scenario;
   std::string name;
   const PrinterScenario* printer = printerOf(scenario, handle, &name);
   DWORD error = 0;
@@ -218,7 +243,7 @@ BOOL Spooler::closePrinter(HANDLE handle) {
 
 BOOL Spooler::getDriverDirectory(DWORD level, BYTE* buffer, DWORD size, DWORD* needed) {
   const Call call(this);
-  const Scenario& scenario = call.scenario;
+  const Scenario& scenario = *call.scenario;
   DWORD error = 0;
   if (needed == nullptr) {
     error = RPC_X_NULL_REF_POINTER;
@@ -237,18 +262,18 @@ BOOL Spooler::getDriverDirectory(DWORD level, BYTE* buffer, DWORD size, DWORD* n
   return finish(call, "GetPrinterDriverDirectoryA", error);
 }
 
-Scenario Spooler::refresh() {
-  Scenario scenario = Scenario::load(module_);
-  if (!haveSource_ || scenario.source != source_) {
+std::shared_ptr<const Scenario> Spooler::refresh() {
+  scenario_ = Scenario::load(module_, scenario_);
+  if (!haveSource_ || scenario_->source != source_) {
     states_.clear();
-    source_ = scenario.source;
+    source_ = scenario_->source;
     haveSource_ = true;
   }
-  return scenario;
+  return scenario_;
 }
 
 BOOL Spooler::finish(const Call& call, const std::string& text, DWORD error) {
-  AppendJournalLine(call.scenario.journalPath, text + " result=" + Flag(error == 0));
+  AppendJournalLine(call.scenario->journalPath, text + " result=" + Flag(error == 0));
   // Reading the scenario and writing the journal change the last error; the caller sees only
   // this call's own outcome.
   SetLastError(error == 0 ? call.callerError : error);
@@ -266,10 +291,17 @@ const PrinterScenario* Spooler::printerOf(const Scenario& scenario,
   return scenario.findPrinter(open->second);
 }
 
-DWORD Spooler::jobsNow(const PrinterScenario& printer) {
+DWORD Spooler::jobsNow(const Scenario& scenario, const PrinterScenario& printer) {
   const PrinterState& state = states_[printer.name];
   bool drained = printer.drainAfterPolls >= 0 && state.polls >= printer.drainAfterPolls;
-  return drained ? 0 : printer.jobs;
+  if (drained)
+    return 0;
+  if (printer.busyChance <= 0)
+    return printer.jobs;
+  const uint64_t draw =
+      Mix(Mix(Mix(scenario.seed) ^ NameHash(printer.name)) ^ static_cast<uint64_t>(state.polls));
+  const double uniform = static_cast<double>(draw >> 11) / 9007199254740992.0;  // [0, 1)
+  return uniform < printer.busyChance ? std::max<DWORD>(printer.jobs, 1) : 0;
 }
 
 DWORD Spooler::statusNow(const PrinterScenario& printer) {

@@ -64,11 +64,12 @@ class ShippedProgram(unittest.TestCase):
                               JOURNAL, GATE, software, data, download, data_download, apply))
 
     def printers(self, *printers):
-        """The spooler's printers of the driver: (name, status) pairs; status 1 is paused."""
+        """The spooler's printers of the driver: (name, status[, jobs]) tuples; status 1 is paused,
+        and jobs that are given never drain."""
         text = "[Spooler]\r\nPrinters=%d\r\nJournal=%s\r\n" % (len(printers), JOURNAL)
-        for number, (name, status) in enumerate(printers):
-            text += "[Printer%d]\r\nName=%s\r\nDriver=%s\r\nStatus=%d\r\n" % (
-                number, name, DRIVER, status)
+        for number, (name, status, *jobs) in enumerate(printers):
+            text += "[Printer%d]\r\nName=%s\r\nDriver=%s\r\nStatus=%d\r\nJobs=%d\r\n" % (
+                number, name, DRIVER, status, jobs[0] if jobs else 0)
         self.prefix.write(INSTALL + r"\spooler-scenario.ini", text)
 
     def journal(self):  # One line per call of either stand-in, led by the caller's pid.
@@ -182,7 +183,8 @@ class ShippedProgram(unittest.TestCase):
         while not hung and time.time() < deadline:
             time.sleep(0.05)
             hung = [c for c in self.journal() if "result=hang" in c]
-        self.assertTrue(hung, "the install never reached the library's apply")
+        self.assertTrue(hung, "the install never reached the library's apply; its log ends:\n" +
+                        "\n".join((self.prefix.read(LOG) or "").splitlines()[-30:]))
         self.assertEqual(["Office Inkjet 1", "Back Office 1"], self.printer_commands())
         # The run in the library's apply has said that it started, and not yet that it ended.
         status = self.whole_status()
@@ -305,6 +307,33 @@ class ShippedProgram(unittest.TestCase):
         # The child's verdict stands: no value shows the parent's relaunch once the child ended.
         self.assertEqual(("Updated", "0x0"), (self.status("LastResult"),
                                               self.status("RunInProgress", "REG_DWORD")))
+
+    def test_a_drain_killed_halfway_leaves_no_printer_paused_after_the_next_run(self):
+        """Drain mode pauses each printer once it is quiet, recording it first: a run killed while
+        it waits for the last one leaves the others to the next run, which resumes them."""
+        self.install_store(lock=False)
+        self.prefix.import_registry({STORE + r"\Settings\Updater": {"QuietWaitMode": 1}})
+        self.printers(("Office Inkjet", 0), ("Print Room", 0, 1), ("Back Office", 0))
+        self.library(software="3,1.1.0.0", data="3,2026.2", apply="1")
+        run = self.start()
+        self.addCleanup(run.wait)
+        self.addCleanup(self.prefix.kill)
+        deadline = time.time() + RUN_LIMIT
+        while len(self.printer_commands()) < 2 and time.time() < deadline:
+            time.sleep(0.05)
+        self.assertEqual(["Office Inkjet 1", "Back Office 1"], self.printer_commands())
+        self.assertEqual("Office Inkjet\\0Back Office", self.record("PausedPrinters"))
+        pid = [c for c in self.journal() if " SetPrinterA " in c][0].split(" ", 1)[0]
+        self.prefix.wine(["taskkill", "/F", "/PID", pid])
+        run.wait(timeout=RUN_LIMIT)
+        self.assertEqual([], [l for l in self.journal() if " UpdApplyUpdateA " in l])
+
+        # The next run resumes the two as it starts; the busy one was never paused.
+        self.printers(("Office Inkjet", 1), ("Print Room", 0), ("Back Office", 1))
+        self.library(software="2", data="2", apply="1")
+        self.run_program()
+        self.assertEqual(["Office Inkjet 2", "Back Office 2"], self.printer_commands()[2:])
+        self.assertIsNone(self.record("PausedPrinters"))
 
     def test_a_user_who_squats_the_locks_makes_no_run_apply(self):
         """A process that makes every lock's name first, with a DACL that admits SYSTEM alone (as

@@ -15,14 +15,18 @@
 //                                hardens the DLL search)
 //   library-search NAME          whether a hardened process that has loaded the web-updater
 //                                library finds NAME by name (in the library's folder)
-//   run [fail-startup|declined]  one whole update run (runApplication); with fail-startup, a
+//   run [fail-startup|declined|scheduled]
+//                                one whole update run (runApplication); with fail-startup, a
 //                                start-up that fails once the logger exists; with declined, a
-//                                shell that answers every relaunch as a declined prompt
+//                                shell that answers every relaunch as a declined prompt; with
+//                                scheduled, the scheduled task's start
 //   settings-tool-cannot-start   the settings tool, whose start-up fails (exit code 3)
 //   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
 //   publishers                   the trusted publishers in force, "publishers=<hash>;<hash>"
 //   overwrite PATH               "write=<error>" after opening PATH to write (and writing into it
 //                                when it could), then "delete=<error>" after deleting it; 0: done
+//   reg-link PATH TARGET         make the key PATH below HKEY_LOCAL_MACHINE a registry link to the
+//                                key TARGET there, as a user can in a key open to Everyone
 //   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
 //                                and one line that is always written (component "QNV")
 //   hang [alone]                 start a copy of itself "hang alone", which inherits its output,
@@ -156,11 +160,14 @@ int main(int argc, char** argv) {
         Logger::createInstance(switches);
         throw std::bad_alloc();
       });
-    return runApplication("");
+    // The scheduled task's start carries its marker.
+    return runApplication(argc > 2 && std::string(argv[2]) == "scheduled" ? "/scheduled" : "");
   } else if (command == "key-dacl" && argc > 2) {
     ScopedKey key;
     RegOpenKeyExA(HKEY_LOCAL_MACHINE, argv[2], 0, READ_CONTROL, key.receive());
     print("dacl", testsupport::dacl(key.get(), SE_REGISTRY_KEY));
+  } else if (command == "reg-link" && argc > 3) {
+    print("linked", std::to_string(testsupport::makeLink(argv[2], argv[3])));
   } else if (command == "settings-tool-cannot-start") {
     ProcessScope::setCreateLoggerFunction([](const LogSwitches&) { throw std::bad_alloc(); });
     return runSettingsTool({});

@@ -130,3 +130,95 @@ TEST(PropertyCheck, TakesOnlyPublisherHashesOverALockedStore) {
                      {L"LOCKSTORE", L"0"},
                      {L"TRUSTEDPUBLISHERS", a}}));
 }
+
+// What the settings tool receives on its command line holds no double quote and no control
+// character, which would end its option and start another ("/unlock", "/file \\host\evil.loc");
+// the paths hold no '|' either, which separates the parts of the install's data.
+TEST(PropertyCheck, RefusesTextThatWouldBreakTheToolsCommandLine) {
+  const struct {
+    const wchar_t* name;
+    const wchar_t* value;
+    bool taken;
+  } rows[] = {{L"WEBSERVERURL", L"x\" /file \"\\\\host\\share\\evil.loc", false},
+              {L"WEBSERVERURL", L"http://x/\" /unlock /set \"a=b", false},
+              {L"DRIVERNAME", L"Office\tDriver", false},
+              {L"DLLPATH", L"C:\\Data\"", false},
+              {L"DATAPATH", L"C:\\Data\nX", false},
+              {L"DATAPATH", L"C:\\Data\x7F", false},
+              {L"SETTINGSFILE", L"C:\\own.loc| /unlock", false},
+              {L"INSTALLDIR", L"C:\\Program Files\\A|B\\", false},
+              {L"INSTALLDIR", L"C:\\Program Files\\A\"B\\", false},
+              {L"WEBSERVERURL", L"http://x/[package_code]?a=1|2&b='3'", true},
+              {L"DRIVERNAME", L"Corvane Inkjet Driver (v2) | 64-bit", true},
+              {L"DLLPATH", L"C:\\Data\\", true}};
+  for (const auto& row : rows) {
+    Properties properties = {{L"ProgramFiles64Folder", L"C:\\Program Files\\"},
+                             {L"INSTALLDIR", L"C:\\Program Files\\Corvane\\Orrery\\"}};
+    properties[row.name] = row.value;
+    const std::wstring refusal =
+        PropertyCheck([&properties](const wchar_t* name) { return properties[name]; },
+                      [](const std::wstring&) { return std::string(); })
+            .refusal();
+    EXPECT_EQ(
+        row.taken ? L"" : std::wstring(row.name) + L"=" + row.value + L" is refused: it holds",
+        refusal.substr(0, refusal.find(L" a double quote")))
+        << narrow(row.value);
+  }
+}
+
+// The folders of INSTALLDIR that exist, and those above it up to Program Files, must let no one
+// but SYSTEM, administrators, TrustedInstaller and the installing account change them, and be no
+// junction: another vendor's "Corvane" that users may modify is refused. Read from SDDL, as Windows
+// gives them (under Wine every folder reads back as the running account's).
+TEST(PropertyCheck, RefusesAnInstallFolderThatUsersCouldChangeOnTheWay) {
+  const std::string trustedInstaller =
+      "S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+  // C:\Program Files and a folder made below it as Windows makes them.
+  const std::string programFiles = "O:" + trustedInstaller + "D:P(A;;FA;;;" + trustedInstaller +
+                                   ")(A;;0x1301bf;;;SY)(A;OICIIO;GA;;;SY)(A;;0x1301bf;;;BA)"
+                                   "(A;OICIIO;GA;;;BA)(A;;0x1200a9;;;BU)(A;OICIIO;GXGR;;;BU)"
+                                   "(A;OICIIO;GA;;;CO)(A;;0x1200a9;;;AC)";
+  const std::string madeBelow =
+      "O:BAD:AI(A;OICIIOID;GA;;;CO)(A;OICIID;FA;;;SY)(A;OICIID;FA;;;BA)(A;OICIID;0x1200a9;;;BU)";
+  const struct {
+    std::string corvane, orrery, top;  // "" : no such folder
+    std::wstring refused;              // the reason up to its ", and whoever ..."
+  } rows[] = {{"", "", programFiles, L""},
+              {madeBelow, madeBelow, programFiles, L""},
+              {madeBelow, "", programFiles, L""},
+              {"O:BAD:(A;OICI;FA;;;BA)(A;OICI;0x1301bf;;;BU)", "", programFiles,
+               L"S-1-5-32-545 can change C:\\Program Files\\Corvane"},
+              {"O:BAD:(A;OICI;FA;;;BA)(A;OICI;0x1301bf;;;AU)", madeBelow, programFiles,
+               L"S-1-5-11 can change C:\\Program Files\\Corvane"},
+              {madeBelow, "O:S-1-5-21-1-2-3-1001D:(A;OICI;FA;;;BA)", programFiles,
+               L"S-1-5-21-1-2-3-1001 can change C:\\Program Files\\Corvane\\Orrery"},
+              {PropertyCheck::kLinkFolder, "", programFiles,
+               L"C:\\Program Files\\Corvane is a junction or a link"},
+              {madeBelow, "unknown", programFiles,
+               L"unknown can change C:\\Program Files\\Corvane\\Orrery"},
+              {"", "", "O:BAD:(A;OICI;FA;;;BA)(A;OICI;0x1301bf;;;BU)",
+               L"S-1-5-32-545 can change C:\\Program Files"}};
+  for (const auto& row : rows) {
+    const std::map<std::wstring, std::string> folders = {
+        {L"C:\\Program Files", row.top},
+        {L"C:\\Program Files\\Corvane", row.corvane},
+        {L"C:\\Program Files\\Corvane\\Orrery", row.orrery}};
+    const Properties properties = {{L"ProgramFiles64Folder", L"C:\\Program Files\\"},
+                                   {L"INSTALLDIR", L"C:\\Program Files\\Corvane\\Orrery\\"}};
+    const std::wstring refusal =
+        PropertyCheck(
+            [&properties](const wchar_t* name) {
+              const auto found = properties.find(name);
+              return found == properties.end() ? std::wstring() : found->second;
+            },
+            [&folders](const std::wstring& path) {
+              const auto found = folders.find(path);
+              return found == folders.end() ? std::string("unknown") : found->second;
+            })
+            .refusal();
+    const std::wstring start = L"INSTALLDIR=C:\\Program Files\\Corvane\\Orrery\\ is refused: ";
+    EXPECT_EQ(row.refused.empty() ? L"" : start + row.refused,
+              refusal.substr(0, refusal.find(L", and whoever")))
+        << narrow(refusal);
+  }
+}

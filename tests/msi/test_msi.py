@@ -2,7 +2,9 @@
 """The Windows Installer package, installed by Wine's own msiexec in prefixes of their own: a silent
 install with properties into a folder with Latin-1 letters and its removal, a settings file of
 one's own, the properties it refuses and a settings file that fails (each leaving the machine as it
-was), a major upgrade, a second install with a new value, a repair and a downgrade. Every process
+was), registry links planted in an open store (deleted as links by the next install's lock and by
+the removal, their targets untouched), a major upgrade, a second install with a new value, a repair
+and a downgrade. Every process
 has a time limit, after which its prefix is ended with `wineserver -k`. msiexec's exit codes are read
 in full through cmd's %ERRORLEVEL% (a Unix exit status keeps 8 bits). Where Wine differs from
 Windows: msiexec answers `/fa` with 1605 (a repair is asked for with REINSTALL=ALL instead); its task
@@ -99,7 +101,8 @@ class Msi(unittest.TestCase):
         self.assertIn('"TypesSupported"=dword:00000007', source)
         with open(self.prefix.unix(folder + r"\orrery-updater-task.xml"), encoding="utf-16") as f:
             task = f.read()
-        for part in ("<RandomDelay>PT4H</RandomDelay>", "<UserId>S-1-5-18</UserId>",
+        for part in ("<Interval>PT1H</Interval>", "<RandomDelay>PT1H</RandomDelay>",
+                     "<UserId>S-1-5-18</UserId>", "<Arguments>/scheduled</Arguments>",
                      '<Command>"%s\\cvupdater.exe"</Command>' % folder):
             self.assertIn(part, task)
 
@@ -170,6 +173,10 @@ class Msi(unittest.TestCase):
                 ([r"SETTINGSFILE=C:\missing.loc"], r"SETTINGSFILE=C:\missing.loc is refused: the file"),
                 (["DRIVERNAME=\u041f\u0440\u0438\u043d\u0442\u0435\u0440"],
                  "is refused: it has characters outside the system's code page"),
+                # A double quote or a control character would end the settings tool's option and
+                # start another (Wine's msiexec hands no double quote on from its command line).
+                (["DRIVERNAME=Office\tDriver"],
+                 "DRIVERNAME=Office\tDriver is refused: it holds a double quote or a control"),
                 ([r"SETTINGSFILE=C:\bad.loc", "WEBSERVERURL=http://other/", "SCHEDULE=SYSTEM"],
                  "cvupsettings: Not installed as written:  DriverName: 'DWORD:1' has no type")):
             with self.subTest(arguments=arguments):
@@ -183,6 +190,49 @@ class Msi(unittest.TestCase):
 
         self.assertEqual(0, self.msiexec("/x", r"C:\orrery.msi")[0])
         self.assertFalse(self.prefix.exists(r"C:\Program Files\Corvane"))
+
+    def test_registry_links_planted_in_an_open_store_are_never_followed(self):
+        helper = os.path.join(BUILD_DIR, "bin", "test_helper.exe")
+        store, victim = STORE[5:], r"Software\Victim"
+
+        def link(key, target):
+            output = self.prefix.wine([helper, "reg-link", store + "\\" + key, target]).stdout
+            self.assertIn("linked=1", output)
+
+        def deleted(key, target):
+            return ("cvupsettings: Deleted HKLM\\%s\\%s: a registry link to "
+                    "\\Registry\\Machine\\%s" % (store, key, target))
+
+        # The store open to users, under their task; one of them replaces Settings\Updater by a
+        # link to a key elsewhere, and plants another.
+        self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "SCHEDULE=users", "LOCKSTORE=0")[0])
+        self.prefix.wine(["reg", "add", "HKLM\\" + victim + r"\Sub", "/v", "Keep", "/d", "me", "/f"])
+        victim_dacl = self.dacl("HKLM\\" + victim + r"\Sub")
+        self.prefix.wine(["reg", "delete", STORE + r"\Settings\Updater", "/f"])
+        link(r"Settings\Updater", victim + r"\Sub")
+        link(r"Logger\Evil", victim)
+
+        # Locked for the SYSTEM task: the links go as links, and what they pointed to stays as it
+        # was; the backup kept neither.
+        code, log = self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL", "REINSTALLMODE=omus",
+                                 "LOCKSTORE=1", "SCHEDULE=system")
+        self.assertEqual(0, code)
+        self.assertIn(deleted(r"Logger\Evil", victim), log)
+        self.assertIn(deleted(r"Settings\Updater", victim + r"\Sub"), log)
+        self.assertIn("Not kept with the settings before the install: HKLM\\%s\\Logger\\Evil, a "
+                      "registry link" % store, log)
+        self.assertEqual([victim_dacl, "me"], [self.dacl("HKLM\\" + victim + r"\Sub"),
+                         self.prefix.reg_value("HKLM\\" + victim + r"\Sub", "Keep", "REG_SZ")])
+        self.assertEqual("(A;CI;KA;;;BA)(A;CI;KA;;;SY)", self.dacl(STORE))
+        with open(self.prefix.unix(r"C:\Program Files\Corvane\Orrery\orrery-updater-task.xml"),
+                  encoding="utf-16") as f:
+            self.assertIn("<UserId>S-1-5-18</UserId>", f.read())
+
+        # The removal deletes a link as the link (here one only an administrator could plant).
+        link(r"Settings\Evil", victim)
+        self.assertEqual(0, self.msiexec("/x", r"C:\orrery.msi")[0])
+        self.assertEqual("", self.export())
+        self.assertEqual("me", self.prefix.reg_value("HKLM\\" + victim + r"\Sub", "Keep", "REG_SZ"))
 
     def test_a_major_upgrade_keeps_the_store_and_the_task_and_an_older_version_is_refused(self):
         staged = os.path.dirname(glob.glob(os.path.join(

@@ -4,9 +4,12 @@
 
 #include <winspool.h>
 
+#include <functional>
+
 #include "printers/DeviceEnumerator.h"
 #include "printers/PauseRecord.h"
 #include "printers/PrinterSpoolerWrapper.h"
+#include "settings/RunRecord.h"
 #include "support/TestSupport.h"
 
 using testsupport::SpoolerScenario;
@@ -232,4 +235,161 @@ TEST_F(PrinterSpoolerWrapperTest, ThePollIntervalIsTheWaitBetweenTwoPassesAndDef
   ASSERT_TRUE(wrapper_.pausePrinters(handles_));
   wrapper_.resumePrinters(handles_);
   EXPECT_EQ("30000", store_.get("Settings\\Updater", "PrinterPollInterval"));
+}
+
+namespace {
+
+// A limit that counts its questions in `asked` and gives up at the `giveUpAt`th, after `check`.
+QuietWaitLimit askedLimit(int giveUpAt, int* asked, std::function<void()> check = {}) {
+  return QuietWaitLimit::whenAsked([=] {
+    if (check)
+      check();
+    return ++*asked >= giveUpAt;
+  });
+}
+
+}  // namespace
+
+// A printer whose GetPrinterA answers TRUE without writing the buffer reads as quiet, in both
+// waits, whatever the heap held: here the block that the busy printer's answer was just read from.
+TEST_F(PrinterSpoolerWrapperTest, AnAnswerWithoutDataReadsAsAQuietPrinter) {
+  PrinterScenario mute = printer("Mute", 3);
+  mute.answerWithoutData = 1;
+  const Names specPolls = {"Mute", "Busy", "Mute", "Busy"}, drainPolls = {"Mute", "Busy", "Busy"};
+  for (const bool drain : {false, true}) {
+    stage({mute, printer("Busy", 3, 1)});
+    handles_.clear();
+    int asked = 0;
+    const QuietWaitLimit limit = askedLimit(5, &asked);
+    EXPECT_TRUE(drain ? wrapper_.drainPrinters(handles_, limit)
+                      : wrapper_.pausePrinters(handles_, limit));
+    EXPECT_EQ(drain ? drainPolls : specPolls, polls());
+    EXPECT_EQ(Names(drain ? 1 : 2, "Mute"), spooler_.names("GetPrinterA", "jobs=none result=1"));
+    EXPECT_EQ(1, asked);
+    wrapper_.resumePrinters(handles_);
+  }
+}
+
+// Drain mode pauses each printer at the first poll that finds it quiet, after writing it into the
+// pause record, and polls only the others from then on; the handles come back in the printers'
+// order, for the resume that ends the record.
+TEST_F(PrinterSpoolerWrapperTest, DrainModePausesEachPrinterOnceItIsQuiet) {
+  PrinterScenario userPaused = printer("D", 3);
+  userPaused.status = PRINTER_STATUS_PAUSED;
+  stage({printer("A"), printer("B", 1, 2), printer("C", 4, 1), userPaused});
+  std::vector<std::pair<Names, Names>> atEachQuestion;  // The record, and the printers paused.
+  const auto look = [&] {
+    const std::list<std::string> recorded = PauseRecord::recordedPrinters();
+    atEachQuestion.emplace_back(Names(recorded.begin(), recorded.end()), paused());
+  };
+  int asked = 0;
+  std::list<std::string> stillBusy = {"stale"};
+  testsupport::LogCapture log;
+  ASSERT_TRUE(wrapper_.drainPrinters(handles_, askedLimit(10, &asked, look), &stillBusy));
+  EXPECT_EQ((Names{"A", "B", "C", "D", "B", "C", "B"}), polls());
+  EXPECT_EQ((std::vector<std::pair<Names, Names>>{{{"A", "D"}, {"A", "D"}},
+                                                  {{"A", "D", "C"}, {"A", "D", "C"}}}),
+            atEachQuestion);
+  EXPECT_EQ((Names{"A", "D", "C", "B"}), paused());
+  EXPECT_EQ(std::list<std::string>{"stale"}, stillBusy);
+  EXPECT_EQ((Names{"Total number of printers to drain = 4",
+                   "Paused as they became quiet: 'A' 'D'; still busy: 2",
+                   "Paused as they became quiet: 'C'; still busy: 1",
+                   "Paused as they became quiet: 'B'; still busy: 0",
+                   "All printers were drained and PAUSED successfully"}),
+            [&] {
+              Names lines = log.details("PrinterSpoolerWrapper::drainPrinters() ");
+              lines.erase(
+                  std::remove(lines.begin(), lines.end(), "Printer was PAUSED successfully"),
+                  lines.end());
+              return lines;
+            }());
+  EXPECT_EQ(4u, handles_.size());
+  EXPECT_TRUE(wrapper_.resumePrinters(handles_));
+  EXPECT_EQ((Names{"A", "B", "C", "D"}), resumed());
+  EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
+}
+
+// A wait that reaches its limit pauses nothing for good: drain mode resumes what it paused, both
+// close every printer they opened, release the record and name the printers still busy (the
+// one-round wait knows only the one it stopped at). A deadline is asked after each round, and
+// shortens the sleep before the last poll to it.
+TEST_F(PrinterSpoolerWrapperTest, AWaitThatReachesItsLimitLeavesNothingPaused) {
+  for (const bool drain : {false, true}) {
+    stage({printer("Free"), printer("Stuck", 2), printer("Jammed", 1)});
+    handles_.clear();
+    int asked = 0;
+    std::list<std::string> stillBusy;
+    const QuietWaitLimit limit = askedLimit(2, &asked);
+    EXPECT_FALSE(drain ? wrapper_.drainPrinters(handles_, limit, &stillBusy)
+                       : wrapper_.pausePrinters(handles_, limit, &stillBusy));
+    const std::list<std::string> busy = {"Stuck", "Jammed"};
+    EXPECT_EQ(drain ? busy : std::list<std::string>{"Stuck"}, stillBusy);
+    const Names drainPolls = {"Free", "Stuck", "Jammed", "Stuck", "Jammed"};
+    const Names specPolls = {"Free", "Stuck", "Free", "Stuck"};
+    EXPECT_EQ(drain ? drainPolls : specPolls, polls());
+    EXPECT_EQ(drain ? Names{"Free"} : Names{}, paused());
+    EXPECT_EQ(paused(), resumed());
+    EXPECT_EQ((Names{"Free", "Stuck", "Jammed"}), spooler_.names("ClosePrinter"));
+    EXPECT_TRUE(handles_.empty());
+    EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
+  }
+  stage({printer("Stuck", 2)});
+  EXPECT_FALSE(wrapper_.drainPrinters(handles_, QuietWaitLimit::after(0)));
+  EXPECT_EQ(Names{"Stuck"}, polls());
+  const QuietWaitLimit deadline = QuietWaitLimit::after(20000);
+  EXPECT_FALSE(deadline.reached());
+  EXPECT_GT(deadline.sleepBefore(30000), 10000u);
+  EXPECT_LE(deadline.sleepBefore(30000), 20000u);
+  EXPECT_EQ(50u, deadline.sleepBefore(50));
+  EXPECT_EQ(30000u, QuietWaitLimit().sleepBefore(30000));
+}
+
+// Drain mode gives up before pausing anything more when the pause record's lock cannot be had,
+// and when a pause fails; either way the printers it paused are resumed and all are closed.
+TEST_F(PrinterSpoolerWrapperTest, DrainModeFailuresLeaveNoPrinterPaused) {
+  PrinterScenario stuck = printer("Stuck");
+  stuck.failPause = ERROR_NOT_READY;
+  stage({printer("One"), printer("Late", 1, 1), stuck});
+  EXPECT_FALSE(wrapper_.drainPrinters(handles_));
+  EXPECT_EQ(Names{"One"}, paused());
+  EXPECT_EQ(Names{"One"}, resumed());
+  EXPECT_EQ((Names{"One", "Late", "Stuck"}), spooler_.names("ClosePrinter"));
+  EXPECT_TRUE(PauseRecord::recordedPrinters().empty());
+
+  testsupport::MutexHolder owner("Global\\" + testsupport::localId() + "PausedPrinters");
+  ASSERT_TRUE(owner.holds());
+  RunRecord::setHoldWait(20);
+  stage({printer("One"), printer("Two")});
+  EXPECT_FALSE(wrapper_.drainPrinters(handles_));
+  RunRecord::setHoldWait(0);
+  EXPECT_TRUE(paused().empty());
+  EXPECT_EQ((Names{"One", "Two"}), spooler_.names("ClosePrinter"));
+  EXPECT_TRUE(handles_.empty());
+}
+
+// Printers busy by chance: every poll draws afresh, from the seed, the printer and its poll count,
+// so one scenario always gives the same polls, and a printer busy at one poll is quiet at a later
+// one.
+TEST_F(PrinterSpoolerWrapperTest, PrintersBusyByChanceGiveTheSamePollsForTheSameScenario) {
+  std::vector<PrinterScenario> printers;
+  for (const char* name : {"P1", "P2", "P3", "P4", "P5", "P6", "P7", "P8"}) {
+    printers.push_back(printer(name));
+    printers.back().busyChance = 0.5;
+  }
+  Names first;
+  for (int run = 0; run < 2; ++run) {
+    stage(printers);
+    handles_.clear();
+    int asked = 0;
+    ASSERT_TRUE(wrapper_.drainPrinters(handles_, askedLimit(40, &asked)));
+    wrapper_.resumePrinters(handles_);
+    if (run == 0)
+      first = polls();
+    else
+      EXPECT_EQ(first, polls());
+  }
+  EXPECT_GT(first.size(), 8u);  // Some printer was busy at its first poll.
+  const Names busy = spooler_.names("GetPrinterA", "buffer=1 jobs=1");
+  EXPECT_EQ(first.size() - 8, busy.size());
 }

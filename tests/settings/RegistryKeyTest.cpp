@@ -97,3 +97,28 @@ TEST_F(RegistryKeyTest, RecursiveDeleteRemovesTheTreeButKeepsAKeyNamedSoftware) 
             thrown([] { RegistryKey::recurseDeleteKey(kRoot + "store", HKEY_LOCAL_MACHINE); }));
   EXPECT_TRUE(keyExists(kRoot + "store\\Software") && !keyExists(kRoot + "store\\Software\\x"));
 }
+
+// A registry link in the tree, or the key named itself a link, is deleted as the link: its target
+// keeps its keys and values, and a dangling link goes too. A child whose name the code page cannot
+// hold is not found again for ever: the key's own deletion fails.
+TEST_F(RegistryKeyTest, RecursiveDeleteDeletesALinkAsTheLinkAndEnds) {
+  const std::string target = kRoot + "target";
+  key_.setValue("x", 1ul);
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (target + "\\deep").c_str(), "Keep", REG_SZ, "me", 3);
+  ASSERT_TRUE(testsupport::makeLink(kRoot + "a\\link", target));
+  ASSERT_TRUE(testsupport::makeLink(kRoot + "a\\b\\dangling", kRoot + "nowhere"));
+  ASSERT_TRUE(testsupport::makeLink(kRoot + "top", target));
+  EXPECT_TRUE(RegistryKey::recurseDeleteKey(kRoot + "a", HKEY_LOCAL_MACHINE));
+  EXPECT_FALSE(keyExists(kRoot + "a"));
+  EXPECT_TRUE(RegistryKey::recurseDeleteKey(kRoot + "top", HKEY_LOCAL_MACHINE));
+  EXPECT_FALSE(testsupport::isLinkKey(kRoot + "top"));
+  EXPECT_EQ("me", testsupport::registryValue(target + "\\deep", "Keep"));
+
+  ScopedKey odd;
+  ASSERT_EQ(ERROR_SUCCESS,
+            RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"Software\\CorvaneTestRegistry\\odd\\\x0436\x0436",
+                            0, nullptr, 0, KEY_ALL_ACCESS, nullptr, odd.receive(), nullptr));
+  odd.close();
+  EXPECT_EQ("RegistryKey::recurseDeleteKey() RegDeleteKey() (5)",
+            thrown([] { RegistryKey::recurseDeleteKey(kRoot + "odd", HKEY_LOCAL_MACHINE); }));
+}

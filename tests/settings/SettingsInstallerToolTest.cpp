@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <sddl.h>
 #include <winspool.h>
 
 #include "StoreSecurity.h"
@@ -116,7 +117,8 @@ TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
                                            REG_MULTI_SZ, "P\0", 3));
   ASSERT_TRUE(
       StoreSecurity::applyToKey(records, "O:BAD:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;BU)"));
-  ASSERT_TRUE(StoreSecurity::applyToStore(store, "D:(A;CI;GA;;;WD)"));  // As a ZIP install left it.
+  StoreSecurity::Notes notes;
+  ASSERT_TRUE(StoreSecurity::applyToStore(store, "D:(A;CI;GA;;;WD)", notes));  // As a ZIP left it.
   const std::string recordsDacl = StoreSecurity::describe(records, true);
   const struct {
     const char* arguments;
@@ -133,6 +135,9 @@ TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
       {"/schedule system", 0, "", TaskSchedule::Kind::kSystem, true},
       {"/unlock /schedule users", 0, "", TaskSchedule::Kind::kUsers, false},
       {"/schedule system", 2, "Refused: /schedule system", TaskSchedule::Kind::kUsers, false},
+      // A failed entry: no lock and no task; the store stays open.
+      {"/set Settings\\Updater\\X=dword:0x10 /lock /schedule system", 1, "Not installed as written",
+       TaskSchedule::Kind::kUsers, false},
       {"/unlock /schedule system", 2, "Refused: /unlock", TaskSchedule::Kind::kUsers, false},
       {"/lock /schedule none", 0, "", TaskSchedule::Kind::kNone, true}};
   for (const auto& row : rows) {
@@ -212,24 +217,33 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
   const std::string status = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\Status";
   const std::string now = RunStatus::utcNow(), old = "2026-01-02T03:04:05Z";
   const std::string soon = utcFromNow(120), tomorrow = utcFromNow(86400);
-  const std::string lines = "LastRunStarted: " + now + "\nLastRunEnded: " + now +
+  const std::string lines = "LastRunEnded: " + now +
                             "\nLastResult: DownloadFailed\nLastResultDetail: catalog download: "
                             "code 1\nLastSuccess: ";
   const std::string versions = "\nSoftwareVersion: 1.0.0.1\nCatalogVersion: 2026.1\n";
+  const std::string hourAgo = utcFromNow(-3600), dayAgo = utcFromNow(-13 * 3600);
   const struct {
     std::string lastSuccess;  // "": no status
     std::string arguments;
     DWORD exitCode;
-    std::string output;
-    std::string why = "";  // on stderr
+    std::string output;        // after "LastRunStarted" and "RunInProgress"
+    std::string why = "";      // on stderr
+    std::string started = "";  // LastRunStarted, when not now
+    DWORD inProgress = 0;
   } rows[] = {
-      {now, "/status", 0, lines + now + versions + "ConsecutiveFailures: 1\n"},
-      {old, "/status /maxage 30", 1, lines + old + versions + "ConsecutiveFailures: 1\n",
+      {now, "/status", 0, lines + now + versions},
+      {old, "/status /maxage 30", 1, lines + old + versions,
        "Not up to date: LastSuccess: " + old + " is more than 30 day(s) ago"},
-      {soon, "/status", 0, lines + soon + versions + "ConsecutiveFailures: 1\n"},
-      {tomorrow, "/status", 1, lines + tomorrow + versions + "ConsecutiveFailures: 1\n",
+      {soon, "/status", 0, lines + soon + versions},
+      {tomorrow, "/status", 1, lines + tomorrow + versions,
        "Not up to date: LastSuccess: " + tomorrow + " lies ahead of this machine's clock"},
-      {old, "/status /maxage 3650", 0, lines + old + versions + "ConsecutiveFailures: 1\n"},
+      {old, "/status /maxage 3650", 0, lines + old + versions},
+      // A run still in progress: fine for a while; after the task's 12 hours, killed or hung.
+      {now, "/status", 0, lines + now + versions, "", hourAgo, 1},
+      {now, "/status", 1, lines + now + versions,
+       "Not healthy: the run that started at " + dayAgo +
+           " has not ended after 12 hours: it was killed, or it hangs",
+       dayAgo, 1},
       {"", "/status", 1, ""},
       {now, "/status /maxage", 2, ""},
       {now, "/status /maxage -1", 2, ""},
@@ -238,10 +252,12 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
   };
   for (const auto& row : rows) {
     testsupport::deleteKeyTree(status);
+    const std::string started = row.started.empty() ? now : row.started;
+    std::string expected;
     if (!row.lastSuccess.empty()) {
       const std::string& success = row.lastSuccess;
       const std::pair<const char*, std::string> values[] = {
-          {"LastRunStarted", now},          {"LastRunEnded", now},
+          {"LastRunStarted", started},      {"LastRunEnded", now},
           {"LastResult", "DownloadFailed"}, {"LastResultDetail", "catalog download: code 1"},
           {"LastSuccess", success},         {"SoftwareVersion", "1.0.0.1"},
           {"CatalogVersion", "2026.1"}};
@@ -251,14 +267,20 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
       const DWORD failures = 1;
       RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), "ConsecutiveFailures", REG_DWORD,
                       &failures, sizeof failures);
+      RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), "RunInProgress", REG_DWORD,
+                      &row.inProgress, sizeof row.inProgress);
     }
+    if (!row.output.empty())
+      expected = "LastRunStarted: " + started +
+                 "\nRunInProgress: " + std::to_string(row.inProgress) + "\n" + row.output +
+                 "ConsecutiveFailures: 1\n";
     DWORD exitCode = 99;
     std::string errors;
     const std::string output = testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
                                                     row.arguments, "", &exitCode, &errors);
     EXPECT_EQ(row.exitCode, exitCode) << row.arguments << errors;
     // The status, up to the effective settings (the test below).
-    EXPECT_EQ(row.output, output.substr(0, output.find("\nEffective settings"))) << row.arguments;
+    EXPECT_EQ(expected, output.substr(0, output.find("\nEffective settings"))) << row.arguments;
     EXPECT_EQ(0u, errors.find(row.why)) << errors;
   }
   DWORD exitCode = 99;
@@ -294,11 +316,23 @@ TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "PrinterPollInterval", REG_SZ, "fast", 5);
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "QuietWaitMode", REG_DWORD, &mode,
                   sizeof mode);
+  // An apply window that opens in two hours: the store gives its start, policy its duration.
+  SYSTEMTIME local;
+  GetLocalTime(&local);
+  const DWORD start = (local.wHour * 60u + local.wMinute + 120u) % 1440u, duration = 30;
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "Settings\\Updater").c_str(), "ApplyWindowStart",
+                  REG_DWORD, &start, sizeof start);
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "ApplyWindowDuration", REG_DWORD, &duration,
+                  sizeof duration);
   DWORD exitCode = 99;
   std::string errors;
-  const std::string output =
+  std::string output =
       testsupport::runCopy("cvupsettings.exe", id + "tool.exe", "/status", "", &exitCode, &errors);
   EXPECT_EQ(1u, exitCode) << "no status";
+  const std::string window = "Apply window: closed now; the next opens at 20";
+  const std::string::size_type at = output.find(window);
+  ASSERT_NE(std::string::npos, at) << output;
+  output.erase(at, output.find('\n', at) + 1 - at);
   EXPECT_EQ(
       "\nEffective settings (source: policy, store or default):\n"
       "UpdateMode (default): 1\n"
@@ -309,8 +343,10 @@ TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
           "ReportRunEvents (default): 1\n"
           "startLog (default): 0\n"
           "TrustedPublishers (default): (not set)\n"
-          "ApplyWindowStart (default): (not set)\n"
-          "ApplyWindowDuration (default): (not set)\n"
+          "ApplyWindowStart (store): " +
+          std::to_string(start) +
+          "\n"
+          "ApplyWindowDuration (policy): 30\n"
           "ApplyWindowDays (default): 127\n"
           "ApplyWindowReserve (default): 15\n"
           "CheckPeriodMinutes (default): 1440\n"
@@ -381,5 +417,147 @@ TEST(SettingsInstallerTool, WritesAListAndShowsWhoSignedAFile) {
   tool("/publisher", exitCode, errors);
   EXPECT_EQ(2u, exitCode);
   testsupport::deleteKeyTree(root);
+}
+
+// A store that was open to users may hold registry links and keys of theirs. The tool never
+// follows a link: /lock deletes each as the link (the store's "Records" too, and records that the
+// program did not make), takes every other key over, reads the whole store back and only then
+// registers the SYSTEM task; a store that is not locked key by key gets no SYSTEM task; /unlock
+// and /remove delete a link as the link. What the links point to keeps its values and its DACL.
+TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
+  const std::string id = testsupport::localId().substr(0, 2) + "sk";
+  const std::string folder = testsupport::executableDirectory();
+  const std::string store = testsupport::familyPath() + "\\QNV\\Local\\" + id;
+  const std::string victim = "Software\\CorvaneLinkVictim", kept = victim + "\\Sub";
+  const std::string victimDacl = "O:BAD:(A;CI;KA;;;BA)(A;CI;KR;;;BU)";
+  const auto run = [&id](const std::string& arguments, DWORD expected, std::string* errors) {
+    DWORD exitCode = 99;
+    const std::string output =
+        testsupport::runCopy("cvupsettings.exe", id + "tool.exe", arguments, "", &exitCode, errors);
+    EXPECT_EQ(expected, exitCode) << arguments << "\n" << output << *errors;
+    return output;
+  };
+  const auto victimIntact = [&] {
+    return StoreSecurity::describe(kept, true) == victimDacl &&
+           testsupport::registryValue(kept, "Keep") == "me";
+  };
+  const auto deleted = [&store](const std::string& key, const std::string& what) {
+    return "Deleted HKLM\\" + store + "\\" + key + ": " + what + "\n";
+  };
+  testsupport::SpoolerScenario spooler;  // No printers.
+  testsupport::deleteKeyTree(store);
+  testsupport::deleteKeyTree(victim);
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, kept.c_str(), "Keep", REG_SZ, "me", 3);
+  ASSERT_TRUE(StoreSecurity::applyToKey(kept, victimDacl));
+  ASSERT_TRUE(victimIntact());
+  std::string errors;
+  // Open, as a ZIP install without /lock leaves it; then a user replaces Settings\Updater by a
+  // link, leaves a dangling one, a key of their own, and records of their own.
+  run("/nofile /set Settings\\Updater\\WebServerUrl=string:http://x/", 0, &errors);
+  testsupport::deleteKeyTree(store + "\\Settings\\Updater");
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Updater", kept));
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Dangling", victim + "\\Nowhere"));
+  ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Settings", "O:BUD:(A;CI;GA;;;WD)"));
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "\\Records").c_str(), "PendingDownloads",
+                  REG_MULTI_SZ, "C:\\x\0", 6);
+  ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Records", "O:BUD:(A;CI;GA;;;WD)"));
+
+  // The settings are written once the links are gone, never through one.
+  std::string output =
+      run("/nofile /set Settings\\Updater\\WebServerUrl=string:http://y/ /lock /schedule system", 0,
+          &errors);
+  EXPECT_EQ("http://y/", testsupport::registryValue(store + "\\Settings\\Updater", "WebServerUrl"));
+  EXPECT_EQ("none", testsupport::registryValue(kept, "WebServerUrl"));
+  EXPECT_NE(std::string::npos,
+            output.find(deleted("Dangling",
+                                "a registry link to \\Registry\\Machine\\" + victim + "\\Nowhere")))
+      << output;
+  EXPECT_NE(
+      std::string::npos,
+      output.find(deleted("Records", "records that S-1-5-32-545 can change, which no run trusts")))
+      << output;
+  EXPECT_NE(
+      std::string::npos,
+      output.find(deleted("Settings\\Updater", "a registry link to \\Registry\\Machine\\" + kept)))
+      << output;
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  EXPECT_FALSE(testsupport::isLinkKey(store + "\\Settings\\Updater") ||
+               testsupport::keyExists(store + "\\Records"));
+  EXPECT_EQ("O:BA", StoreSecurity::describe(store + "\\Settings", true).substr(0, 4));
+  EXPECT_EQ("", StoreSecurity::whyNotLocked(store));
+  EXPECT_EQ(TaskSchedule::Kind::kSystem, TaskSchedule::registeredKind(folder));
+
+  // A link, or a key that others own, makes the store one that is not locked.
+  ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Settings", "O:BUD:P(A;CI;KA;;;BA)"));
+  EXPECT_EQ("HKLM\\" + store + "\\Settings: S-1-5-32-545 can change it",
+            StoreSecurity::whyNotLocked(store));
+  ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Settings", "O:BAD:P(A;CI;KA;;;BA)"));
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Link", kept));
+  EXPECT_EQ("HKLM\\" + store + "\\Settings\\Link is a registry link",
+            StoreSecurity::whyNotLocked(store));
+  run("/nofile /schedule system", 2, &errors);
+  EXPECT_NE(std::string::npos,
+            errors.find("(HKLM\\" + store + "\\Settings\\Link is a registry link)"))
+      << errors;
+
+  // /unlock opens the store's own keys, never the link's target.
+  output = run("/nofile /unlock /schedule users", 0, &errors);
+  EXPECT_NE(
+      std::string::npos,
+      output.find(deleted("Settings\\Link", "a registry link to \\Registry\\Machine\\" + kept)))
+      << output;
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  EXPECT_EQ(TaskSchedule::Kind::kUsers, TaskSchedule::registeredKind(folder));
+
+  // A key the tool cannot open (a user took it and let no one else in): the lock fails, and no
+  // SYSTEM task is registered over it.
+  const std::string taken = store + "\\Taken";
+  RegSetKeyValueA(HKEY_LOCAL_MACHINE, taken.c_str(), "x", REG_SZ, "", 1);
+  ASSERT_TRUE(StoreSecurity::applyToKey(taken, "O:S-1-5-21-1-2-3-1001D:P(A;;0x60019;;;WD)"));
+  run("/nofile /lock /schedule system", 1, &errors);
+  EXPECT_NE(std::string::npos, errors.find(" to administrators and SYSTEM while its settings are "
+                                           "written: HKLM\\" +
+                                           taken + ": status 5\n"))
+      << errors;
+  EXPECT_EQ(TaskSchedule::Kind::kUsers, TaskSchedule::registeredKind(folder));
+  EXPECT_EQ("HKLM\\" + store + ": S-1-1-0 can change it", StoreSecurity::whyNotLocked(store));
+  {
+    // Given back, so that it can be deleted.
+    ScopedKey key;
+    ScopedLocal open;
+    ASSERT_EQ(ERROR_SUCCESS,
+              RegOpenKeyExA(HKEY_LOCAL_MACHINE, taken.c_str(), 0, WRITE_DAC, key.receive()));
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorA(
+        "D:(A;CI;GA;;;WD)", SDDL_REVISION_1, open.receive(), nullptr));
+    ASSERT_EQ(ERROR_SUCCESS, RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, open.get()));
+  }
+
+  // A link on the store's path stops the walk; one in the store's own place is deleted first.
+  const std::string via = testsupport::familyPath() + "\\QNV\\Via";
+  ASSERT_TRUE(testsupport::makeLink(via, testsupport::familyPath() + "\\QNV\\Local"));
+  StoreSecurity::Notes notes;
+  EXPECT_EQ("a key on the path of HKLM\\" + via + "\\" + id + " is a registry link",
+            StoreSecurity::whyNotLocked(via + "\\" + id));
+  EXPECT_FALSE(StoreSecurity::applyToStore(via + "\\" + id, "D:(A;CI;GA;;;WD)", notes));
+  EXPECT_EQ((std::vector<std::string>{"HKLM\\" + via + "\\" + id + ": status 681"}), notes.failed);
+  testsupport::deleteKeyTree(via);
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+
+  // /remove deletes the store, a link in it as the link, and ends.
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Link", victim));
+  ASSERT_TRUE(testsupport::makeLink(store + "\\Dangling", victim + "\\Nowhere"));
+  output = run("/remove", 0, &errors);
+  EXPECT_FALSE(testsupport::keyExists(store));
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  ASSERT_TRUE(testsupport::makeLink(store, kept));
+  notes = StoreSecurity::Notes();
+  EXPECT_TRUE(StoreSecurity::makeStore(store, "O:BAD:P(A;CI;KA;;;BA)", notes));
+  EXPECT_EQ((std::vector<std::string>{"Deleted HKLM\\" + store +
+                                      ": a registry link to \\Registry\\Machine\\" + kept}),
+            notes.deleted);
+  EXPECT_TRUE(testsupport::keyExists(store) && !testsupport::isLinkKey(store));
+  EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
+  testsupport::deleteKeyTree(store);
+  testsupport::deleteKeyTree(victim);
   DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }

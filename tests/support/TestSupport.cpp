@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "logging/Logger.h"
+#include "settings/RegistryLink.h"
 #include "settings/SettingsLogSwitches.h"
 
 namespace testsupport {
@@ -18,6 +19,18 @@ namespace {
 
 void setDword(const std::string& path, const std::string& name, DWORD value) {
   RegSetKeyValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), REG_DWORD, &value, sizeof(value));
+}
+
+// Deletes the open key and what is below it; a link as the link.
+void deleteOpenTree(HKEY key) {
+  if (!RegistryLink::isLink(key)) {
+    for (const std::wstring& name : RegistryLink::childNames(key)) {
+      ScopedKey child;
+      if (RegistryLink::openChild(key, name, KEY_ALL_ACCESS, child) == ERROR_SUCCESS)
+        deleteOpenTree(child.get());
+    }
+  }
+  RegistryLink::deleteKey(key);
 }
 
 }  // namespace
@@ -41,8 +54,28 @@ std::string registryValue(const std::string& path, const std::string& name) {
 }
 
 void deleteKeyTree(const std::string& path) {
-  RegDeleteTreeA(HKEY_LOCAL_MACHINE, path.c_str());
-  RegDeleteKeyA(HKEY_LOCAL_MACHINE, path.c_str());
+  ScopedKey key;
+  if (RegistryLink::open(HKEY_LOCAL_MACHINE, path, KEY_ALL_ACCESS, key) == ERROR_SUCCESS)
+    deleteOpenTree(key.get());
+}
+
+bool makeLink(const std::string& path, const std::string& target) {
+  ScopedKey key;
+  const std::wstring name(path.begin(), path.end());
+  const std::wstring to = L"\\Registry\\Machine\\" + std::wstring(target.begin(), target.end());
+  return RegCreateKeyExW(HKEY_LOCAL_MACHINE, name.c_str(), 0, nullptr,
+                         REG_OPTION_CREATE_LINK | REG_OPTION_NON_VOLATILE,
+                         KEY_ALL_ACCESS | KEY_CREATE_LINK, nullptr, key.receive(),
+                         nullptr) == ERROR_SUCCESS &&
+         RegSetValueExW(key.get(), L"SymbolicLinkValue", 0, REG_LINK,
+                        reinterpret_cast<const BYTE*>(to.data()),
+                        static_cast<DWORD>(to.size() * sizeof(wchar_t))) == ERROR_SUCCESS;
+}
+
+bool isLinkKey(const std::string& path) {
+  ScopedKey key;
+  return RegistryLink::open(HKEY_LOCAL_MACHINE, path, KEY_READ, key) == ERROR_SUCCESS &&
+         RegistryLink::isLink(key.get());
 }
 
 ScopedStore::ScopedStore() {
@@ -418,7 +451,8 @@ void SpoolerScenario::write(const std::vector<PrinterScenario>& printers,
          << "\r\nJobs=" << p.jobs << "\r\nDrainAfterPolls=" << p.drainAfterPolls
          << "\r\nFailOpen=" << p.failOpen << "\r\nFailGetPrinter=" << p.failGetPrinter
          << "\r\nFailPause=" << p.failPause << "\r\nFailResume=" << p.failResume
-         << "\r\nFailClose=" << p.failClose << "\r\n";
+         << "\r\nFailClose=" << p.failClose << "\r\nBusyChance=" << p.busyChance
+         << "\r\nAnswerWithoutData=" << p.answerWithoutData << "\r\n";
   }
   writeScenario(text.str());
 }

@@ -29,7 +29,13 @@ inline const auto familyPath = [] {
 bool keyExists(const std::string& path);
 // A DWORD in decimal, a string as it is, strings (REG_MULTI_SZ) one a line, or "none".
 std::string registryValue(const std::string& path, const std::string& name);
+// Deletes a registry link as the link, never its target.
 void deleteKeyTree(const std::string& path);
+// Makes the key `path` a registry link to the key `target` (both ASCII), as a user may where
+// Everyone has full control; false when it could not.
+bool makeLink(const std::string& path, const std::string& target);
+// Whether the key `path` is there and is a link.
+bool isLinkKey(const std::string& path);
 
 // This executable's settings store for the length of a scope; the whole product-family key is
 // deleted before and after, so that every test starts from an empty registry.

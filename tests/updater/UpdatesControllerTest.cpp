@@ -110,7 +110,11 @@ struct Row {
   // (its mutex held by another process past the wait), "no-sw-download",
   // "no-data-download", "sw-apply=<0|throw>", "data-apply=0", "other-driver", "flags=2" (set by
   // another component), "keep-files", "resume-fails", "data-dir-blocked" (a file where the
-  // catalog's folder belongs), "no-library", "no-exports" (a library without the exports).
+  // catalog's folder belongs), "no-library", "no-exports" (a library without the exports),
+  // "mode=<UpdateMode>", "window=out" (an apply window that excludes now), "window=in" (one that
+  // began 10 minutes ago and lasts two hours), "window=closing" (one that ends in 10 minutes,
+  // within its reserve), "busy" (the printer's jobs never drain),
+  // "drain" (QuietWaitMode 1).
   const char* given;
   const char* calls;  // libraryCalls()
   // "failed" (performUpdates() says so), "relaunch", "complete=1", "data=1", "flags=2" (kept),
@@ -186,6 +190,16 @@ const Row kRows[] = {
      "flags=2 paused result=Updated applied=catalog"},
     {"DownloadsKeptOnRequest", "-UAC keep-files", "cs cd ds dd as ad",
      "complete=1 paused files-left result=Updated applied=software+catalog"},
+    // Beyond the automatic run: check and report only; outside the apply window; a window that
+    // closes while a printer stays busy; the printers drained one by one.
+    {"ReportOnlyChecksAndStops", "mode=2", "cs cd", "result=UpdateAvailable"},
+    {"OutsideTheWindowChecksAndDefers", "-UAC window=out", "cs cd", "result=Deferred"},
+    {"InsideTheWindowRunsAsUsual", "-UAC window=in", "cs cd ds dd as ad",
+     "complete=1 paused result=Updated applied=software+catalog"},
+    {"WindowClosingDuringTheWaitPausesNothing", "-UAC window=closing busy", "cs cd ds dd",
+     "failed result=Deferred"},
+    {"DrainModeInstallsBoth", "-UAC drain", "cs cd ds dd as ad",
+     "complete=1 paused result=Updated applied=software+catalog"},
     // Windows 2000, XP and 2003: no administrator test, no relaunch.
     {"XpInstallsBothInPlace", "xp", "cs cd ds dd as ad",
      "complete=1 paused result=Updated applied=software+catalog"},
@@ -205,12 +219,14 @@ std::string valueOf(const std::string& words, const std::string& key, const std:
 class UpdateRunMatrix : public UpdatesControllerTest, public testing::WithParamInterface<Row> {
  protected:
   // The run's whole log, each line as LogCapture gives it, with this machine's folders named (and
-  // the size of a block for a path in them left out).
+  // the size of a block for a path in them, and the times of day, left out).
   Lines transcript(const testsupport::LogCapture& log) const {
     Lines lines = log.lines();
     const std::regex blockSize("AllocMemory\\([0-9]+\\)");
+    const std::regex time("20[0-9]{2}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z");
     for (std::string& line : lines) {
       line = std::regex_replace(line, blockSize, "AllocMemory(<size>)");
+      line = std::regex_replace(line, time, "<utc>");
       for (const auto& [folder, name] :
            {std::pair<std::string, std::string>{testsupport::executableDirectory(), "<exe>\\"},
             {files_.path(), "<files>"}}) {
@@ -265,7 +281,7 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   PrinterScenario printer{"Office Inkjet",
                           has(row.given, "other-driver") ? "Generic Text" : kDriver};
   printer.jobs = 1;
-  printer.drainAfterPolls = 1;
+  printer.drainAfterPolls = has(row.given, "busy") ? -1 : 1;
   printer.failOpen = has(row.given, "user") ? ERROR_ACCESS_DENIED : 0;
   printer.failResume = has(row.given, "resume-fails") ? ERROR_NOT_READY : 0;
   spooler_.write({printer});
@@ -295,6 +311,20 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
     holder.emplace("Global\\" + testsupport::localId() + held);
   RunRecord::setHoldWait(holder ? 20 : 0);
 
+  const std::string mode = valueOf(row.given, "mode", "");
+  if (!mode.empty())
+    store_.set("Settings\\Updater", "UpdateMode", std::stoul(mode));
+  if (has(row.given, "drain"))
+    store_.set("Settings\\Updater", "QuietWaitMode", 1);
+  const std::string window = valueOf(row.given, "window", "");
+  if (!window.empty()) {
+    SYSTEMTIME local;
+    GetLocalTime(&local);
+    const int now = local.wHour * 60 + local.wMinute;
+    store_.set("Settings\\Updater", "ApplyWindowStart",
+               static_cast<DWORD>((now + (window == "out" ? 120 : 1430)) % 1440));
+    store_.set("Settings\\Updater", "ApplyWindowDuration", window == "in" ? 120 : 20);
+  }
   if (has(row.given, "no-library") || has(row.given, "no-exports"))
     store_.set("Settings\\Updater", "WebUpdaterDllPath", files_.path());
   if (has(row.given, "no-exports")) {
@@ -312,7 +342,7 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   RunStatus status;
   RunVerdict verdict;
   {
-    UpdatesController controller;
+    UpdatesController controller(RunConditions::read());
     controller.performUpdates();
     verdict = judge(controller.results());
   }
@@ -356,13 +386,26 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
   // warning (offline, a relaunch) leaves both.
   const std::string result = valueOf(row.outcome, "result", "?");
   const bool success = result == "UpToDate" || result == "Updated";
-  const bool warning =
-      result == "Offline" || result == "Elevating" || result == "UpdatedWithWarnings";
+  const bool warning = result == "Offline" || result == "Elevating" ||
+                       result == "UpdatedWithWarnings" || result == "Deferred";
   const std::string ended = store_.get("Status", "LastRunEnded");
   EXPECT_EQ(result, store_.get("Status", "LastResult"));
   EXPECT_EQ(success, store_.get("Status", "LastResultDetail").empty());
   EXPECT_EQ(success ? ended : earlier, store_.get("Status", "LastSuccess"));
-  EXPECT_EQ(success ? "0" : warning ? "2" : "3", store_.get("Status", "ConsecutiveFailures"));
+  const bool reported = result == "UpdateAvailable";  // Neither a failure nor up to date.
+  EXPECT_EQ(success || reported ? "0"
+            : warning           ? "2"
+                                : "3",
+            store_.get("Status", "ConsecutiveFailures"));
+  // What the checks found, and a deferred run's next window.
+  const bool checked = row.calls[0] != '\0';
+  const bool softwareFound = valueOf(row.given, "sw", "3") == "3";
+  EXPECT_EQ(!checked        ? "none"
+            : softwareFound ? "1.1"
+                            : "",
+            store_.get("Status", "AvailableSoftwareVersion"));
+  EXPECT_EQ(has(row.given, "window=out") || has(row.given, "window=closing"),
+            store_.get("Status", "NextApplyWindow") != "none");
   const std::string applied = valueOf(row.outcome, "applied", "none");
   EXPECT_EQ(applied, store_.get("Status", "LastUpdateApplied"));
   EXPECT_EQ(applied == "none" ? "none" : ended, store_.get("Status", "LastUpdate"));
@@ -506,6 +549,102 @@ TEST_F(UpdatesControllerTest, OnlyTheRunThatHoldsTheLockWritesTheStatus) {
   EXPECT_EQ("3", store_.get("Status", "ConsecutiveFailures"));
   EXPECT_EQ("acquired",
             testsupport::tryMutexElsewhere("Global\\" + testsupport::localId() + "UpdateRun"));
+}
+
+// Whole runs of the scheduled task and of the update modes, in processes of their own. Every start
+// recovers what a killed run left; a scheduled start then goes on only when a check is due (its
+// last one older than the period, and inside the apply window when there is one), and one that is
+// not due loads no library and changes no status value. A start by hand always runs. Update mode 0
+// ends before the library is loaded; a policy value that is ignored is logged.
+TEST_F(UpdatesControllerTest, ScheduledStartsRunOnlyWhenDueAndUpdateModeOffLoadsNothing) {
+  SYSTEMTIME local;
+  GetLocalTime(&local);
+  const DWORD outside = static_cast<DWORD>((local.wHour * 60 + local.wMinute + 120) % 1440);
+  const struct {
+    const char* name;
+    const char* arguments;
+    const char* lastCheck;  // "an hour ago", or a time
+    bool window;            // an apply window that excludes now
+    DWORD mode;             // UpdateMode
+    bool runs;              // the library is asked
+    const char* result;     // LastResult afterwards
+  } rows[] = {
+      {"checked within the period", "run scheduled", "an hour ago", false, 1, false, "Offline"},
+      {"outside the apply window", "run scheduled", "2020-01-01T00:00:00Z", true, 1, false,
+       "Offline"},
+      {"due", "run scheduled", "2020-01-01T00:00:00Z", false, 1, true, "UpToDate"},
+      {"by hand, checked within the period", "run", "an hour ago", false, 1, true, "UpToDate"},
+      {"by hand, update mode off", "run", "an hour ago", false, 0, false, "DisabledByPolicy"},
+  };
+  spooler_.write({PrinterScenario{"Office Inkjet", kDriver}});
+  library_.connection(1).check("cs", "2").check("cd", "2").write();
+  const std::string helper = testsupport::localId() + "_helper.exe";
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    ULARGE_INTEGER hourAgo = {{now.dwLowDateTime, now.dwHighDateTime}};
+    hourAgo.QuadPart -= 3600ULL * 10000000ULL;
+    now = {hourAgo.LowPart, hourAgo.HighPart};
+    SYSTEMTIME then;
+    FileTimeToSystemTime(&now, &then);
+    const std::string lastCheck =
+        std::string(row.lastCheck) == "an hour ago" ? RunStatus::formatUtc(then) : row.lastCheck;
+    store_.set("Status", "LastCheck", lastCheck);
+    store_.set("Status", "LastResult", "Offline");
+    store_.set("Settings\\Updater", "UpdateMode", row.mode);
+    if (row.window) {
+      store_.set("Settings\\Updater", "ApplyWindowStart", outside);
+      store_.set("Settings\\Updater", "ApplyWindowDuration", 30);
+    } else {
+      store_.remove("Settings\\Updater", "ApplyWindowStart");
+    }
+    // A record of printers that a killed run left paused: every start resumes them.
+    {
+      RunRecord killed("PausedPrinters", "PauseRecord");
+      ASSERT_TRUE(killed.hold() && killed.write({"Office Inkjet"}));
+    }
+    PrinterScenario paused{"Office Inkjet", kDriver};
+    paused.status = PRINTER_STATUS_PAUSED;
+    spooler_.write({paused});
+    library_.clearJournal();
+    testsupport::LogCapture log;
+    DWORD exitCode = 0;
+    const std::string output =
+        testsupport::runCopy("test_helper.exe", helper, row.arguments, "", &exitCode);
+    EXPECT_EQ(0u, exitCode) << output;
+    // The helper's calls, as the journals have them (the helper is another process).
+    const std::string journal = library_.journal();
+    EXPECT_EQ(row.runs, journal.find(" | UpdCheckConnection") != std::string::npos) << journal;
+    EXPECT_EQ(row.runs, !journal.empty()) << journal;
+    EXPECT_EQ(row.result, store_.get("Status", "LastResult"));
+    EXPECT_EQ(row.runs, store_.get("Status", "LastCheck") != lastCheck);
+    EXPECT_NE(std::string::npos,
+              spooler_.journal().find(" SetPrinterA name=Office Inkjet command=2 result=1"));
+    EXPECT_EQ("none", store_.get("Records", "PausedPrinters"));
+    const Lines notDue = log.details("UpdateRun: a scheduled start with no update check due (");
+    const bool due = row.runs || std::string(row.arguments) == "run";
+    ASSERT_EQ(due ? 0u : 1u, notDue.size());
+    const std::string why =
+        row.window ? "outside the apply window, the next opens at "
+                   : "the last check, at " + lastCheck + ", is less than 1440 minute(s) old)";
+    EXPECT_TRUE(due || notDue[0].find(why) == 0) << notDue[0];
+  }
+}
+
+// A policy value that is ignored is said in the run's log; the store's value is used.
+TEST_F(UpdatesControllerTest, APolicyValueThatIsIgnoredIsLogged) {
+  testsupport::ScopedPolicy policy;
+  policy.set("Settings\\Updater", "UpdateMode", "off");  // A text, where a number belongs.
+  library_.connection(0).write();
+  testsupport::LogCapture log;
+  testsupport::runCopy("test_helper.exe", testsupport::localId() + "_helper.exe", "run");
+  const Lines ignored = log.details("UpdateRun: Policy UpdateMode = ");
+  ASSERT_EQ(1u, ignored.size());
+  EXPECT_NE(std::string::npos, ignored[0].find(" is ignored: it must be a REG_DWORD; the store's "
+                                               "value is used"))
+      << ignored[0];
+  EXPECT_EQ("Offline", store_.get("Status", "LastResult"));
 }
 
 TEST(CommandLineParams, TheMarkerIsACaseInsensitiveSubstring) {

@@ -11,8 +11,8 @@
 //                        folder of its own (SettingsFileCopy), keeps the store as it is
 //                        (StoreBackup), runs the tool with that copy and copies every line it
 //                        prints, and its exit code, into the msiexec log. When the tool fails, the
-//                        store is put back as it was and the install fails (and rolls back the
-//                        rest); else the backup is deleted.
+//                        store is put back as it was, a SYSTEM task it registered is deleted, and
+//                        the install fails (and rolls back the rest); else the backup is deleted.
 //   RemoveSettings       deferred: runs the tool (its /remove) the same way
 // The store is put back by InstallSettings itself, not by a rollback action: nothing of the
 // install runs after it, and wixl can make no rollback action.
@@ -22,6 +22,7 @@
 #include <msiquery.h>
 
 #include <string>
+#include <vector>
 
 #include "CapturedRun.h"
 #include "InstallerSession.h"
@@ -29,6 +30,7 @@
 #include "PropertyCheck.h"
 #include "SettingsFileCopy.h"
 #include "StoreBackup.h"
+#include "TaskKind.h"
 #include "WideText.h"
 #include "system/ProductFamily.h"
 
@@ -102,6 +104,8 @@ struct ActionData {
   }
   // The store's key below HKEY_LOCAL_MACHINE, as the tool computes it from its own name.
   std::string store() const { return localStorePath(localIdOf(narrow(tool))); }
+  // The tool's folder, with its trailing backslash, where it keeps the task it registered.
+  std::string toolFolder() const { return narrow(tool.substr(0, tool.rfind(L'\\') + 1)); }
 
   std::wstring tool;
   std::wstring settingsFile;
@@ -141,11 +145,16 @@ ORRERY_ACTION InstallSettings(MSIHANDLE install) {
     command += L" /file \"" + copy + L"\"";
   }
   const StoreBackup backup(data.store(), kBackup);
+  const TaskSchedule::Kind taskBefore = TaskSchedule::registeredKind(data.toolFolder());
   std::string error;
-  if (!backup.save(error)) {
+  std::vector<std::string> links;
+  if (!backup.save(error, links)) {
     session.fail(L"Could not keep the settings as they are before the install: " + widen(error));
     return ERROR_INSTALL_FAILURE;
   }
+  for (const std::string& link : links)
+    session.log(L"Not kept with the settings before the install: HKLM\\" + widen(data.store()) +
+                L"\\" + widen(link) + L", a registry link");
   if (runSettingsTool(session, command, folder)) {
     backup.discard(error);
     return ERROR_SUCCESS;
@@ -153,6 +162,10 @@ ORRERY_ACTION InstallSettings(MSIHANDLE install) {
   if (!backup.restore(error))
     session.log(L"Could not put the settings back as they were before the install: " +
                 widen(error));
+  // The store is as it was, maybe open to users: a SYSTEM task that the failed run registered
+  // must not run from it.
+  if (TaskSchedule::dropSystemTaskSince(taskBefore, data.toolFolder()))
+    session.log(L"Deleted the SYSTEM task that the failed settings tool registered");
   return ERROR_INSTALL_FAILURE;
 }
 

@@ -2,11 +2,16 @@
 
 #include <windows.h>
 
+#include <aclapi.h>
+#include <sddl.h>
+
 #include <cwctype>
+#include <vector>
 
 #include "TaskKind.h"
 #include "WideText.h"
 #include "system/UniqueHandle.h"
+#include "system/WriteAccess.h"
 
 namespace {
 
@@ -22,6 +27,17 @@ bool inCodePage(const std::wstring& text) {
       WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, text.c_str(), static_cast<int>(text.size()),
                           nullptr, 0, nullptr, &defaulted);
   return size > 0 && !defaulted;
+}
+
+// Whether `text` holds a character that would end the settings tool's option, or its line: a
+// double quote, a control character, and with `path` a '|' (which separates the parts of the
+// install's data).
+bool breaksTheCommandLine(const std::wstring& text, bool path) {
+  for (const wchar_t c : text) {
+    if (c == L'"' || c < L' ' || c == 0x7F || (path && c == L'|'))
+      return true;
+  }
+  return false;
 }
 
 bool hasDrive(const std::wstring& path) {
@@ -89,7 +105,61 @@ bool isBelow(const std::wstring& folder, const std::wstring& root) {
                               static_cast<int>(outer.size()), TRUE) == CSTR_EQUAL;
 }
 
+// The folder that holds `path` ("" for a drive's root).
+std::wstring parentOf(const std::wstring& path) {
+  const std::wstring::size_type slash = path.rfind(L'\\');
+  return slash == std::wstring::npos || slash < 3 ? std::wstring() : path.substr(0, slash);
+}
+
 }  // namespace
+
+std::string PropertyCheck::folderSecurity(const std::wstring& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES)
+    return std::string();
+  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
+    return kLinkFolder;
+  // The folder itself, never where a reparse point put in its place meanwhile leads.
+  const ScopedHandle folder(CreateFileW(
+      path.c_str(), READ_CONTROL, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+  const SECURITY_INFORMATION what = OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+  ScopedLocal descriptor, text;
+  char* sddl = nullptr;
+  if (!folder.valid() ||
+      GetSecurityInfo(folder.get(), SE_FILE_OBJECT, what, nullptr, nullptr, nullptr, nullptr,
+                      descriptor.receive()) != ERROR_SUCCESS ||
+      !ConvertSecurityDescriptorToStringSecurityDescriptorA(descriptor.get(), SDDL_REVISION_1, what,
+                                                            &sddl, nullptr))
+    return "unknown";
+  text.reset(sddl);
+  return sddl;
+}
+
+std::wstring PropertyCheck::untrustedFolder(const std::wstring& folder,
+                                            const std::wstring& programFiles) const {
+  std::vector<BYTE> account = WriteAccess::processAccount();
+  const std::wstring top = resolved(programFiles);
+  for (std::wstring path = resolved(folder); !path.empty(); path = parentOf(path)) {
+    const std::string security = folder_(path);
+    if (security == kLinkFolder)
+      return path + L" is a junction or a link";
+    ScopedLocal descriptor;
+    if (!security.empty()) {
+      const std::string who =
+          ConvertStringSecurityDescriptorToSecurityDescriptorA(security.c_str(), SDDL_REVISION_1,
+                                                               descriptor.receive(), nullptr)
+              ? WriteAccess::whoElseCanWrite(descriptor.get(),
+                                             account.empty() ? nullptr : account.data())
+              : "unknown";
+      if (!who.empty())
+        return widen(who) + L" can change " + path;
+    }
+    if (CompareStringOrdinal(path.c_str(), -1, top.c_str(), -1, TRUE) == CSTR_EQUAL)
+      break;
+  }
+  return std::wstring();
+}
 
 bool PropertyCheck::isFirstInstall() const {
   return property_(L"Installed").empty() && property_(L"WIX_UPGRADE_DETECTED").empty();
@@ -118,6 +188,13 @@ std::wstring PropertyCheck::refusal() const {
       return refused(name, value,
                      L"it has characters outside the system's code page, which the settings "
                      L"tool and the updater cannot keep");
+    const bool path = name == kTextProperties[0] || name == kTextProperties[1];
+    if (breaksTheCommandLine(value, path))
+      return refused(name, value,
+                     path ? L"it holds a double quote, a '|' or a control character, which would "
+                            L"end the settings tool's option and start another"
+                          : L"it holds a double quote or a control character, which would end the "
+                            L"settings tool's option and start another");
   }
   const std::wstring folder = property_(L"INSTALLDIR");
   const std::wstring programFiles = property_(L"ProgramFiles64Folder");
@@ -126,6 +203,12 @@ std::wstring PropertyCheck::refusal() const {
                    L"give a folder below " + programFiles +
                        L" (ProgramFiles64Folder), where only administrators can change the "
                        L"programs that run as SYSTEM");
+  const std::wstring untrusted = untrustedFolder(folder, programFiles);
+  if (!untrusted.empty())
+    return refused(L"INSTALLDIR", folder,
+                   untrusted +
+                       L", and whoever can change a folder on the way can replace the programs "
+                       L"that run as SYSTEM; give a folder that only administrators can change");
 
   const std::wstring givenSchedule = property_(L"SCHEDULE"), lock = lockStore();
   TaskSchedule::Kind kind = TaskSchedule::Kind::kNone;

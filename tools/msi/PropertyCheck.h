@@ -9,7 +9,11 @@
 //   INSTALLDIR    a folder below ProgramFiles64Folder (whose permissions let only administrators
 //                 change what is in it), compared as Windows resolves paths: in any case, with
 //                 ".", ".." and a trailing backslash resolved; the folder itself, a short (8.3)
-//                 name or a \\?\ path is refused
+//                 name or a \\?\ path is refused. Every folder of it that exists, and every one
+//                 above it up to ProgramFiles64Folder, must pass the WriteAccess rule (only
+//                 SYSTEM, administrators, TrustedInstaller and the installing account can change
+//                 it) and be no junction or link: a folder on the way that users can change
+//                 (another vendor's "Corvane" with Users: Modify) lets them replace the programs
 //   SCHEDULE      system, users or none, in any case (TaskSchedule's words); on a first install
 //                 system unless given
 //   LOCKSTORE     0 or 1; on a first install 1 unless given. SCHEDULE=users with LOCKSTORE=1 is
@@ -23,13 +27,24 @@
 //                 updater ignores a list in a store that users can change
 //   every text property the settings tool or the task receives (INSTALLDIR, SETTINGSFILE,
 //   WEBSERVERURL, DRIVERNAME, DLLPATH, DATAPATH) holds only characters of the system's ANSI code
-//   page, which the tool and the program work in
+//   page, which the tool and the program work in, and no double quote or control character (which
+//   would end the tool's option on its command line and start another); INSTALLDIR and
+//   SETTINGSFILE hold no '|' either (which separates the parts of the install's data)
 class PropertyCheck {
  public:
   // `property` reads one property by name: "" when it is not given.
   using Reader = std::function<std::wstring(const wchar_t*)>;
+  // The owner and DACL of the folder `path` as SDDL (as GetSecurityInfo gives them); "" when there
+  // is no such folder, kLinkFolder when it is a junction or a link (a reparse point), "unknown"
+  // when it cannot be read.
+  using FolderSecurity = std::function<std::string(const std::wstring& path)>;
+  static constexpr char kLinkFolder[] = "link";
 
-  explicit PropertyCheck(Reader property) : property_(std::move(property)) {}
+  // The folders' security as Windows gives it.
+  static std::string folderSecurity(const std::wstring& path);
+
+  explicit PropertyCheck(Reader property, FolderSecurity folder = folderSecurity)
+      : property_(std::move(property)), folder_(std::move(folder)) {}
 
   // "" when every property given is valid; otherwise why the first invalid one is refused, naming
   // it and its value ("SCHEDULE=bogus is refused: ...").
@@ -43,6 +58,10 @@ class PropertyCheck {
 
  private:
   bool isFirstInstall() const;
+  // Why the folders from `folder` up to `programFiles` (both resolved) cannot be trusted; "" when
+  // they can.
+  std::wstring untrustedFolder(const std::wstring& folder, const std::wstring& programFiles) const;
 
   Reader property_;
+  FolderSecurity folder_;
 };

@@ -2,7 +2,11 @@
 
 #include <windows.h>
 
+#include <sddl.h>
+
+#include "RegistryTree.h"
 #include "StoreSecurity.h"
+#include "settings/RegistryLink.h"
 #include "settings/SettingsKeys.h"
 #include "system/UniqueHandle.h"
 
@@ -14,23 +18,26 @@ const char kExisted[] = "StoreExisted";     // REG_DWORD 1 or 0: written last
 const char kCreated[] = "FirstKeyCreated";  // the topmost key an install creates
 const char kSecurity[] = "StoreSecurity";   // the store's DACL, SDDL
 const char kRecords[] = "RecordsSecurity";  // the records key's owner and DACL, SDDL
+// The backup holds a locked store's values: SYSTEM and administrators alone may read it, and
+// every key made below it (each given it), whatever its parent lets users do (HKLM\Software:
+// read).
+const char kBackupSecurity[] = "D:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)";
 
 std::string status(const char* what, LONG code) {
   return std::string(what) + " (status " + std::to_string(code) + ")";
 }
 
+// Whether the key `path` is there, opened as itself (a link too).
 bool exists(const std::string& path) {
   ScopedKey key;
-  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.receive()) ==
-         ERROR_SUCCESS;
+  return RegistryLink::openEach(HKEY_LOCAL_MACHINE, path, KEY_READ, key) == ERROR_SUCCESS;
 }
 
-LONG deleteTree(const std::string& path) {
-  const LONG code = RegDeleteTreeA(HKEY_LOCAL_MACHINE, path.c_str());
-  if (code != ERROR_SUCCESS && code != ERROR_FILE_NOT_FOUND)
-    return code;
-  const LONG removed = RegDeleteKeyA(HKEY_LOCAL_MACHINE, path.c_str());
-  return removed == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : removed;
+// Whether the key `path` is a key of its own, not a link (and none on its path).
+bool isRealKey(const std::string& path) {
+  ScopedKey key;
+  return RegistryLink::openEach(HKEY_LOCAL_MACHINE, path, KEY_READ, key) == ERROR_SUCCESS &&
+         !RegistryLink::isLink(key.get());
 }
 
 // The topmost key of `path` that does not exist ("" when all of it does).
@@ -66,28 +73,41 @@ std::string text(HKEY key, const char* name) {
 
 }  // namespace
 
-bool StoreBackup::save(std::string& error) const {
-  LONG code = deleteTree(backup_);
+bool StoreBackup::save(std::string& error, std::vector<std::string>& skipped) const {
+  ScopedLocal descriptor;
+  LONG code = ConvertStringSecurityDescriptorToSecurityDescriptorA(kBackupSecurity, SDDL_REVISION_1,
+                                                                   descriptor.receive(), nullptr)
+                  ? RegistryTree::deleteTree(backup_)
+                  : static_cast<LONG>(GetLastError());
+  SECURITY_ATTRIBUTES attributes = {sizeof(attributes), descriptor.get(), FALSE};
   ScopedKey backup;
+  bool created = false;
   if (code == ERROR_SUCCESS)
-    code = RegCreateKeyExA(HKEY_LOCAL_MACHINE, backup_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                           nullptr, backup.receive(), nullptr);
+    code = RegistryTree::createPath(backup_, &attributes, backup, created);
+  // Given its own DACL before anything is copied into it, also where the one given at its making
+  // was dropped (Wine's registry does).
+  if (code == ERROR_SUCCESS)
+    code = RegSetKeySecurity(backup.get(), DACL_SECURITY_INFORMATION, descriptor.get());
   if (code != ERROR_SUCCESS) {
     error = status(("could not make the backup key HKLM\\" + backup_).c_str(), code);
     return false;
   }
-  const DWORD existed = exists(store_) ? 1 : 0;
+  // A link in the store's place is no store: as if there were none, so that a restore deletes
+  // what the install made there.
+  const DWORD existed = isRealKey(store_) ? 1 : 0;
   if (existed != 0) {
     ScopedKey store, copy;
-    code = RegOpenKeyExA(HKEY_LOCAL_MACHINE, store_.c_str(), 0, KEY_READ, store.receive());
+    code = RegistryLink::openEach(HKEY_LOCAL_MACHINE, store_, KEY_READ, store);
     if (code == ERROR_SUCCESS)
-      code = RegCreateKeyExA(backup.get(), kCopy, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+      code = RegCreateKeyExA(backup.get(), kCopy, 0, nullptr, 0, KEY_ALL_ACCESS, &attributes,
                              copy.receive(), nullptr);
     if (code == ERROR_SUCCESS)
-      code = RegCopyTreeA(store.get(), nullptr, copy.get());
+      code = RegSetKeySecurity(copy.get(), DACL_SECURITY_INFORMATION, descriptor.get());
+    if (code == ERROR_SUCCESS)
+      code = RegistryTree::copyTree(store.get(), copy.get(), descriptor.get(), skipped);
     if (code == ERROR_SUCCESS)
       code = setText(backup.get(), kSecurity, StoreSecurity::describe(store_, false));
-    if (code == ERROR_SUCCESS && exists(recordsKey(store_)))
+    if (code == ERROR_SUCCESS && isRealKey(recordsKey(store_)))
       code = setText(backup.get(), kRecords, StoreSecurity::describe(recordsKey(store_), true));
   } else {
     code = setText(backup.get(), kCreated, firstMissing(store_));
@@ -106,43 +126,49 @@ bool StoreBackup::save(std::string& error) const {
 bool StoreBackup::restore(std::string& error) const {
   ScopedKey backup;
   DWORD existed = 0, size = sizeof(existed);
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, backup_.c_str(), 0, KEY_READ, backup.receive()) !=
-          ERROR_SUCCESS ||
+  if (RegistryLink::openEach(HKEY_LOCAL_MACHINE, backup_, KEY_READ, backup) != ERROR_SUCCESS ||
       RegQueryValueExA(backup.get(), kExisted, nullptr, nullptr, reinterpret_cast<BYTE*>(&existed),
                        &size) != ERROR_SUCCESS)
     return true;  // Nothing was saved: the install had not reached the store.
   const std::string saved = text(backup.get(), existed != 0 ? kSecurity : kCreated);
-  LONG code = deleteTree(existed != 0 || saved.empty() ? store_ : saved);
+  LONG code = RegistryTree::deleteTree(existed != 0 || saved.empty() ? store_ : saved);
   if (code == ERROR_SUCCESS && existed != 0) {
     ScopedKey store, copy;
-    code = RegCreateKeyExA(HKEY_LOCAL_MACHINE, store_.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS,
-                           nullptr, store.receive(), nullptr);
+    bool created = false;
+    std::vector<std::string> skipped;  // The backup holds none.
+    code = RegistryTree::createPath(store_, nullptr, store, created);
+    if (code == ERROR_SUCCESS && !created)
+      code = ERROR_ALREADY_EXISTS;  // Made again by someone else since it was deleted.
     if (code == ERROR_SUCCESS)
-      code = RegOpenKeyExA(backup.get(), kCopy, 0, KEY_READ, copy.receive());
+      code = RegistryLink::open(backup.get(), kCopy, KEY_READ, copy);
     if (code == ERROR_SUCCESS)
-      code = RegCopyTreeA(copy.get(), nullptr, store.get());
+      code = RegistryTree::copyTree(copy.get(), store.get(), nullptr, skipped);
   }
   if (code != ERROR_SUCCESS) {
     error = status(("could not put the store HKLM\\" + store_ + " back").c_str(), code);
     return false;
   }
-  // A store whose DACL differs from what a new key gets (a locked one) is given its own again;
-  // the records key, made anew by the copy, its own.
+  // The records key, made anew by the copy, gets its own security back first, so that the
+  // store's walk below finds it the program's and leaves it so; then a store whose DACL differs
+  // from what a new key gets (a locked one) is given its own again.
   const std::string records = existed != 0 ? text(backup.get(), kRecords) : "";
-  if (existed != 0 && !saved.empty() && StoreSecurity::describe(store_, false) != saved &&
-      !StoreSecurity::applyToStore(store_, saved)) {
-    error = "could not give the store HKLM\\" + store_ + " back its DACL " + saved;
-    return false;
-  }
   if (!records.empty() && !StoreSecurity::applyToKey(recordsKey(store_), records)) {
     error = "could not give HKLM\\" + recordsKey(store_) + " back its security " + records;
+    return false;
+  }
+  StoreSecurity::Notes notes;
+  if (existed != 0 && !saved.empty() && StoreSecurity::describe(store_, false) != saved &&
+      !StoreSecurity::applyToStore(store_, saved, notes)) {
+    error = "could not give the store HKLM\\" + store_ + " back its DACL " + saved;
+    for (const std::string& line : notes.failed)
+      error += "; " + line;
     return false;
   }
   return discard(error);
 }
 
 bool StoreBackup::discard(std::string& error) const {
-  const LONG code = deleteTree(backup_);
+  const LONG code = RegistryTree::deleteTree(backup_);
   if (code != ERROR_SUCCESS)
     error = status(("could not delete the backup HKLM\\" + backup_).c_str(), code);
   return code == ERROR_SUCCESS;
