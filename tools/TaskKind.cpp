@@ -158,9 +158,13 @@ TaskSchedule::Kind TaskSchedule::kindOfDefinition(const std::wstring& xml) {
   return named ? Kind::kUsers : Kind::kNone;
 }
 
+TaskSchedule::Kind TaskSchedule::installedKind(const std::string& folder) {
+  return kindOfDefinition(keptDefinition(folder));
+}
+
 TaskSchedule::Kind TaskSchedule::registeredKind(const std::string& folder) {
   std::string output;
-  const Kind kept = kindOfDefinition(keptDefinition(folder));
+  const Kind kept = installedKind(folder);
   const Kind scheduled =
       schtasks(std::string("/Query /TN \"") + kTaskName + "\" /XML", &output) == 0
           ? kindOfDefinition(decoded(output))

@@ -36,6 +36,11 @@ Kind kindOfDefinition(const std::wstring& xml);
 // gives no definition out: there the kept one decides.
 Kind registeredKind(const std::string& folder);
 
+// The kind of the task that the settings tool registered last from `folder`, read from the
+// definition it kept there: the record of what an install scheduled. kNone when it registered
+// none (SCHEDULE=none, /schedule none) or the task was made by other means.
+Kind installedKind(const std::string& folder);
+
 // Runs the system's schtasks.exe (from the system folder, never one found by the search path)
 // with `arguments`, for at most 60 s (then it is ended). Its exit code, or -1 when it could not
 // run or was ended; with `output`, what it wrote to its standard output.

@@ -30,6 +30,16 @@ std::string InstallTargets::dataUpdatesDirectory() {
 }
 
 int InstallTargets::makeDirectory(const std::string& directory, FunctionTrace& trace) {
+  // Users may make folders in the application-data folder: one made a link would take what a
+  // SYSTEM run writes wherever it points. Checked before the folder is made and once it is.
+  const auto linked = [&] {
+    if (!hasLinkOnTheWay(directory))
+      return false;
+    trace.detail([&] { return "Not using '" + directory + "': a link in its path"; });
+    return true;
+  };
+  if (linked())
+    return ERROR_CANT_ACCESS_FILE;
   if (CurrentProcess::fileExists(directory))
     return ERROR_SUCCESS;
   trace.detail([&] { return "Attempting to create dir : " + directory; });
@@ -37,7 +47,7 @@ int InstallTargets::makeDirectory(const std::string& directory, FunctionTrace& t
   if (error != ERROR_SUCCESS)
     trace.detail(
         [&] { return LogText("SHCreateDirectory() failed. ErrorCode=") + decimal(error); });
-  return error;
+  return error == ERROR_SUCCESS && linked() ? ERROR_CANT_ACCESS_FILE : error;
 }
 
 void InstallTargets::setUpdaterFlag(const std::string& name, uint32_t value) {

@@ -17,7 +17,8 @@ std::string dataUpdatesDirectory();
 
 // Makes `directory` with every missing parent when it does not exist, saying so through `trace`
 // ("Attempting to create dir : ...", and "SHCreateDirectory() failed. ErrorCode=..." on failure);
-// the shell's code, ERROR_SUCCESS when the folder exists now.
+// the shell's code, ERROR_SUCCESS when the folder exists now. ERROR_CANT_ACCESS_FILE, with a line,
+// when a folder on its way is a link (hasLinkOnTheWay()), before or after it is made.
 int makeDirectory(const std::string& directory, FunctionTrace& trace);
 
 // Sets the DWORD flag `name` in "Settings\Updater" to `value` unless it holds 2 (a flag that

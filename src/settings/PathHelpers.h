@@ -10,5 +10,11 @@ std::string joinPath(const std::string& first, const std::string& second);
 // and a backslash ("C:\..."), or two backslashes (a UNC path, "\\server\share\...").
 bool isFullyQualifiedPath(const std::string& path);
 
+// Whether some folder on the way to the full local path `path` ("C:\..."), or `path` itself, is a
+// link (any reparse point: a junction, a symbolic link, a mount point) now. A user who may make
+// folders where a SYSTEM run deletes or writes (C:\ProgramData, a download folder) can make one a
+// link to a place of their choosing.
+bool hasLinkOnTheWay(const std::string& path);
+
 // Replaces every byte of `text` by its toupper value, in place.
 void toUpperCase(std::string& text);

@@ -121,23 +121,6 @@ const char* unfitForTheNote(const std::string& path) {
   return isProgramFile(file.get()) ? "a file of the program's own" : nullptr;
 }
 
-void refuseOwnFile(const std::string& path) {
-  BasicLogger::getInstance().write(
-      kLogUpdater, LOG_ALWAYS,
-      "DownloadRecord: not deleting '" + path + "': a file of the program's own");
-}
-
-// Whether some folder on the way to `path`, or `path` itself, is a link (any reparse point) now.
-bool hasLinkOnTheWay(const std::string& path) {
-  for (std::string::size_type end = path.find('\\', 3);; end = path.find('\\', end + 1)) {
-    const DWORD attributes = GetFileAttributesA(path.substr(0, end).c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
-      return true;
-    if (end == std::string::npos)
-      return false;
-  }
-}
-
 // Deletes the file behind `file`, through the handle where the system allows (Vista and later),
 // so that nothing can swap the file between the checks and the deletion.
 bool deleteOpenFile(ScopedHandle& file, const std::string& path) {
@@ -151,20 +134,19 @@ bool deleteOpenFile(ScopedHandle& file, const std::string& path) {
   return DeleteFileA(path.c_str()) != FALSE;
 }
 
-// What became of one entry of a note whose run is gone: done with (deleted, gone already, or
-// refused) or kept for a later run.
-enum class Outcome { kDone, kKept };
+// What the checked deletion of a noted download did.
+enum class Deletion { kDeleted, kGone, kRefused, kFailed };
 
-Outcome deleteNoted(const Entry& entry, FunctionTrace& trace) {
+// Deletes the noted file `entry.path` only while it is what its run downloaded: a plain local path
+// with no link on the way, in the folder noted (held meanwhile, so that it cannot be swapped), a
+// regular file with no other link that is not the program's own, deleted through its handle. A
+// refusal is logged with its reason; on kFailed, `error` says why.
+Deletion deleteChecked(const Entry& entry, DWORD& error) {
   const std::string& path = entry.path;
   const auto refuse = [&path](const char* reason) {
     BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,
                                      "DownloadRecord: not deleting '" + path + "': " + reason);
-    return Outcome::kDone;
-  };
-  const auto gone = [&] {
-    trace.detail([&] { return "'" + path + "' is gone already; it leaves the record"; });
-    return Outcome::kDone;
+    return Deletion::kRefused;
   };
   if (!isPlainLocalPath(path))
     return refuse("not a full path of a file");
@@ -174,14 +156,14 @@ Outcome deleteNoted(const Entry& entry, FunctionTrace& trace) {
   const ScopedHandle folder(
       openItself(folderOf(path), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE));
   if (!folder.valid() && GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES)
-    return gone();  // With its folder.
+    return Deletion::kGone;  // With its folder.
   if (entry.identity.empty() || identityOf(folder.get()) != entry.identity)
     return refuse("not in the folder its run downloaded into");
   ScopedHandle file(openItself(path, DELETE | FILE_READ_ATTRIBUTES,
                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
-  DWORD error = GetLastError();
+  error = GetLastError();
   if (!file.valid() && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND))
-    return gone();
+    return Deletion::kGone;
   BY_HANDLE_FILE_INFORMATION info;
   if (file.valid() && GetFileInformationByHandle(file.get(), &info)) {
     if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0)
@@ -192,17 +174,38 @@ Outcome deleteNoted(const Entry& entry, FunctionTrace& trace) {
       return refuse("a file with other links");
     if (GetFileType(file.get()) != FILE_TYPE_DISK || isProgramFile(file.get()))
       return refuse("a file of the program's own");
-    if (deleteOpenFile(file, path)) {
-      trace.detail([&] { return "Deleted '" + path + "', left behind by a run that ended"; });
-      return Outcome::kDone;
-    }
+    if (deleteOpenFile(file, path))
+      return Deletion::kDeleted;
   }
   error = GetLastError();
+  return Deletion::kFailed;
+}
+
+void traceGone(FunctionTrace& trace, const std::string& path) {
+  trace.detail([&] { return "'" + path + "' is gone already; it leaves the record"; });
+}
+
+// An entry of a note whose run is gone: true when it is done with (deleted, gone already, or
+// refused), false when it stays for a later run.
+bool deleteNoted(const Entry& entry, FunctionTrace& trace) {
+  DWORD error = 0;
+  switch (deleteChecked(entry, error)) {
+    case Deletion::kDeleted:
+      trace.detail([&] { return "Deleted '" + entry.path + "', left behind by a run that ended"; });
+      return true;
+    case Deletion::kGone:
+      traceGone(trace, entry.path);
+      return true;
+    case Deletion::kRefused:
+      return true;
+    case Deletion::kFailed:
+      break;
+  }
   trace.detail([&] {
-    return LogText("Could not delete '") + path + "', GetLastError()=" + decimal(error) +
+    return LogText("Could not delete '") + entry.path + "', GetLastError()=" + decimal(error) +
            "; it stays recorded for a later run";
   });
-  return Outcome::kKept;
+  return false;
 }
 
 }  // namespace
@@ -244,24 +247,28 @@ void DownloadRecord::remove(const std::string& path) {
 }
 
 bool DownloadRecord::deleteFile(const std::string& path) {
+  // A noted download passes the checks of a dead run's: the folder the library downloaded into may
+  // be one that users can change, and this run may be SYSTEM's.
+  const auto noted = std::find_if(entries_.begin(), entries_.end(),
+                                  [&path](const Entry& entry) { return entry.path == path; });
+  if (noted != entries_.end()) {
+    DWORD error = 0;
+    const Deletion deletion = deleteChecked(*noted, error);
+    if (deletion == Deletion::kGone) {
+      FunctionTrace trace = FunctionTrace::open(kLogUpdater, "DownloadRecord::deleteFile() ");
+      traceGone(trace, path);
+    }
+    if (deletion != Deletion::kFailed)
+      remove(path);
+    return deletion == Deletion::kDeleted;
+  }
   if (isProgramFile(path)) {
-    refuseOwnFile(path);
-    remove(path);
+    BasicLogger::getInstance().write(
+        kLogUpdater, LOG_ALWAYS,
+        "DownloadRecord: not deleting '" + path + "': a file of the program's own");
     return false;
   }
-  if (DeleteFileA(path.c_str()) != FALSE) {
-    remove(path);
-    return true;
-  }
-  const DWORD error = GetLastError();
-  const bool noted = std::any_of(entries_.begin(), entries_.end(),
-                                 [&path](const Entry& entry) { return entry.path == path; });
-  if (noted && (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)) {
-    FunctionTrace trace = FunctionTrace::open(kLogUpdater, "DownloadRecord::deleteFile() ");
-    trace.detail([&] { return "'" + path + "' is gone already; it leaves the record"; });
-    remove(path);
-  }
-  return false;
+  return DeleteFileA(path.c_str()) != FALSE;
 }
 
 void DownloadRecord::writeEntries() {
@@ -311,7 +318,7 @@ bool DownloadRecord::recoverAbandonedDownloads() {
   std::list<std::string> kept;
   for (const std::string& text : entries) {
     Entry entry = parseEntry(text);
-    if (deleteNoted(entry, trace) == Outcome::kDone)
+    if (deleteNoted(entry, trace))
       continue;
     if (++entry.attempts >= kMaxAttempts) {
       BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS,

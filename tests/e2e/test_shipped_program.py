@@ -9,6 +9,7 @@ ends with one event, read from Wine's eventlog channel. (e2e_main_job covers a w
 """
 
 import os
+import shutil
 import subprocess
 import sys
 import time
@@ -242,6 +243,23 @@ class ShippedProgram(unittest.TestCase):
         self.assertIn(r"'C:\e2elink' is not recorded: not a regular file", self.prefix.read(LOG))
         self.assertTrue(self.prefix.exists(r"C:\e2e\victim.pkg"))
         self.assertEqual(recovered, self.recovery_lines())
+
+        # Users may make folders in C:\ProgramData: a catalog folder whose way passes a link gets
+        # nothing, and a download below a link is not deleted through it once the run is done.
+        catalog = "C:\\ProgramData\\" + DRIVER
+        shutil.rmtree(self.prefix.unix(catalog), ignore_errors=True)
+        os.symlink(self.prefix.unix(r"C:\e2e"), self.prefix.unix(catalog))
+        self.library(software="3,1.2.0.0", data="3,2026.4", apply="1",
+                     download=r"0,alloc,C:\e2elink\sw2.pkg",
+                     data_download=r"0,buffer,C:\e2e\data2.pkg")
+        self.run_program()
+        log = self.prefix.read(LOG)
+        self.assertIn("Not using '%s\\Job Status': a link in its path" % catalog, log)
+        self.assertIn(r"DownloadRecord: not deleting 'C:\e2elink\sw2.pkg': a link in its path", log)
+        self.assertEqual([], [c for c in self.journal() if "data2.pkg" in c and "UpdApply" in c])
+        self.assertEqual([True, False, False], [self.prefix.exists(p) for p in (
+            r"C:\e2e\sw2.pkg", r"C:\e2e\data2.pkg", r"C:\e2e\Job Status")])
+        self.assertIsNone(self.record("PendingDownloads"))
 
     def events(self):
         """Runs the program once; its events as (type channel, event id, strings)."""

@@ -51,7 +51,7 @@ TEST(PropertyCheck, TakesOnlyAFolderBelowProgramFiles) {
 }
 
 // The task and whom it runs as, against the store's lock, on a first install (with its defaults)
-// and on an upgrade (with the task registered from INSTALLDIR, which stays unless SCHEDULE is
+// and on an upgrade (with the task registered from INSTALLDIR, registered again unless SCHEDULE is
 // given): a SYSTEM task over an open store and a users' task over a locked one are refused.
 TEST(PropertyCheck, RefusesATaskOverAStoreItCannotTrustOrOpen) {
   const testsupport::TempDir root;
@@ -78,15 +78,18 @@ TEST(PropertyCheck, RefusesATaskOverAStoreItCannotTrustOrOpen) {
       {nullptr, {{L"SCHEDULE", L"users"}}, L"SCHEDULE=users is refused:"},
       {nullptr, {{L"SCHEDULE", L"daily"}}, L"SCHEDULE=daily is refused:"},
       {nullptr, {{L"LOCKSTORE", L"yes"}}, L"LOCKSTORE=yes is refused:"},
-      // Upgrades and second installs: only what is given changes.
-      {L"<UserId>S-1-5-18</UserId>", {{L"Installed", L"1"}}, L","},
+      // Upgrades and second installs: the task the tool registered is registered again (with the
+      // new definition), no task stays none; otherwise only what is given changes.
+      {L"<UserId>S-1-5-18</UserId>", {{L"Installed", L"1"}}, L"system,"},
+      {L"<UserId>S-1-5-18</UserId>", {{L"WIX_UPGRADE_DETECTED", L"{X}"}}, L"system,"},
       {L"<UserId>S-1-5-18</UserId>",
        {{L"Installed", L"1"}, {L"LOCKSTORE", L"0"}},
        L"LOCKSTORE=0 is refused:"},
       {L"<UserId>S-1-5-18</UserId>",
        {{L"WIX_UPGRADE_DETECTED", L"{X}"}, {L"LOCKSTORE", L"0"}, {L"SCHEDULE", L"users"}},
        L"users,0"},
-      {L"<GroupId>S-1-5-32-545</GroupId>", {{L"Installed", L"1"}, {L"LOCKSTORE", L"0"}}, L",0"},
+      {L"<GroupId>S-1-5-32-545</GroupId>", {{L"Installed", L"1"}, {L"LOCKSTORE", L"0"}},
+       L"users,0"},
       {L"<GroupId>S-1-5-32-545</GroupId>",
        {{L"Installed", L"1"}, {L"LOCKSTORE", L"1"}},
        L"LOCKSTORE=1 is refused:"},

@@ -30,6 +30,7 @@ FAMILY = r"HKLM\Software\CorvaneInkjet\QNV\Local"
 STORE = FAMILY + r"\cvup"
 EVENT_SOURCE = r"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\Orrery Updater"
 TASK = r"C:\windows\system32\tasks\Corvane\Orrery Updater"
+KEPT_TASK = r"C:\Program Files\Corvane\Orrery\orrery-updater-task.xml"  # as the tool registered it
 UNINSTALL = r"HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall"
 HASH_A, HASH_B = "a" * 64, "0123456789ABCDEF" * 4  # TRUSTEDPUBLISHERS
 SHIPPED = ["DEPLOYING.md", "cvupdater.exe", "cvupqnv.loc", "cvupsettings.exe",
@@ -52,6 +53,10 @@ class Msi(unittest.TestCase):
         output = self.prefix.wine(["cmd", "/c", r"C:\msiexec.bat"] + list(arguments) +
                                   ["/qn", "/l*v", r"C:\msi.log"], timeout=180).stdout
         return int(output[output.rindex("EXIT=") + 5:].split()[0]), self.prefix.read(r"C:\msi.log")
+
+    def kept_task(self):
+        with open(self.prefix.unix(KEPT_TASK), encoding="utf-16") as f:
+            return f.read()
 
     def export(self, key=STORE):
         """The key as `reg export` writes it ("" when there is none)."""
@@ -242,6 +247,11 @@ class Msi(unittest.TestCase):
                 shutil.copy(os.path.join(staged, name), old)
             with open(os.path.join(old, "cvupdater.exe"), "w") as f:
                 f.write("the old program")
+            # The older version's task started once a day, without the scheduled start's marker.
+            with open(os.path.join(old, "orrery-updater-system.xml"), encoding="utf-8") as f:
+                definition = f.read()
+            with open(os.path.join(old, "orrery-updater-system.xml"), "w", encoding="utf-8") as f:
+                f.write(definition.replace("<Arguments>/scheduled</Arguments>", ""))
             shutil.copy(os.path.join(BUILD_DIR, "bin", "orreryactions.dll"), old)
             subprocess.run(["wixl", "-a", "x64", "-D", "Version=0.9.0", "-D", "Files=.",
                             "-D", "Actions=orreryactions.dll", "-o",
@@ -252,9 +262,14 @@ class Msi(unittest.TestCase):
         updater = STORE.replace("HKLM", "HKEY_LOCAL_MACHINE") + r"\Settings\Updater"
         self.prefix.import_registry({updater: {"DataUpdated": 2, "PrinterPollInterval": 1234}})
 
-        # An upgrade keeps what it is not given; a second install applies what it is given.
+        self.assertNotIn("/scheduled", self.kept_task())
+
+        # An upgrade keeps what it is not given, and registers the task it installed again with
+        # this version's definition; a second install applies what it is given.
         self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi")[0])
         self.assertEqual("http://old/", self.value(r"Settings\Updater", "WebServerUrl"))
+        self.assertIn("<Arguments>/scheduled</Arguments>", self.kept_task())
+        self.assertIn("/scheduled", self.prefix.read(TASK))
         self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL",
                                             "REINSTALLMODE=omus", "WEBSERVERURL=http://new/")[0])
         self.assertEqual(["0x2", "0x4d2", "http://new/"],
@@ -273,6 +288,22 @@ class Msi(unittest.TestCase):
         self.assertIn("LOCKSTORE=0 is refused: the installed SYSTEM task (SCHEDULE=system), which "
                       "stays,", log)
         self.assertEqual("(A;CI;KA;;;BA)(A;CI;KA;;;SY)", self.dacl(STORE))
+
+        # No task (SCHEDULE=none), and then a task made by hand, stay as they are.
+        self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL",
+                                            "REINSTALLMODE=omus", "SCHEDULE=none")[0])
+        self.assertFalse(self.prefix.exists(TASK))
+        self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL",
+                                            "REINSTALLMODE=omus")[0])
+        self.assertFalse(self.prefix.exists(TASK) or self.prefix.exists(KEPT_TASK))
+        made = self.prefix.wine(["schtasks", "/Create", "/TN", r"Corvane\Orrery Updater", "/SC",
+                                 "DAILY", "/TR", r"C:\own\run.exe"])
+        self.assertEqual(0, made.returncode, made.stdout)
+        by_hand = self.prefix.read(TASK)
+        self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL",
+                                            "REINSTALLMODE=omus")[0])
+        self.assertEqual(by_hand, self.prefix.read(TASK))
+        self.assertFalse(self.prefix.exists(KEPT_TASK))
 
         # The older one is refused by its launch condition (whose message Wine does not log).
         code, log = self.msiexec("/i", r"C:\old.msi")

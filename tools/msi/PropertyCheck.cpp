@@ -168,8 +168,17 @@ bool PropertyCheck::isFirstInstall() const {
 std::wstring PropertyCheck::schedule() const {
   const std::wstring given = property_(L"SCHEDULE");
   TaskSchedule::Kind kind = TaskSchedule::Kind::kSystem;
-  if (given.empty() ? !isFirstInstall() : !TaskSchedule::parseKind(narrow(given), kind))
-    return std::wstring();  // The task stays as it is, or SCHEDULE is refused.
+  if (!given.empty() && !TaskSchedule::parseKind(narrow(given), kind))
+    return std::wstring();  // Refused.
+  // An upgrade or a second install registers the task that the tool installed again, so that it
+  // runs with this version's definition; no task, and one made by other means, stay as they are.
+  if (given.empty() && !isFirstInstall()) {
+    const std::wstring folder = resolved(property_(L"INSTALLDIR"));
+    kind = folder.empty() ? TaskSchedule::Kind::kNone
+                          : TaskSchedule::installedKind(narrow(folder) + "\\");
+    if (kind == TaskSchedule::Kind::kNone)
+      return std::wstring();
+  }
   return widen(TaskSchedule::kindName(kind));
 }
 

@@ -14,8 +14,11 @@
 //                 SYSTEM, administrators, TrustedInstaller and the installing account can change
 //                 it) and be no junction or link: a folder on the way that users can change
 //                 (another vendor's "Corvane" with Users: Modify) lets them replace the programs
-//   SCHEDULE      system, users or none, in any case (TaskSchedule's words); on a first install
-//                 system unless given
+//   SCHEDULE      system, users or none, in any case (TaskSchedule's words); unless given, system
+//                 on a first install, and on an upgrade or a second install the kind that the
+//                 settings tool registered from INSTALLDIR (registered again with this version's
+//                 definition); none then (SCHEDULE=none, or a task made by other means) leaves
+//                 the task as it is
 //   LOCKSTORE     0 or 1; on a first install 1 unless given. SCHEDULE=users with LOCKSTORE=1 is
 //                 refused (a user's run cannot open a locked store), and so is a SYSTEM task with
 //                 LOCKSTORE=0 (every user could change what it runs): the task given, the first
@@ -50,7 +53,8 @@ class PropertyCheck {
   // it and its value ("SCHEDULE=bogus is refused: ...").
   std::wstring refusal() const;
   // SCHEDULE as the install applies it, in lower case, as the package's conditions compare it:
-  // the one given or a first install's default; "" when the task stays as it is.
+  // the one given, a first install's default, or on an upgrade or a second install the kind the
+  // settings tool installed; "" when the task stays as it is.
   std::wstring schedule() const;
   // LOCKSTORE as the install applies it: the one given or a first install's default; "" when the
   // store's lock stays as it is.
