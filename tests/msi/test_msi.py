@@ -262,14 +262,13 @@ class Msi(unittest.TestCase):
         updater = STORE.replace("HKLM", "HKEY_LOCAL_MACHINE") + r"\Settings\Updater"
         self.prefix.import_registry({updater: {"DataUpdated": 2, "PrinterPollInterval": 1234}})
 
-        self.assertNotIn("/scheduled", self.kept_task())
+        self.assertNotIn("<Arguments>/scheduled</Arguments>", self.kept_task())
 
         # An upgrade keeps what it is not given, and registers the task it installed again with
         # this version's definition; a second install applies what it is given.
         self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi")[0])
         self.assertEqual("http://old/", self.value(r"Settings\Updater", "WebServerUrl"))
         self.assertIn("<Arguments>/scheduled</Arguments>", self.kept_task())
-        self.assertIn("/scheduled", self.prefix.read(TASK))
         self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL",
                                             "REINSTALLMODE=omus", "WEBSERVERURL=http://new/")[0])
         self.assertEqual(["0x2", "0x4d2", "http://new/"],
@@ -296,8 +295,12 @@ class Msi(unittest.TestCase):
         self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL",
                                             "REINSTALLMODE=omus")[0])
         self.assertFalse(self.prefix.exists(TASK) or self.prefix.exists(KEPT_TASK))
-        made = self.prefix.wine(["schtasks", "/Create", "/TN", r"Corvane\Orrery Updater", "/SC",
-                                 "DAILY", "/TR", r"C:\own\run.exe"])
+        with open(self.prefix.unix(r"C:\own-task.xml"), "w", encoding="utf-16") as f:
+            f.write('<Task version="1.2" xmlns="http://schemas.microsoft.com/windows/2004/02/mit/'
+                    'task"><Actions><Exec><Command>C:\\own\\run.exe</Command></Exec></Actions>'
+                    '</Task>')
+        made = self.prefix.wine(["schtasks", "/Create", "/TN", r"Corvane\Orrery Updater", "/XML",
+                                 r"C:\own-task.xml"])
         self.assertEqual(0, made.returncode, made.stdout)
         by_hand = self.prefix.read(TASK)
         self.assertEqual(0, self.msiexec("/i", r"C:\orrery.msi", "REINSTALL=ALL",
