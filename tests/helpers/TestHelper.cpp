@@ -1,36 +1,21 @@
-// A program that tests start as a separate process, to see the program's classes from outside:
-// under another file name (product family), Windows version or locale, holding a named mutex, or
-// writing to the log beside the test process (as mwlo_writer.exe). Prints key=value lines.
-//
+// The program that tests start as a separate process (under another name, Windows version or
+// locale) to see the program's classes from outside; it prints key=value lines. Its commands:
 //   probe                        facts of Localize, OsVersion, CurrentProcess, the service codes
-//   mutex-hold NAME EVENT MODE   take the mutex, print "held", wait until the event EVENT is set,
-//                                then release or abandon the mutex; "squat" makes it first with a
-//                                DACL that admits SYSTEM alone
-//   squat SECONDS NAME...        make each mutex first with a DACL admitting SYSTEM alone, print
-//                                "held", and hold them for SECONDS
+//   mutex-hold NAME EVENT MODE   hold the mutex until EVENT is set, then release ("release"),
+//                                abandon ("abandon") it; "squat": made first, for SYSTEM alone
+//   squat SECONDS NAME...        make each mutex first, for SYSTEM alone, and hold them SECONDS
 //   mutex-try NAME MS            "acquired" or "busy" after waiting up to MS
-//   load-from cwd|path DIR NAME [run]
-//                                whether LoadLibraryA(NAME) finds NAME with DIR as the current
-//                                directory or first in PATH (after an update run, whose start-up
-//                                hardens the DLL search)
-//   library-search NAME          whether a hardened process that has loaded the web-updater
-//                                library finds NAME by name (in the library's folder)
-//   run [fail-startup|declined|scheduled]
-//                                one whole update run (runApplication); with fail-startup, a
-//                                start-up that fails once the logger exists; with declined, a
-//                                shell that answers every relaunch as a declined prompt; with
-//                                scheduled, the scheduled task's start
+//   load-from cwd|path DIR NAME [run]  whether LoadLibraryA(NAME) finds NAME in DIR as the
+//                                current directory or first in PATH (after an update run)
+//   library-search NAME          whether a hardened process with the library loaded finds NAME
+//   run [fail-startup|declined|scheduled]  one whole update run (runApplication)
 //   settings-tool-cannot-start   the settings tool, whose start-up fails (exit code 3)
-//   key-dacl PATH                the DACL of the key PATH below HKEY_LOCAL_MACHINE, in SDDL
+//   key-dacl PATH, reg-link PATH TARGET  a key's DACL in SDDL; make a registry link (HKLM)
 //   publishers                   the trusted publishers in force, "publishers=<hash>;<hash>"
-//   overwrite PATH               "write=<error>" after opening PATH to write (and writing into it
-//                                when it could), then "delete=<error>" after deleting it; 0: done
-//   reg-link PATH TARGET         make the key PATH below HKEY_LOCAL_MACHINE a registry link to the
-//                                key TARGET there, as a user can in a key open to Everyone
-//   write TAG COUNT [GATE]       "ready", wait for the event GATE, write COUNT traced operations
-//                                and one line that is always written (component "QNV")
-//   hang [alone]                 start a copy of itself "hang alone", which inherits its output,
-//                                print "child=<its pid>", then never end (with alone: never end)
+//   overwrite PATH               "write=<error>", then "delete=<error>" of the file PATH; 0: done
+//   write TAG COUNT [GATE]       once GATE is set, COUNT traced operations and one line always
+//                                written
+//   hang [alone]                 start "hang alone", print "child=<its pid>", never end
 #include <windows.h>
 
 #include <cstdio>
@@ -125,8 +110,6 @@ int main(int argc, char** argv) {
   } else if (command == "mutex-hold" && argc > 4) {
     mutexHold(argv[2], argv[3], argv[4]);
   } else if (command == "squat" && argc > 3) {
-    // Makes each named mutex first, as a user could, with a DACL that admits SYSTEM alone, and
-    // holds them for SECONDS.
     std::vector<std::unique_ptr<Mutex>> squatted;
     for (int i = 3; i < argc; ++i)
       squatted.emplace_back(new Mutex(argv[i], "D:P(A;;GA;;;SY)"));

@@ -127,8 +127,7 @@ TEST(Logger, TurnsItselfOffWhenItsMutexCannotBeMade) {
   const std::string id = testsupport::localId().substr(0, 2) + "lx";
   const std::string file = Logger::getAllUsersProfileDir() + id + "QNV.log";
   const std::string switches = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\Logger";
-  const DWORD on = 1;
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, switches.c_str(), "startLog", REG_DWORD, &on, sizeof(on));
+  testsupport::setValue(switches, "startLog", 1);
   for (const bool blocked : {false, true}) {
     SetFileAttributesA(file.c_str(), FILE_ATTRIBUTE_NORMAL);  // A fault may have left it read-only.
     DeleteFileA(file.c_str());

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 
 #include "PropertyCheck.h"
 #include "WideText.h"
@@ -11,11 +12,14 @@ namespace {
 
 using Properties = std::map<std::wstring, std::wstring>;
 
-PropertyCheck checkOf(const Properties& properties) {
-  return PropertyCheck([properties](const wchar_t* name) {
-    const auto found = properties.find(name);
-    return found == properties.end() ? std::wstring() : found->second;
-  });
+PropertyCheck checkOf(const Properties& properties,
+                      PropertyCheck::FolderSecurity folders = PropertyCheck::folderSecurity) {
+  return PropertyCheck(
+      [properties](const wchar_t* name) {
+        const auto found = properties.find(name);
+        return found == properties.end() ? std::wstring() : found->second;
+      },
+      std::move(folders));
 }
 
 // The refusal up to its reason ("NAME=value is refused:"); "" when accepted.
@@ -88,7 +92,8 @@ TEST(PropertyCheck, RefusesATaskOverAStoreItCannotTrustOrOpen) {
       {L"<UserId>S-1-5-18</UserId>",
        {{L"WIX_UPGRADE_DETECTED", L"{X}"}, {L"LOCKSTORE", L"0"}, {L"SCHEDULE", L"users"}},
        L"users,0"},
-      {L"<GroupId>S-1-5-32-545</GroupId>", {{L"Installed", L"1"}, {L"LOCKSTORE", L"0"}},
+      {L"<GroupId>S-1-5-32-545</GroupId>",
+       {{L"Installed", L"1"}, {L"LOCKSTORE", L"0"}},
        L"users,0"},
       {L"<GroupId>S-1-5-32-545</GroupId>",
        {{L"Installed", L"1"}, {L"LOCKSTORE", L"1"}},
@@ -159,9 +164,7 @@ TEST(PropertyCheck, RefusesTextThatWouldBreakTheToolsCommandLine) {
                              {L"INSTALLDIR", L"C:\\Program Files\\Corvane\\Orrery\\"}};
     properties[row.name] = row.value;
     const std::wstring refusal =
-        PropertyCheck([&properties](const wchar_t* name) { return properties[name]; },
-                      [](const std::wstring&) { return std::string(); })
-            .refusal();
+        checkOf(properties, [](const std::wstring&) { return std::string(); }).refusal();
     EXPECT_EQ(
         row.taken ? L"" : std::wstring(row.name) + L"=" + row.value + L" is refused: it holds",
         refusal.substr(0, refusal.find(L" a double quote")))
@@ -209,16 +212,10 @@ TEST(PropertyCheck, RefusesAnInstallFolderThatUsersCouldChangeOnTheWay) {
     const Properties properties = {{L"ProgramFiles64Folder", L"C:\\Program Files\\"},
                                    {L"INSTALLDIR", L"C:\\Program Files\\Corvane\\Orrery\\"}};
     const std::wstring refusal =
-        PropertyCheck(
-            [&properties](const wchar_t* name) {
-              const auto found = properties.find(name);
-              return found == properties.end() ? std::wstring() : found->second;
-            },
-            [&folders](const std::wstring& path) {
-              const auto found = folders.find(path);
-              return found == folders.end() ? std::string("unknown") : found->second;
-            })
-            .refusal();
+        checkOf(properties, [&folders](const std::wstring& path) {
+          const auto found = folders.find(path);
+          return found == folders.end() ? std::string("unknown") : found->second;
+        }).refusal();
     const std::wstring start = L"INSTALLDIR=C:\\Program Files\\Corvane\\Orrery\\ is refused: ";
     EXPECT_EQ(row.refused.empty() ? L"" : start + row.refused,
               refusal.substr(0, refusal.find(L", and whoever")))

@@ -28,8 +28,8 @@ TEST(StoreBackup, PutsTheStoreBackWithTheRecordsKeysOwnSecurity) {
   const std::string store = testsupport::storeRoot().substr(0, testsupport::storeRoot().size() - 1);
   const std::string settings = store + "\\Settings\\Updater", records = store + "\\Records";
   const std::string backupKey = testsupport::familyPath() + "\\Backup";
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, settings.c_str(), "Kept", REG_SZ, "1", 2);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, records.c_str(), "PausedPrinters", REG_MULTI_SZ, "P\0", 3);
+  testsupport::setValue(settings, "Kept", "1");
+  testsupport::setValue(records, "PausedPrinters", std::string("P\0", 2), REG_MULTI_SZ);
   ASSERT_TRUE(StoreSecurity::applyToKey(records, kRecords));
   StoreSecurity::Notes notes;
   ASSERT_TRUE(StoreSecurity::applyToStore(store, kLocked, notes));
@@ -66,8 +66,8 @@ TEST(StoreBackup, NeverFollowsALinkAndKeepsTheCopyFromUsers) {
   const std::string backupKey = testsupport::familyPath() + "\\Backup";
   const std::string target = "Software\\CorvaneBackupVictim";
   const std::string adminsOnly = "(A;CI;KA;;;SY)(A;CI;KA;;;BA)";
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (target + "\\Secret").c_str(), "Secret", REG_SZ, "s", 2);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "\\Settings").c_str(), "DriverName", REG_SZ, "d", 2);
+  testsupport::setValue(target + "\\Secret", "Secret", "s");
+  testsupport::setValue(store + "\\Settings", "DriverName", "d");
   ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Link", target));
   ASSERT_TRUE(testsupport::makeLink(store + "\\Dangling", target + "\\Nowhere"));
   // What earlier backups' keys inherited: users may read.

@@ -23,11 +23,6 @@ std::string ignored(const std::string& text) {
   return "Policy " + text + "; the store's value is used";
 }
 
-void setStoreList(const std::string& name, const std::string& strings) {
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + kUpdater).c_str(), name.c_str(),
-                  REG_MULTI_SZ, strings.c_str(), static_cast<DWORD>(strings.size() + 1));
-}
-
 // A setting as Settings reads it: a DWORD in decimal, a text, a list joined by ';'.
 std::string readSetting(const std::string& name, bool& result) {
   Settings settings;
@@ -107,7 +102,7 @@ TEST(Policy, AValueOfItsTypeAndInRangeWinsAndAnyOtherIsIgnoredWithItsReason) {
     for (const char* name : {"PrinterPollInterval", "CheckPeriodMinutes", "UpdateMode"})
       store.set(kUpdater, name, 500);
     store.set(kUpdater, "WebServerUrl", "store");
-    setStoreList("TrustedPublishers", std::string("S1\0S2\0", 6));
+    store.set(kUpdater, "TrustedPublishers", std::string("S1\0S2\0", 6), REG_MULTI_SZ);
     if (row.type == REG_DWORD)
       policy.set(kUpdater, row.name, std::stoul(row.data));
     else
@@ -191,7 +186,7 @@ TEST(Policy, TheEffectiveValuesNameTheirSourceAndWriteNothing) {
   store.set(kUpdater, "UpdateMode", 0);
   store.set(kUpdater, "ApplyWindowDuration", 90);
   store.set("Logger", "startLog", "on");  // Of another type: the default.
-  setStoreList("TrustedPublishers", std::string("S1\0S2\0", 6));
+  store.set(kUpdater, "TrustedPublishers", std::string("S1\0S2\0", 6), REG_MULTI_SZ);
   const auto listing = [] {
     std::vector<std::string> lines;
     for (const Settings::EffectiveValue& setting : Settings().getEffectiveValues())

@@ -104,7 +104,7 @@ TEST_F(RegistryKeyTest, RecursiveDeleteRemovesTheTreeButKeepsAKeyNamedSoftware) 
 TEST_F(RegistryKeyTest, RecursiveDeleteDeletesALinkAsTheLinkAndEnds) {
   const std::string target = kRoot + "target";
   key_.setValue("x", 1ul);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (target + "\\deep").c_str(), "Keep", REG_SZ, "me", 3);
+  testsupport::setValue(target + "\\deep", "Keep", "me");
   ASSERT_TRUE(testsupport::makeLink(kRoot + "a\\link", target));
   ASSERT_TRUE(testsupport::makeLink(kRoot + "a\\b\\dangling", kRoot + "nowhere"));
   ASSERT_TRUE(testsupport::makeLink(kRoot + "top", target));

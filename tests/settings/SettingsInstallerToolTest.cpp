@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include <sddl.h>
 #include <winspool.h>
 
 #include "StoreSecurity.h"
@@ -17,6 +16,28 @@ namespace {
 const char kEventSource[] =
     "SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Orrery Updater";
 
+// A local id of this executable's family for one test ("<xx>" + `suffix`), and its store.
+std::string idOf(const char* suffix) {
+  return testsupport::localId().substr(0, 2) + suffix;
+}
+std::string storeOf(const std::string& id) {
+  return testsupport::familyPath() + "\\QNV\\Local\\" + id;
+}
+
+// The settings tool run as "<id>tool.exe"; its stdout.
+std::string tool(const std::string& id,
+                 const std::string& arguments,
+                 DWORD* exitCode = nullptr,
+                 std::string* errors = nullptr) {
+  return testsupport::runCopy("cvupsettings.exe", id + "tool.exe", arguments, "", exitCode, errors);
+}
+
+// Deletes the store of `id` and its log.
+void cleanUp(const std::string& id) {
+  testsupport::deleteKeyTree(storeOf(id));
+  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+}
+
 }  // namespace
 
 // The settings tool under a name of its own in this executable's family, local id "<xx>sz": it
@@ -24,9 +45,9 @@ const char kEventSource[] =
 // It says on stdout what it did, and on stderr each entry and step it could not do as asked, one a
 // line; its exit code tells which happened (3 when it cannot start, here made to fail).
 TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
-  const std::string id = testsupport::localId().substr(0, 2) + "sz";
+  const std::string id = idOf("sz");
   const std::string folder = testsupport::executableDirectory(), file = folder + id + "qnv.loc";
-  const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\";
+  const std::string root = storeOf(id) + "\\";
   const std::string store = "HKLM\\" + root, updater = root + "Settings\\Updater";
   // The shipped sample, moved from the program's store to the tool's.
   std::string sample = testsupport::readFile(folder + "cvupqnv.loc");
@@ -84,8 +105,7 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
       testsupport::writeFile(file, row.content);
     DWORD exitCode = 99;
     std::string errors;
-    const std::string output = testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
-                                                    row.arguments, "", &exitCode, &errors);
+    const std::string output = tool(id, row.arguments, &exitCode, &errors);
     EXPECT_EQ(row.exitCode, exitCode) << output << errors;
     EXPECT_EQ(row.output, output);
     EXPECT_EQ(row.errors, errors.substr(0, row.errors.size()));
@@ -98,9 +118,8 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
                        &exitCode, &errors);
   EXPECT_EQ(3u, exitCode);
   EXPECT_EQ("Could not start: out of memory while setting up the log\n", errors);
-  testsupport::deleteKeyTree(root);
+  cleanUp(id);
   DeleteFileA(file.c_str());
-  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }
 
 // No SYSTEM task runs from a store that users can change: /schedule system needs the store locked
@@ -108,13 +127,10 @@ TEST(SettingsInstallerTool, SaysWhatItDidAndExitsWithWhatHappened) {
 // command). A refused command changes nothing and exits 2. The store's "Records" keeps the
 // program's own DACL through /lock and /unlock.
 TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
-  const std::string id = testsupport::localId().substr(0, 2) + "sy";
-  const std::string folder = testsupport::executableDirectory();
-  const std::string store = testsupport::familyPath() + "\\QNV\\Local\\" + id;
-  const std::string records = store + "\\Records";
+  const std::string id = idOf("sy"), store = storeOf(id), records = store + "\\Records";
   testsupport::deleteKeyTree(store);
-  ASSERT_EQ(ERROR_SUCCESS, RegSetKeyValueA(HKEY_LOCAL_MACHINE, records.c_str(), "PausedPrinters",
-                                           REG_MULTI_SZ, "P\0", 3));
+  ASSERT_TRUE(
+      testsupport::setValue(records, "PausedPrinters", std::string("P\0", 2), REG_MULTI_SZ));
   ASSERT_TRUE(
       StoreSecurity::applyToKey(records, "O:BAD:P(A;CI;KA;;;SY)(A;CI;KA;;;BA)(A;CI;KR;;;BU)"));
   StoreSecurity::Notes notes;
@@ -143,28 +159,25 @@ TEST(SettingsInstallerTool, RunsNoSystemTaskFromAStoreUsersCanChange) {
   for (const auto& row : rows) {
     DWORD exitCode = 99;
     std::string errors;
-    testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
-                         std::string("/nofile ") + row.arguments, "", &exitCode, &errors);
+    tool(id, std::string("/nofile ") + row.arguments, &exitCode, &errors);
     EXPECT_EQ(row.exitCode, exitCode) << row.arguments << errors;
     EXPECT_EQ(row.refusal, errors.substr(0, strlen(row.refusal))) << row.arguments;
-    EXPECT_EQ(row.task, TaskSchedule::registeredKind(folder)) << row.arguments;
+    EXPECT_EQ(row.task, TaskSchedule::registeredKind(testsupport::executableDirectory()))
+        << row.arguments;
     EXPECT_EQ(row.locked, StoreSecurity::isLocked(store)) << row.arguments;
     EXPECT_EQ(recordsDacl, StoreSecurity::describe(records, true)) << row.arguments;
   }
-  testsupport::deleteKeyTree(store);
-  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+  cleanUp(id);
 }
 
 // /remove waits until no other process of the program's local id runs (here a copy of the helper
 // that holds on until let go), then resumes the printers that a killed run left paused, and
 // deletes the store and says so (the MSI's test shows a family key that other components keep).
 TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesTheStore) {
-  const std::string id = testsupport::localId().substr(0, 2) + "sz";
-  const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id;
-  const std::string record = "Office Inkjet\0\0";
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, kEventSource, "TypesSupported", REG_SZ, "7", 2);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (root + "\\Settings\\Updater").c_str(), "PausedPrinters",
-                  REG_MULTI_SZ, record.c_str(), static_cast<DWORD>(record.size() + 1));
+  const std::string id = idOf("sz"), root = storeOf(id);
+  testsupport::setValue(kEventSource, "TypesSupported", "7");
+  testsupport::setValue(root + "\\Settings\\Updater", "PausedPrinters",
+                        std::string("Office Inkjet") + '\0', REG_MULTI_SZ);
   PrinterScenario paused{"Office Inkjet", "Corvane Inkjet Driver"};
   paused.status = PRINTER_STATUS_PAUSED;
   testsupport::SpoolerScenario spooler;
@@ -190,22 +203,7 @@ TEST(SettingsInstallerTool, RemovalWaitsForARunningUpdateThenRecoversAndDeletesT
   EXPECT_FALSE(testsupport::keyExists(testsupport::familyPath()));
   EXPECT_FALSE(testsupport::keyExists(kEventSource)) << "the event source stays registered";
   DeleteFileA(remove.c_str());
-  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
-}
-
-// UTC now moved by `seconds`, in the status's format.
-std::string utcFromNow(long long seconds) {
-  FILETIME time;
-  GetSystemTimeAsFileTime(&time);
-  ULARGE_INTEGER ticks = {{time.dwLowDateTime, time.dwHighDateTime}};
-  ticks.QuadPart += static_cast<unsigned long long>(seconds * 10000000LL);
-  time = {ticks.LowPart, ticks.HighPart};
-  SYSTEMTIME parts;
-  FileTimeToSystemTime(&time, &parts);
-  char text[32];
-  snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", parts.wYear, parts.wMonth,
-           parts.wDay, parts.wHour, parts.wMinute, parts.wSecond);
-  return text;
+  cleanUp(id);
 }
 
 // /status prints the last run's status, "Name: value" a line, and exits 0 while its last success is
@@ -213,15 +211,15 @@ std::string utcFromNow(long long seconds) {
 // the clock (saying why), 2 on wrong arguments; /register-events registers the event source with
 // the program beside the tool.
 TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) {
-  const std::string id = testsupport::localId().substr(0, 2) + "st";
-  const std::string status = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\Status";
+  const std::string id = idOf("st"), status = storeOf(id) + "\\Status";
   const std::string now = RunStatus::utcNow(), old = "2026-01-02T03:04:05Z";
-  const std::string soon = utcFromNow(120), tomorrow = utcFromNow(86400);
+  const std::string soon = testsupport::utcFromNow(120), tomorrow = testsupport::utcFromNow(86400);
   const std::string lines = "LastRunEnded: " + now +
                             "\nLastResult: DownloadFailed\nLastResultDetail: catalog download: "
                             "code 1\nLastSuccess: ";
   const std::string versions = "\nSoftwareVersion: 1.0.0.1\nCatalogVersion: 2026.1\n";
-  const std::string hourAgo = utcFromNow(-3600), dayAgo = utcFromNow(-13 * 3600);
+  const std::string hourAgo = testsupport::utcFromNow(-3600),
+                    dayAgo = testsupport::utcFromNow(-13 * 3600);
   const struct {
     std::string lastSuccess;  // "": no status
     std::string arguments;
@@ -262,13 +260,9 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
           {"LastSuccess", success},         {"SoftwareVersion", "1.0.0.1"},
           {"CatalogVersion", "2026.1"}};
       for (const auto& [name, value] : values)
-        RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), name, REG_SZ, value.c_str(),
-                        static_cast<DWORD>(value.size() + 1));
-      const DWORD failures = 1;
-      RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), "ConsecutiveFailures", REG_DWORD,
-                      &failures, sizeof failures);
-      RegSetKeyValueA(HKEY_LOCAL_MACHINE, status.c_str(), "RunInProgress", REG_DWORD,
-                      &row.inProgress, sizeof row.inProgress);
+        testsupport::setValue(status, name, value);
+      testsupport::setValue(status, "ConsecutiveFailures", 1);
+      testsupport::setValue(status, "RunInProgress", row.inProgress);
     }
     if (!row.output.empty())
       expected = "LastRunStarted: " + started +
@@ -276,8 +270,7 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
                  "ConsecutiveFailures: 1\n";
     DWORD exitCode = 99;
     std::string errors;
-    const std::string output = testsupport::runCopy("cvupsettings.exe", id + "tool.exe",
-                                                    row.arguments, "", &exitCode, &errors);
+    const std::string output = tool(id, row.arguments, &exitCode, &errors);
     EXPECT_EQ(row.exitCode, exitCode) << row.arguments << errors;
     // The status, up to the effective settings (the test below).
     EXPECT_EQ(expected, output.substr(0, output.find("\nEffective settings"))) << row.arguments;
@@ -286,48 +279,37 @@ TEST(SettingsInstallerTool, StatusTellsTheLastRunAndWhetherItSucceededRecently) 
   DWORD exitCode = 99;
   const std::string source = kEventSource;
   testsupport::deleteKeyTree(source);
-  testsupport::runCopy("cvupsettings.exe", id + "tool.exe", "/register-events", "", &exitCode);
+  tool(id, "/register-events", &exitCode);
   EXPECT_EQ(0u, exitCode);
   EXPECT_EQ(testsupport::executableDirectory() + "cvupdater.exe",
             testsupport::registryValue(source, "EventMessageFile"));
   EXPECT_EQ("7", testsupport::registryValue(source, "TypesSupported"));
   testsupport::deleteKeyTree(source);
-  testsupport::deleteKeyTree(testsupport::familyPath() + "\\QNV\\Local\\" + id);
-  DeleteFileA((testsupport::executableDirectory() + id + "tool.exe").c_str());
-  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+  cleanUp(id);
 }
 
 // After the status, /status lists every setting that policy can set with its value and source,
 // then the policy values it ignores; it writes nothing (no default, no policy key).
 TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
-  const std::string id = testsupport::localId().substr(0, 2) + "sp";
-  const std::string store = testsupport::familyPath() + "\\QNV\\Local\\" + id + "\\";
+  const std::string id = idOf("sp"), store = storeOf(id) + "\\";
   const std::string family = testsupport::familyPath().substr(std::string("Software\\").size());
   const std::string policies = "Software\\Policies\\" + family;
   const std::string policy = policies + "\\QNV\\Local\\" + id + "\\Settings\\Updater";
   const std::string url = "https://updates.example.com/[package_code]";
-  const DWORD interval = 2000, mode = 0;
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "Settings\\Updater").c_str(), "PrinterPollInterval",
-                  REG_DWORD, &interval, sizeof interval);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "Settings\\Updater").c_str(), "WebServerUrl", REG_SZ,
-                  "http://store/", 14);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "WebServerUrl", REG_SZ, url.c_str(),
-                  static_cast<DWORD>(url.size() + 1));
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "PrinterPollInterval", REG_SZ, "fast", 5);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "QuietWaitMode", REG_DWORD, &mode,
-                  sizeof mode);
+  testsupport::setValue(store + "Settings\\Updater", "PrinterPollInterval", 2000);
+  testsupport::setValue(store + "Settings\\Updater", "WebServerUrl", "http://store/");
+  testsupport::setValue(policy, "WebServerUrl", url);
+  testsupport::setValue(policy, "PrinterPollInterval", "fast");
+  testsupport::setValue(policy, "QuietWaitMode", 0);
   // An apply window that opens in two hours: the store gives its start, policy its duration.
   SYSTEMTIME local;
   GetLocalTime(&local);
-  const DWORD start = (local.wHour * 60u + local.wMinute + 120u) % 1440u, duration = 30;
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "Settings\\Updater").c_str(), "ApplyWindowStart",
-                  REG_DWORD, &start, sizeof start);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, policy.c_str(), "ApplyWindowDuration", REG_DWORD, &duration,
-                  sizeof duration);
+  const DWORD start = (local.wHour * 60u + local.wMinute + 120u) % 1440u;
+  testsupport::setValue(store + "Settings\\Updater", "ApplyWindowStart", start);
+  testsupport::setValue(policy, "ApplyWindowDuration", 30);
   DWORD exitCode = 99;
   std::string errors;
-  std::string output =
-      testsupport::runCopy("cvupsettings.exe", id + "tool.exe", "/status", "", &exitCode, &errors);
+  std::string output = tool(id, "/status", &exitCode, &errors);
   EXPECT_EQ(1u, exitCode) << "no status";
   const std::string window = "Apply window: closed now; the next opens at 20";
   const std::string::size_type at = output.find(window);
@@ -362,36 +344,30 @@ TEST(SettingsInstallerTool, StatusShowsEachSettingsSourceAndThePolicyProblems) {
             testsupport::registryValue(store + "Settings\\Updater", "WebServerUrl"));
   EXPECT_EQ("fast", testsupport::registryValue(policy, "PrinterPollInterval"));
   testsupport::deleteKeyTree(policies);
-  testsupport::deleteKeyTree(store);
-  DeleteFileA((testsupport::executableDirectory() + id + "tool.exe").c_str());
-  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
+  cleanUp(id);
 }
 
 // /set "...=multi:A;B" writes a REG_MULTI_SZ (as the MSI's TRUSTEDPUBLISHERS does), and /publisher
 // shows who signed a file: its subject, issuer and key hash, whether its chain is trusted here and
 // whether this machine lists it; exit 0 for a signed file, 1 for an unsigned or unreadable one.
 TEST(SettingsInstallerTool, WritesAListAndShowsWhoSignedAFile) {
-  const std::string id = testsupport::localId().substr(0, 2) + "sp";
-  const std::string root = testsupport::familyPath() + "\\QNV\\Local\\" + id;
+  const std::string id = idOf("sp"), root = storeOf(id);
   testsupport::deleteKeyTree(root);
   const std::string stranger = testsupport::publisherHash("stranger"), other(64, 'B');
-  const auto tool = [&id](const std::string& arguments, DWORD& exitCode, std::string& errors) {
-    return testsupport::runCopy("cvupsettings.exe", id + "tool.exe", arguments, "", &exitCode,
-                                &errors);
-  };
   DWORD exitCode = 99;
   std::string errors;
-  tool("/nofile /set \"Settings\\Updater\\TrustedPublishers=multi:" + stranger + "; " + other +
+  tool(id,
+       "/nofile /set \"Settings\\Updater\\TrustedPublishers=multi:" + stranger + "; " + other +
            ";\" /lock",
-       exitCode, errors);
+       &exitCode, &errors);
   EXPECT_EQ(0u, exitCode) << errors;
   EXPECT_EQ(stranger + "\n" + other,
             testsupport::registryValue(root + "\\Settings\\Updater", "TrustedPublishers"));
-  tool("/nofile /set Settings\\Updater\\TrustedPublishers=multi:", exitCode, errors);
+  tool(id, "/nofile /set Settings\\Updater\\TrustedPublishers=multi:", &exitCode, &errors);
   EXPECT_EQ(1u, exitCode);
 
   const std::string signedFile = testsupport::trustFixture("stranger.pkg");
-  std::string output = tool("/publisher " + signedFile, exitCode, errors);
+  std::string output = tool(id, "/publisher " + signedFile, &exitCode, &errors);
   EXPECT_EQ(0u, exitCode) << errors;
   EXPECT_EQ("File: " + signedFile +
                 "\nSigned: yes\nSubject: O=Orrery Tests, CN=Orrery Test Publisher stranger\n"
@@ -401,22 +377,22 @@ TEST(SettingsInstallerTool, WritesAListAndShowsWhoSignedAFile) {
                 "end in a trusted root (0x10000)\nTrusted publisher on this machine: yes\n",
             output);
   if (testsupport::whyTestRootUntrusted().empty()) {
-    output = tool("/publisher " + testsupport::trustFixture("listed.pkg"), exitCode, errors);
+    output = tool(id, "/publisher " + testsupport::trustFixture("listed.pkg"), &exitCode, &errors);
     EXPECT_NE(std::string::npos,
               output.find("\nChain: trusted here\nTrusted publisher on this machine: no\n"))
         << output;
   }
   const std::string unsignedFile = testsupport::trustFixture("unsigned.pkg");
   EXPECT_EQ("File: " + unsignedFile + "\nSigned: no: not signed\n",
-            tool("/publisher " + unsignedFile, exitCode, errors));
+            tool(id, "/publisher " + unsignedFile, &exitCode, &errors));
   EXPECT_EQ(1u, exitCode);
   EXPECT_EQ("'" + unsignedFile + "' is not signed as it is: not signed\n", errors);
-  tool("/publisher C:\\missing.pkg", exitCode, errors);
+  tool(id, "/publisher C:\\missing.pkg", &exitCode, &errors);
   EXPECT_EQ(1u, exitCode);
   EXPECT_EQ("Cannot read 'C:\\missing.pkg': error 2\n", errors);
-  tool("/publisher", exitCode, errors);
+  tool(id, "/publisher", &exitCode, &errors);
   EXPECT_EQ(2u, exitCode);
-  testsupport::deleteKeyTree(root);
+  cleanUp(id);
 }
 
 // A store that was open to users may hold registry links and keys of theirs. The tool never
@@ -425,15 +401,13 @@ TEST(SettingsInstallerTool, WritesAListAndShowsWhoSignedAFile) {
 // registers the SYSTEM task; a store that is not locked key by key gets no SYSTEM task; /unlock
 // and /remove delete a link as the link. What the links point to keeps its values and its DACL.
 TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
-  const std::string id = testsupport::localId().substr(0, 2) + "sk";
-  const std::string folder = testsupport::executableDirectory();
-  const std::string store = testsupport::familyPath() + "\\QNV\\Local\\" + id;
+  const std::string id = idOf("sk"), folder = testsupport::executableDirectory(),
+                    store = storeOf(id);
   const std::string victim = "Software\\CorvaneLinkVictim", kept = victim + "\\Sub";
   const std::string victimDacl = "O:BAD:(A;CI;KA;;;BA)(A;CI;KR;;;BU)";
   const auto run = [&id](const std::string& arguments, DWORD expected, std::string* errors) {
     DWORD exitCode = 99;
-    const std::string output =
-        testsupport::runCopy("cvupsettings.exe", id + "tool.exe", arguments, "", &exitCode, errors);
+    const std::string output = tool(id, arguments, &exitCode, errors);
     EXPECT_EQ(expected, exitCode) << arguments << "\n" << output << *errors;
     return output;
   };
@@ -447,7 +421,7 @@ TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
   testsupport::SpoolerScenario spooler;  // No printers.
   testsupport::deleteKeyTree(store);
   testsupport::deleteKeyTree(victim);
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, kept.c_str(), "Keep", REG_SZ, "me", 3);
+  testsupport::setValue(kept, "Keep", "me");
   ASSERT_TRUE(StoreSecurity::applyToKey(kept, victimDacl));
   ASSERT_TRUE(victimIntact());
   std::string errors;
@@ -458,8 +432,8 @@ TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
   ASSERT_TRUE(testsupport::makeLink(store + "\\Settings\\Updater", kept));
   ASSERT_TRUE(testsupport::makeLink(store + "\\Dangling", victim + "\\Nowhere"));
   ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Settings", "O:BUD:(A;CI;GA;;;WD)"));
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (store + "\\Records").c_str(), "PendingDownloads",
-                  REG_MULTI_SZ, "C:\\x\0", 6);
+  testsupport::setValue(store + "\\Records", "PendingDownloads", std::string("C:\\x\0", 5),
+                        REG_MULTI_SZ);
   ASSERT_TRUE(StoreSecurity::applyToKey(store + "\\Records", "O:BUD:(A;CI;GA;;;WD)"));
 
   // The settings are written once the links are gone, never through one.
@@ -512,7 +486,7 @@ TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
   // A key the tool cannot open (a user took it and let no one else in): the lock fails, and no
   // SYSTEM task is registered over it.
   const std::string taken = store + "\\Taken";
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, taken.c_str(), "x", REG_SZ, "", 1);
+  testsupport::setValue(taken, "x", "");
   ASSERT_TRUE(StoreSecurity::applyToKey(taken, "O:S-1-5-21-1-2-3-1001D:P(A;;0x60019;;;WD)"));
   run("/nofile /lock /schedule system", 1, &errors);
   EXPECT_NE(std::string::npos, errors.find(" to administrators and SYSTEM while its settings are "
@@ -521,16 +495,8 @@ TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
       << errors;
   EXPECT_EQ(TaskSchedule::Kind::kUsers, TaskSchedule::registeredKind(folder));
   EXPECT_EQ("HKLM\\" + store + ": S-1-1-0 can change it", StoreSecurity::whyNotLocked(store));
-  {
-    // Given back, so that it can be deleted.
-    ScopedKey key;
-    ScopedLocal open;
-    ASSERT_EQ(ERROR_SUCCESS,
-              RegOpenKeyExA(HKEY_LOCAL_MACHINE, taken.c_str(), 0, WRITE_DAC, key.receive()));
-    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorA(
-        "D:(A;CI;GA;;;WD)", SDDL_REVISION_1, open.receive(), nullptr));
-    ASSERT_EQ(ERROR_SUCCESS, RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, open.get()));
-  }
+  // Given back, so that it can be deleted.
+  ASSERT_TRUE(testsupport::setKeySecurity(taken, "D:(A;CI;GA;;;WD)"));
 
   // A link on the store's path stops the walk; one in the store's own place is deleted first.
   const std::string via = testsupport::familyPath() + "\\QNV\\Via";
@@ -557,7 +523,6 @@ TEST(SettingsInstallerTool, NeverFollowsARegistryLinkPlantedInTheStore) {
             notes.deleted);
   EXPECT_TRUE(testsupport::keyExists(store) && !testsupport::isLinkKey(store));
   EXPECT_TRUE(victimIntact()) << StoreSecurity::describe(kept, true);
-  testsupport::deleteKeyTree(store);
+  cleanUp(id);
   testsupport::deleteKeyTree(victim);
-  DeleteFileA((Logger::getAllUsersProfileDir() + id + "QNV.log").c_str());
 }

@@ -69,8 +69,7 @@ TEST(Settings, DeleteStoreKeepsTheFamilyForOtherComponentsOrWhenAskedTo) {
     for (const bool keepFamily : {true, false}) {
       ScopedStore store;
       if (otherComponent)
-        RegSetKeyValueA(HKEY_LOCAL_MACHINE, (familyPath() + "\\QNV\\Local\\zzzz").c_str(), "x",
-                        REG_SZ, "", 1);
+        testsupport::setValue(familyPath() + "\\QNV\\Local\\zzzz", "x", "");
       if (keepFamily)
         store.set("Settings\\", "DeleteStoreOnUninstall", 0);
       Settings settings;

@@ -15,12 +15,6 @@ const char kLocked[] = "O:BAD:P(A;CI;KA;;;BA)(A;CI;KA;;;SY)";
 const char kOpen[] = "D:(A;CI;GA;;;WD)";
 const std::string kBuiltIn(64, 'b'), kPolicy(64, 'c'), kStore(64, 'd');
 
-void setStoreList(const std::string& strings) {
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + kUpdater).c_str(),
-                  "TrustedPublishers", REG_MULTI_SZ, strings.c_str(),
-                  static_cast<DWORD>(strings.size() + 1));
-}
-
 // The store's key and its section's key, locked or open.
 void secureStore(const char* sddl) {
   const std::string root = testsupport::storeRoot();
@@ -40,7 +34,7 @@ TEST(TrustedPublishers, UnitesTheBuiltInThePolicyAndALockedStoresLists) {
 
   policy.set(kUpdater, "TrustedPublishers",
              "CCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCC; " + kBuiltIn);
-  setStoreList(kStore + '\0' + kPolicy + '\0');
+  store.set(kUpdater, "TrustedPublishers", kStore + '\0' + kPolicy + '\0', REG_MULTI_SZ);
   secureStore(kLocked);
   const TrustedPublishers locked(kBuiltIn + ";" + kBuiltIn);
   EXPECT_EQ((Lines{kBuiltIn, kPolicy, kStore}), locked.hashes());
@@ -71,7 +65,7 @@ TEST(TrustedPublishers, TakesAListFromAnyOneSource) {
   policy.set(kUpdater, "TrustedPublishers", kPolicy);
   EXPECT_EQ(Lines{kPolicy}, TrustedPublishers("").hashes());
   policy.remove(kUpdater, "TrustedPublishers");
-  setStoreList(kStore + '\0' + "not-a-hash" + '\0');
+  store.set(kUpdater, "TrustedPublishers", kStore + '\0' + "not-a-hash" + '\0', REG_MULTI_SZ);
   secureStore(kLocked);
   const TrustedPublishers stored("");
   EXPECT_EQ(Lines{kStore}, stored.hashes());

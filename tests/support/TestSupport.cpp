@@ -12,14 +12,11 @@
 #include "logging/Logger.h"
 #include "settings/RegistryLink.h"
 #include "settings/SettingsLogSwitches.h"
+#include "updater/CommandLineParams.h"
 
 namespace testsupport {
 
 namespace {
-
-void setDword(const std::string& path, const std::string& name, DWORD value) {
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), REG_DWORD, &value, sizeof(value));
-}
 
 // Deletes the open key and what is below it; a link as the link.
 void deleteOpenTree(HKEY key) {
@@ -51,6 +48,19 @@ std::string registryValue(const std::string& path, const std::string& name) {
   if (type == REG_MULTI_SZ)
     std::replace(data, data + (size > 2 ? size - 2 : 0), '\0', '\n');
   return type == REG_DWORD ? std::to_string(*reinterpret_cast<DWORD*>(data)) : data;
+}
+
+bool setValue(const std::string& path, const std::string& name, DWORD value) {
+  return RegSetKeyValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), REG_DWORD, &value,
+                         sizeof(value)) == ERROR_SUCCESS;
+}
+
+bool setValue(const std::string& path,
+              const std::string& name,
+              const std::string& value,
+              DWORD type) {
+  return RegSetKeyValueA(HKEY_LOCAL_MACHINE, path.c_str(), name.c_str(), type, value.c_str(),
+                         static_cast<DWORD>(value.size() + 1)) == ERROR_SUCCESS;
 }
 
 void deleteKeyTree(const std::string& path) {
@@ -90,14 +100,14 @@ ScopedStore::~ScopedStore() {
 }
 
 void ScopedStore::set(const std::string& section, const std::string& name, DWORD value) {
-  setDword(storeRoot() + section, name, value);
+  setValue(storeRoot() + section, name, value);
 }
 
 void ScopedStore::set(const std::string& section,
                       const std::string& name,
-                      const std::string& value) {
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (storeRoot() + section).c_str(), name.c_str(), REG_SZ,
-                  value.c_str(), static_cast<DWORD>(value.size() + 1));
+                      const std::string& value,
+                      DWORD type) {
+  setValue(storeRoot() + section, name, value, type);
 }
 
 void ScopedStore::remove(const std::string& section, const std::string& name) {
@@ -118,19 +128,35 @@ ScopedPolicy::~ScopedPolicy() {
 }
 
 void ScopedPolicy::set(const std::string& section, const std::string& name, DWORD value) {
-  setDword(root() + section, name, value);
+  setValue(root() + section, name, value);
 }
 
 void ScopedPolicy::set(const std::string& section,
                        const std::string& name,
                        const std::string& value,
                        DWORD type) {
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (root() + section).c_str(), name.c_str(), type, value.c_str(),
-                  static_cast<DWORD>(value.size() + 1));
+  setValue(root() + section, name, value, type);
 }
 
 void ScopedPolicy::remove(const std::string& section, const std::string& name) {
   RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, (root() + section).c_str(), name.c_str());
+}
+
+void stageUpdateRun(ScopedStore& store, const std::string& driver) {
+  const std::string updater = "Settings\\Updater";
+  store.set(updater, "WebUpdaterDllPath", executableDirectory());
+  store.set(updater, "WebServerUrl", "http://svc/[package_code]");
+  store.set(updater, "TandemOrreryVersionPackageCode", "cs");
+  store.set(updater, "TandemCatalogVersionPackageCode", "cd");
+  store.set(updater, "TandemOrreryDownloadPackageCode", "ds");
+  store.set(updater, "TandemCatalogDownloadPackageCode", "dd");
+  store.set(updater, "PrinterPollInterval", 1);
+  store.set("Settings\\", "DriverName", driver);
+}
+
+void setCommandLine(const std::string& commandLine) {
+  CommandLineParams::destroyInstance();
+  CommandLineParams::createInstance(commandLine);
 }
 
 void restartLogger() {
@@ -142,14 +168,14 @@ void restartLogger() {
 LogCapture::LogCapture(DWORD allMask, bool headers, const std::map<std::string, DWORD>& switches)
     : path_(Logger::getLogFilePath()) {
   const std::string logger = storeRoot() + "Logger";
-  setDword(logger, "startLog", 1);
-  setDword(logger, "All", allMask);
+  setValue(logger, "startLog", 1);
+  setValue(logger, "All", allMask);
   for (const char* component : {"Updater", "RulesEng", "QNV", "Catalog"})
-    setDword(logger, component, 0);
+    setValue(logger, component, 0);
   for (const char* header : {"Clocktime_In_Header", "Proc_Id_In_Header", "Thread_Id_In_Header"})
-    setDword(logger, header, headers ? 1 : 0);
+    setValue(logger, header, headers ? 1 : 0);
   for (const auto& [name, value] : switches)
-    setDword(logger, name, value);
+    setValue(logger, name, value);
   restartLogger();
   start_ = readFile(path_).size();
 }
@@ -376,10 +402,11 @@ bool setKeySecurity(const std::string& path, const char* sddl) {
   PSID owner = nullptr;
   PACL dacl = nullptr;
   BOOL present = FALSE, defaulted = FALSE;
+  const bool withOwner = sddl[0] == 'O';
   const SECURITY_INFORMATION what =
-      DACL_SECURITY_INFORMATION | (sddl[0] == 'O' ? OWNER_SECURITY_INFORMATION : 0);
-  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, WRITE_DAC | WRITE_OWNER,
-                       key.receive()) == ERROR_SUCCESS &&
+      DACL_SECURITY_INFORMATION | (withOwner ? OWNER_SECURITY_INFORMATION : 0);
+  return RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0,
+                       WRITE_DAC | (withOwner ? WRITE_OWNER : 0), key.receive()) == ERROR_SUCCESS &&
          ConvertStringSecurityDescriptorToSecurityDescriptorA(sddl, SDDL_REVISION_1,
                                                               descriptor.receive(), nullptr) &&
          GetSecurityDescriptorOwner(descriptor.get(), &owner, &defaulted) &&
@@ -415,6 +442,20 @@ std::string runCopy(const std::string& source,
   RegDeleteKeyA(HKEY_CURRENT_USER, versionKey.c_str());
   DeleteFileA(path.c_str());
   return output;
+}
+
+std::string utcFromNow(long long seconds) {
+  FILETIME time;
+  GetSystemTimeAsFileTime(&time);
+  ULARGE_INTEGER ticks = {{time.dwLowDateTime, time.dwHighDateTime}};
+  ticks.QuadPart += static_cast<unsigned long long>(seconds * 10000000LL);
+  time = {ticks.LowPart, ticks.HighPart};
+  SYSTEMTIME parts;
+  FileTimeToSystemTime(&time, &parts);
+  char text[32];
+  snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02uZ", parts.wYear, parts.wMonth,
+           parts.wDay, parts.wHour, parts.wMinute, parts.wSecond);
+  return text;
 }
 
 std::map<std::string, std::string> facts(const std::string& output) {

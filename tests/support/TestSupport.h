@@ -18,8 +18,7 @@
 // Helpers of the test executables, over the real Wine registry, files, processes and stand-ins.
 namespace testsupport {
 
-// This executable's local id (e.g. "pdse"), its store root (scope 0, e.g.
-// "Software\PardoInkJet\QNV\Local\pdse\") and its product family's key.
+// This executable's local id ("pdse"), store root (scope 0) and product family's key.
 inline const auto localId = [] { return Localize::getInstance()->getLocalId(); };
 inline const auto storeRoot = [] { return Localize::getInstance()->getRegistryPath(0); };
 inline const auto familyPath = [] {
@@ -29,16 +28,21 @@ inline const auto familyPath = [] {
 bool keyExists(const std::string& path);
 // A DWORD in decimal, a string as it is, strings (REG_MULTI_SZ) one a line, or "none".
 std::string registryValue(const std::string& path, const std::string& name);
+// Creates the key as needed; false when it could not. A REG_MULTI_SZ `value` holds its strings,
+// each ended by '\0'.
+bool setValue(const std::string& path, const std::string& name, DWORD value);
+bool setValue(const std::string& path,
+              const std::string& name,
+              const std::string& value,
+              DWORD type = REG_SZ);
 // Deletes a registry link as the link, never its target.
 void deleteKeyTree(const std::string& path);
-// Makes the key `path` a registry link to the key `target` (both ASCII), as a user may where
-// Everyone has full control; false when it could not.
+// Makes the key `path` a registry link to the key `target` (both ASCII); false when it could not.
 bool makeLink(const std::string& path, const std::string& target);
 // Whether the key `path` is there and is a link.
 bool isLinkKey(const std::string& path);
 
-// This executable's settings store for the length of a scope; the whole product-family key is
-// deleted before and after, so that every test starts from an empty registry.
+// This executable's settings store for a scope; the family's key is deleted before and after.
 class ScopedStore {
  public:
   ScopedStore();
@@ -47,16 +51,17 @@ class ScopedStore {
   ScopedStore& operator=(const ScopedStore&) = delete;
 
   void set(const std::string& section, const std::string& name, DWORD value);
-  void set(const std::string& section, const std::string& name, const std::string& value);
+  void set(const std::string& section,
+           const std::string& name,
+           const std::string& value,
+           DWORD type = REG_SZ);
   void remove(const std::string& section, const std::string& name);
   std::string get(const std::string& section, const std::string& name) const {
     return registryValue(storeRoot() + section, name);
   }
 };
 
-// This executable's policy key, "Software\Policies\<family>\QNV\Local\<local id>\", for the
-// length of a scope: the family's policy key is deleted before and after. set() writes a value of
-// any type ("type" as the registry's REG_ constants).
+// This executable's policy key for a scope; the family's policy key is deleted before and after.
 class ScopedPolicy {
  public:
   ScopedPolicy();
@@ -73,9 +78,14 @@ class ScopedPolicy {
   void remove(const std::string& section, const std::string& name);
 };
 
-// Turns the log on with the given "All" mask (component masks 0, then `switches`) for the length
-// of a scope and reads back the lines written meanwhile; the logger is recreated at both ends, so
-// that its switch cache starts empty. Needs a ScopedStore.
+// The store of an update run against the stand-in library beside the tests (package codes "cs" and
+// "cd" for the checks, "ds" and "dd" for the downloads) and the printers of `driver`.
+void stageUpdateRun(ScopedStore& store, const std::string& driver);
+// This process's command line as the program reads it.
+void setCommandLine(const std::string& commandLine);
+
+// The log on with the "All" mask (component masks 0, then `switches`) for a scope, and the lines
+// written meanwhile; the logger is recreated at both ends. Needs a ScopedStore.
 class LogCapture {
  public:
   explicit LogCapture(DWORD allMask = 0xFFFFFFFF,
@@ -127,8 +137,7 @@ inline bool fileExists(const std::string& path) {
 }
 std::vector<std::string> splitLines(const std::string& text);  // CR LF or LF lines.
 
-// A process started with its stdout and stderr going to files; ended (if still running) when the
-// object goes.
+// A process with its stdout and stderr going to files; ended, if still running, with the object.
 class Process {
  public:
   explicit Process(const std::string& commandLine);
@@ -156,18 +165,15 @@ class Process {
   ScopedHandle process_;
 };
 
-// Another process (the helper, or its copy named `copy` beside the tests, removed at the end)
-// that holds the named mutex `name` from construction until letGo(), then releases it, or ends
-// without releasing it ("abandon").
+// The helper (or its copy named `copy`) holding the mutex `name` until letGo(), then releasing
+// or ("abandon") abandoning it.
 class MutexHolder {
  public:
   MutexHolder(const std::string& name,
               const std::string& mode = "release",
               const std::string& copy = "test_helper.exe");
   ~MutexHolder();
-  // Whether the helper took the mutex.
   bool holds() const { return holds_; }
-  // Lets the helper go on and waits until it has ended.
   void letGo();
 
  private:
@@ -185,9 +191,8 @@ std::string tryMutexElsewhere(const std::string& name);
 std::string dacl(HANDLE object, SE_OBJECT_TYPE type);
 std::string dacl(PSECURITY_DESCRIPTOR descriptor);
 
-// Runs a command line for at most two minutes and returns its stdout; `exitCode` receives its
-// exit code (STILL_ACTIVE when it had to be ended) and `errors` its stderr, which is otherwise
-// appended to the output.
+// A command line's stdout after at most two minutes (its stderr too unless `errors` takes it);
+// `exitCode` is STILL_ACTIVE when it had to be ended.
 std::string runProcess(const std::string& commandLine,
                        DWORD* exitCode = nullptr,
                        std::string* errors = nullptr);
@@ -196,15 +201,16 @@ std::string runProcess(const std::string& commandLine,
 std::string executableDirectory();
 std::string besideTests(const std::string& name, const std::string& arguments = "");
 
-// Runs a copy named `copy` of the executable `source` beside the tests (its first four characters
-// are its local id), presented by Wine as `wineVersion` ("winxp", "win7") unless that is empty,
-// as runProcess() does. The copy is removed afterwards.
+// runProcess() of a copy `copy` of the executable `source` beside the tests (its first four
+// characters its local id), that Wine presents as `wineVersion` ("winxp") unless empty.
 std::string runCopy(const std::string& source,
                     const std::string& copy,
                     const std::string& arguments,
                     const std::string& wineVersion = "",
                     DWORD* exitCode = nullptr,
                     std::string* errors = nullptr);
+// UTC now moved by `seconds`, as "2026-01-02T03:04:05Z".
+std::string utcFromNow(long long seconds);
 // The "key=value" lines of an output.
 std::map<std::string, std::string> facts(const std::string& output);
 
@@ -212,8 +218,7 @@ std::map<std::string, std::string> facts(const std::string& output);
 // the tests: trustFixture("listed.pkg"); a signer's public key hash, publisherHash("listed").
 std::string trustFixture(const std::string& name);
 std::string publisherHash(const std::string& signer);
-// Whether the fixtures' test root is a trusted root in this process (scripts/with-trusted-root.sh
-// made it one), asked of the system's own chain engine; "" when it is, else why not, for a skip.
+// "" when the fixtures' test root is trusted here (scripts/with-trusted-root.sh), else why not.
 std::string whyTestRootUntrusted();
 // Skips the test where the fixtures' test root is not trusted, saying why.
 #define SKIP_WITHOUT_TEST_ROOT()                                       \
@@ -222,12 +227,13 @@ std::string whyTestRootUntrusted();
     if (!untrusted.empty())                                            \
       GTEST_SKIP() << untrusted;                                       \
   } while (false)
-// Sets the owner and DACL of the key `path` below HKEY_LOCAL_MACHINE from SDDL ("O:BAD:P(...)");
-// false when the system refused. Under Wine the DACL lives as long as the wineserver.
+// Sets the DACL, and the owner when it starts with one ("O:BAD:P(...)"), of the key `path` below
+// HKEY_LOCAL_MACHINE from SDDL; false when the system refused. Under Wine the DACL lives as long as
+// the wineserver.
 bool setKeySecurity(const std::string& path, const char* sddl);
 
-// A stand-in DLL's scenario file, named by the environment variable `variable` for the length
-// of a scope, and its journal (one line per call served, each led by the caller's process id).
+// A stand-in DLL's scenario file, named by the environment variable `variable` for a scope, and
+// its journal (a line per call served, led by the caller's process id).
 class StandInScenario {
  public:
   StandInScenario(const char* variable, const char* separator)
@@ -236,8 +242,7 @@ class StandInScenario {
   }
   ~StandInScenario() { SetEnvironmentVariableA(variable_, nullptr); }
 
-  // This process's calls of `function` (of every function when empty), in order, without the
-  // process id.
+  // This process's calls of `function` (of every function when empty), without the process id.
   std::vector<std::string> calls(const std::string& function = "") const;
   void clearJournal() { DeleteFileA(journal_.c_str()); }
   // Every process's calls, as the journal holds them.
@@ -259,8 +264,7 @@ class SpoolerScenario : public StandInScenario {
  public:
   SpoolerScenario() : StandInScenario("SPOOLER_SCENARIO", " ") { write({}); }
 
-  // Presents these printers, and a GetPrinterDriverDirectoryA that fails with
-  // `failDriverDirectory` unless it is 0; the stand-in's printer state starts afresh.
+  // These printers, and GetPrinterDriverDirectoryA failing with `failDriverDirectory` unless 0.
   void write(const std::vector<PrinterScenario>& printers, DWORD failDriverDirectory = 0);
   // The printer names of the calls of `function` that contain `filter` ("command=2 result=1").
   std::vector<std::string> names(const std::string& function, const std::string& filter = "") const;
@@ -293,9 +297,8 @@ class WebUpdaterScenario : public StandInScenario {
   WebUpdaterScenario& check(const std::string& url, const std::string& value) {
     return rule(0, url, value);
   }
-  // "<code>,<buffer|alloc|null|empty|full|named>,<file path>": "empty" hands back a block of 0
-  // bytes, "full" fills the buffer with no terminator, "named" the path alone, with no file
-  // written.
+  // "<code>,<buffer|alloc|null|empty|full|named>,<file path>": "empty" a block of 0 bytes, "full"
+  // a buffer with no terminator, "named" the path alone, with no file written.
   WebUpdaterScenario& download(const std::string& url, const std::string& value) {
     return rule(1, url, value);
   }

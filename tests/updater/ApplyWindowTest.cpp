@@ -48,11 +48,11 @@ TIME_ZONE_INFORMATION zone(LONG bias, SYSTEMTIME toStandard, SYSTEMTIME toDaylig
 
 const TIME_ZONE_INFORMATION kUtc = zone(0, {}, {});
 // US Eastern: from the second Sunday of March 02:00 to the first Sunday of November 02:00.
-const TIME_ZONE_INFORMATION kEastern = zone(300, sunday(11, 1, 2), sunday(3, 2, 2));
+const TIME_ZONE_INFORMATION kUs = zone(300, sunday(11, 1, 2), sunday(3, 2, 2));
 // Central European: from the last Sunday of March 02:00 to the last Sunday of October 03:00.
-const TIME_ZONE_INFORMATION kCentralEurope = zone(-60, sunday(10, 5, 3), sunday(3, 5, 2));
+const TIME_ZONE_INFORMATION kCet = zone(-60, sunday(10, 5, 3), sunday(3, 5, 2));
 
-const DWORD kMonday = 2, kSunday = 1;
+const DWORD kMonday = 2, kSunday = 1, kAll = ApplyWindow::kEveryDay;
 
 struct Row {
   const char* what;
@@ -67,50 +67,40 @@ struct Row {
 // 2024-06-17 is a Monday; 2024-03-10 and 2024-11-03 the US changes, 2024-03-31 and 2024-10-27
 // the European ones.
 const Row kRows[] = {
-    {"before", &kUtc, 1320, 180, ApplyWindow::kEveryDay, "2024-06-17 21:59", 0, true,
-     "2024-06-17 22:00"},
-    {"first minute", &kUtc, 1320, 180, ApplyWindow::kEveryDay, "2024-06-17 22:00", 180, false,
+    {"before", &kUtc, 1320, 180, kAll, "2024-06-17 21:59", 0, true, "2024-06-17 22:00"},
+    {"first minute", &kUtc, 1320, 180, kAll, "2024-06-17 22:00", 180, false, "2024-06-18 22:00"},
+    {"after midnight", &kUtc, 1320, 180, kAll, "2024-06-18 00:30", 30, false, "2024-06-18 22:00"},
+    {"more than the reserve", &kUtc, 1320, 180, kAll, "2024-06-18 00:44", 16, false,
      "2024-06-18 22:00"},
-    {"after midnight", &kUtc, 1320, 180, ApplyWindow::kEveryDay, "2024-06-18 00:30", 30, false,
-     "2024-06-18 22:00"},
-    {"more than the reserve", &kUtc, 1320, 180, ApplyWindow::kEveryDay, "2024-06-18 00:44", 16,
-     false, "2024-06-18 22:00"},
-    {"the reserve", &kUtc, 1320, 180, ApplyWindow::kEveryDay, "2024-06-18 00:45", 15, true,
-     "2024-06-18 22:00"},
-    {"last minute", &kUtc, 1320, 180, ApplyWindow::kEveryDay, "2024-06-18 00:59", 1, true,
-     "2024-06-18 22:00"},
-    {"its end", &kUtc, 1320, 180, ApplyWindow::kEveryDay, "2024-06-18 01:00", 0, true,
-     "2024-06-18 22:00"},
+    {"the reserve", &kUtc, 1320, 180, kAll, "2024-06-18 00:45", 15, true, "2024-06-18 22:00"},
+    {"last minute", &kUtc, 1320, 180, kAll, "2024-06-18 00:59", 1, true, "2024-06-18 22:00"},
+    {"its end", &kUtc, 1320, 180, kAll, "2024-06-18 01:00", 0, true, "2024-06-18 22:00"},
     {"Monday's, on Tuesday", &kUtc, 1320, 180, kMonday, "2024-06-18 00:30", 30, false,
      "2024-06-24 22:00"},
     {"not on Tuesday", &kUtc, 1320, 180, kMonday, "2024-06-18 22:30", 0, true, "2024-06-24 22:00"},
     {"Sunday is bit 1", &kUtc, 1320, 180, kSunday, "2024-06-16 22:30", 150, false,
      "2024-06-23 22:00"},
-    {"a whole day, every day", &kUtc, 0, 1440, ApplyWindow::kEveryDay, "2024-06-17 23:59", 11521,
-     false, "2024-06-18 00:00"},
+    {"a whole day, every day", &kUtc, 0, 1440, kAll, "2024-06-17 23:59", 11521, false,
+     "2024-06-18 00:00"},
     {"a whole Monday", &kUtc, 0, 1440, kMonday, "2024-06-17 23:59", 1, true, "2024-06-24 00:00"},
-    {"local time", &kEastern, 1320, 180, ApplyWindow::kEveryDay, "2024-06-18 02:30", 150, false,
-     "2024-06-19 02:00"},
-    {"US spring, before", &kEastern, 150, 60, ApplyWindow::kEveryDay, "2024-03-10 06:59", 0, true,
-     "2024-03-10 07:00"},
-    {"US spring, the start in the gap", &kEastern, 150, 60, ApplyWindow::kEveryDay,
-     "2024-03-10 07:00", 30, false, "2024-03-11 06:30"},
-    {"US autumn, first 01:30", &kEastern, 90, 60, ApplyWindow::kEveryDay, "2024-11-03 05:30", 120,
-     false, "2024-11-04 06:30"},
-    {"US autumn, second 01:45", &kEastern, 90, 60, ApplyWindow::kEveryDay, "2024-11-03 06:45", 45,
-     false, "2024-11-04 06:30"},
-    {"US autumn, before", &kEastern, 90, 60, ApplyWindow::kEveryDay, "2024-11-03 05:29", 0, true,
-     "2024-11-03 05:30"},
-    {"CET spring, before", &kCentralEurope, 120, 120, ApplyWindow::kEveryDay, "2024-03-31 00:59", 0,
-     true, "2024-03-31 01:00"},
-    {"CET spring, the start in the gap", &kCentralEurope, 120, 120, ApplyWindow::kEveryDay,
-     "2024-03-31 01:00", 60, false, "2024-04-01 00:00"},
-    {"CET autumn, first 02:30", &kCentralEurope, 150, 60, ApplyWindow::kEveryDay,
-     "2024-10-27 00:30", 120, false, "2024-10-28 01:30"},
-    {"CET autumn, second 02:30", &kCentralEurope, 150, 60, ApplyWindow::kEveryDay,
-     "2024-10-27 01:30", 60, false, "2024-10-28 01:30"},
-    {"CET autumn, the day before", &kCentralEurope, 150, 60, ApplyWindow::kEveryDay,
-     "2024-10-26 23:00", 0, true, "2024-10-27 00:30"},
+    {"local time", &kUs, 1320, 180, kAll, "2024-06-18 02:30", 150, false, "2024-06-19 02:00"},
+    {"US spring, before", &kUs, 150, 60, kAll, "2024-03-10 06:59", 0, true, "2024-03-10 07:00"},
+    {"US spring, the start in the gap", &kUs, 150, 60, kAll, "2024-03-10 07:00", 30, false,
+     "2024-03-11 06:30"},
+    {"US autumn, first 01:30", &kUs, 90, 60, kAll, "2024-11-03 05:30", 120, false,
+     "2024-11-04 06:30"},
+    {"US autumn, second 01:45", &kUs, 90, 60, kAll, "2024-11-03 06:45", 45, false,
+     "2024-11-04 06:30"},
+    {"US autumn, before", &kUs, 90, 60, kAll, "2024-11-03 05:29", 0, true, "2024-11-03 05:30"},
+    {"CET spring, before", &kCet, 120, 120, kAll, "2024-03-31 00:59", 0, true, "2024-03-31 01:00"},
+    {"CET spring, the start in the gap", &kCet, 120, 120, kAll, "2024-03-31 01:00", 60, false,
+     "2024-04-01 00:00"},
+    {"CET autumn, first 02:30", &kCet, 150, 60, kAll, "2024-10-27 00:30", 120, false,
+     "2024-10-28 01:30"},
+    {"CET autumn, second 02:30", &kCet, 150, 60, kAll, "2024-10-27 01:30", 60, false,
+     "2024-10-28 01:30"},
+    {"CET autumn, the day before", &kCet, 150, 60, kAll, "2024-10-26 23:00", 0, true,
+     "2024-10-27 00:30"},
 };
 
 }  // namespace

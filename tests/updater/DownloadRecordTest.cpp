@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <sddl.h>
-
 #include "support/TestSupport.h"
 #include "updater/DownloadRecord.h"
 
@@ -30,10 +28,8 @@ class DownloadRecordTest : public testing::Test {
   // Writes `entries` (joined by "\n") as the note in the key `where`.
   static void forge(const char* where, std::string entries) {
     std::replace(entries.begin(), entries.end(), '\n', '\0');
-    entries += '\0';
-    RegSetKeyValueA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + where).c_str(),
-                    "PendingDownloads", REG_MULTI_SZ, entries.c_str(),
-                    static_cast<DWORD>(entries.size() + 1));
+    testsupport::setValue(testsupport::storeRoot() + where, "PendingDownloads", entries + '\0',
+                          REG_MULTI_SZ);
   }
 
   testsupport::ScopedStore store_;
@@ -141,15 +137,9 @@ TEST_F(DownloadRecordTest, ANoteWhereUsersCanWriteDeletesNothing) {
       store_.remove(kRecords, "PendingDownloads");
       forge(kEarlierPlace, entries);
     } else if (where == std::string(kEveryone)) {
-      ScopedLocal descriptor;
-      ConvertStringSecurityDescriptorToSecurityDescriptorA(
-          "D:(A;;KA;;;SY)(A;;KA;;;BA)(A;;KR;;;BU)(A;;KW;;;WD)", SDDL_REVISION_1,
-          descriptor.receive(), nullptr);
-      ScopedKey key;
-      RegOpenKeyExA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + kRecords).c_str(), 0,
-                    KEY_ALL_ACCESS, key.receive());
-      ASSERT_EQ(ERROR_SUCCESS,
-                RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.get()));
+      ASSERT_TRUE(
+          testsupport::setKeySecurity(testsupport::storeRoot() + kRecords,
+                                      "D:(A;;KA;;;SY)(A;;KA;;;BA)(A;;KR;;;BU)(A;;KW;;;WD)"));
     }
     testsupport::LogCapture log(0);
     EXPECT_TRUE(DownloadRecord::recoverAbandonedDownloads());

@@ -6,7 +6,6 @@
 
 #include "printers/DeviceEnumerator.h"
 #include "support/TestSupport.h"
-#include "updater/CommandLineParams.h"
 #include "updater/PackageTrust.h"
 #include "updater/RunResults.h"
 #include "updater/UpdatesController.h"
@@ -26,28 +25,17 @@ const char kSubject[] = "'O=Orrery Tests, CN=Orrery Test Publisher ";
 class PackageTrustTest : public testing::Test {
  protected:
   void SetUp() override {
-    store_.set(kUpdater, "WebUpdaterDllPath", testsupport::executableDirectory());
-    store_.set(kUpdater, "WebServerUrl", "http://svc/[package_code]");
-    store_.set(kUpdater, "TandemOrreryVersionPackageCode", "cs");
-    store_.set(kUpdater, "TandemCatalogVersionPackageCode", "cd");
-    store_.set(kUpdater, "TandemOrreryDownloadPackageCode", "ds");
-    store_.set(kUpdater, "TandemCatalogDownloadPackageCode", "dd");
-    store_.set(kUpdater, "PrinterPollInterval", 1);
-    store_.set("Settings\\", "DriverName", kDriver);
+    testsupport::stageUpdateRun(store_, kDriver);
     spooler_.write({PrinterScenario{"Office Inkjet", kDriver}});
-    setCommandLine("");
+    testsupport::setCommandLine("");
   }
   void TearDown() override {
     DeviceEnumerator::destroy();
-    setCommandLine("");
+    testsupport::setCommandLine("");
     testsupport::removeTree("C:\\ProgramData\\Corvane Inkjet Driver");
     testsupport::removeTree(PackageTrust::folderPath());
   }
 
-  static void setCommandLine(const std::string& commandLine) {
-    CommandLineParams::destroyInstance();
-    CommandLineParams::createInstance(commandLine);
-  }
   // The hashes of the signers named in `signers` ("listed second"), as a policy list.
   void trust(const std::string& signers) {
     std::string list;
@@ -68,7 +56,7 @@ class PackageTrustTest : public testing::Test {
             CopyFileA(testsupport::trustFixture(fixture + ".pkg").c_str(), file.c_str(), FALSE));
       }
     }
-    setCommandLine(software.empty() ? "" : "-UAC");
+    testsupport::setCommandLine(software.empty() ? "" : "-UAC");
     library_.clear()
         .check("cs", software.empty() ? "2" : "3,1.1")
         .check("cd", catalog.empty() ? "2" : "3,2026.2")
@@ -294,9 +282,7 @@ TEST_F(PackageTrustTest, ALibrarySignedByAnUnlistedKeyIsNotLoaded) {
 TEST_F(PackageTrustTest, ARunTakesTheListOfALockedStoreAndNotOfAnOpenOne) {
   SKIP_WITHOUT_TEST_ROOT();
   const std::string list = testsupport::publisherHash("unlisted");
-  RegSetKeyValueA(HKEY_LOCAL_MACHINE, (testsupport::storeRoot() + kUpdater).c_str(),
-                  "TrustedPublishers", REG_MULTI_SZ, (list + '\0').c_str(),
-                  static_cast<DWORD>(list.size() + 2));
+  store_.set(kUpdater, "TrustedPublishers", list + '\0', REG_MULTI_SZ);
   const std::string root = testsupport::storeRoot();
   for (const bool locked : {true, false}) {
     for (const std::string& key : {root.substr(0, root.size() - 1), root + kUpdater}) {

@@ -47,15 +47,7 @@ fakeShellExecute(HWND, LPCSTR verb, LPCSTR file, LPCSTR parameters, LPCSTR direc
 class UpdatesControllerTest : public testing::Test {
  protected:
   void SetUp() override {
-    const std::string updater = "Settings\\Updater";
-    store_.set(updater, "WebUpdaterDllPath", testsupport::executableDirectory());
-    store_.set(updater, "WebServerUrl", "http://svc/[package_code]");
-    store_.set(updater, "TandemOrreryVersionPackageCode", "cs");
-    store_.set(updater, "TandemCatalogVersionPackageCode", "cd");
-    store_.set(updater, "TandemOrreryDownloadPackageCode", "ds");
-    store_.set(updater, "TandemCatalogDownloadPackageCode", "dd");
-    store_.set(updater, "PrinterPollInterval", 1);
-    store_.set("Settings\\", "DriverName", kDriver);
+    testsupport::stageUpdateRun(store_, kDriver);
     // The installed versions that the run's status reports.
     store_.set("Settings\\", "DllPath", files_.path());
     store_.set("Settings\\", "DataPath", files_.path());
@@ -64,19 +56,15 @@ class UpdatesControllerTest : public testing::Test {
     g_relaunches.clear();
     g_shellResult = 42;
     ElevatedRelaunch::setShellExecuteFunction(&fakeShellExecute);
-    setCommandLine("");
+    testsupport::setCommandLine("");
   }
   void TearDown() override {
     ElevatedRelaunch::setShellExecuteFunction(nullptr);
     DeviceEnumerator::destroy();
-    setCommandLine("");
+    testsupport::setCommandLine("");
     testsupport::removeTree("C:\\ProgramData\\Corvane Inkjet Driver");
   }
 
-  static void setCommandLine(const std::string& commandLine) {
-    CommandLineParams::destroyInstance();
-    CommandLineParams::createInstance(commandLine);
-  }
   // The library's checks, downloads and applies, in order: "c", "d" or "a", then "s" for the
   // software or "d" for the catalog data.
   std::string libraryCalls() const {
@@ -304,7 +292,7 @@ TEST_P(UpdateRunMatrix, TakesTheDecisionsAndLeavesTheMachineAsExpected) {
       store_.set("Settings\\Updater", flag, 2);
   }
   store_.set("Settings\\Updater", "DoNotDeleteDownloadedFiles", has(row.given, "keep-files"));
-  setCommandLine(has(row.given, "-UAC") ? "-UAC" : "");
+  testsupport::setCommandLine(has(row.given, "-UAC") ? "-UAC" : "");
   const std::string held = valueOf(row.given, "held", "");
   std::optional<testsupport::MutexHolder> holder;
   if (!held.empty())
@@ -581,15 +569,9 @@ TEST_F(UpdatesControllerTest, ScheduledStartsRunOnlyWhenDueAndUpdateModeOffLoads
   const std::string helper = testsupport::localId() + "_helper.exe";
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
-    FILETIME now;
-    GetSystemTimeAsFileTime(&now);
-    ULARGE_INTEGER hourAgo = {{now.dwLowDateTime, now.dwHighDateTime}};
-    hourAgo.QuadPart -= 3600ULL * 10000000ULL;
-    now = {hourAgo.LowPart, hourAgo.HighPart};
-    SYSTEMTIME then;
-    FileTimeToSystemTime(&now, &then);
-    const std::string lastCheck =
-        std::string(row.lastCheck) == "an hour ago" ? RunStatus::formatUtc(then) : row.lastCheck;
+    const std::string lastCheck = std::string(row.lastCheck) == "an hour ago"
+                                      ? testsupport::utcFromNow(-3600)
+                                      : row.lastCheck;
     store_.set("Status", "LastCheck", lastCheck);
     store_.set("Status", "LastResult", "Offline");
     store_.set("Settings\\Updater", "UpdateMode", row.mode);
