@@ -262,13 +262,20 @@ bool DownloadRecord::deleteFile(const std::string& path) {
       remove(path);
     return deletion == Deletion::kDeleted;
   }
+  // Not noted: the library named no file that could be noted when it had downloaded it. Whatever is
+  // there now passes the same checks, against its folder as it is now; nothing there, nothing said.
+  if (path.empty() || GetFileAttributesA(path.c_str()) == INVALID_FILE_ATTRIBUTES)
+    return false;
   if (isProgramFile(path)) {
     BasicLogger::getInstance().write(
         kLogUpdater, LOG_ALWAYS,
         "DownloadRecord: not deleting '" + path + "': a file of the program's own");
     return false;
   }
-  return DeleteFileA(path.c_str()) != FALSE;
+  const ScopedHandle folder(openItself(folderOf(path), FILE_READ_ATTRIBUTES,
+                                       FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+  DWORD error = 0;
+  return deleteChecked(Entry{identityOf(folder.get()), 0, path}, error) == Deletion::kDeleted;
 }
 
 void DownloadRecord::writeEntries() {

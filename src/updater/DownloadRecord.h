@@ -54,9 +54,10 @@ class DownloadRecord {
   // be deleted stays recorded, for a later run to delete.
   void cleanUp(const std::string& softwarePath, const std::string& dataPath, FunctionTrace& trace);
   // Deletes `path`, a download this run is done with, and takes it out of the note, also when it
-  // is gone already. A noted download is deleted only as a dead run's would be (see below): a
-  // refusal is logged, always, and the file stays. Never deletes the program's executable, its log
-  // or its settings file. True when the file was deleted.
+  // is gone already. It is deleted only as a dead run's download would be (see below), a path
+  // that was not noted against its folder as it is now: a refusal is logged, always, and the file
+  // stays. Never deletes the program's executable, its log or its settings file. True when the
+  // file was deleted.
   bool deleteFile(const std::string& path);
 
   // Deletes, as above, the files that the note of a run that is gone names and that are still

@@ -235,14 +235,16 @@ class ShippedProgram(unittest.TestCase):
         self.assertTrue(any("DownloadRecord: not deleting 'C:\\e2elink\\victim.pkg': a link in its path"
                             in l for l in recovered), recovered)
 
-        # A catalog that the library says it put at a link to a folder is not recorded, and the
-        # folder stays; nothing is left to recover.
+        # A catalog that the library says it put at a link to a folder is not recorded, nor deleted
+        # through the link after the apply (the log says so), and the folder stays.
         self.library(software="2", data="3,2026.3", apply="1", data_download=r"0,named,C:\e2elink")
         self.run_program()
         self.assertIsNone(self.record("PendingDownloads"))
         self.assertIn(r"'C:\e2elink' is not recorded: not a regular file", self.prefix.read(LOG))
         self.assertTrue(self.prefix.exists(r"C:\e2e\victim.pkg"))
-        self.assertEqual(recovered, self.recovery_lines())
+        self.assertEqual(["DownloadRecord: not deleting 'C:\\e2elink': a link in its path"],
+                         [l.split("Updater", 1)[1].strip()
+                          for l in self.recovery_lines()[len(recovered):]])
 
         # Users may make folders in C:\ProgramData: a catalog folder whose way passes a link gets
         # nothing, and a download below a link is not deleted through it once the run is done.
@@ -260,6 +262,23 @@ class ShippedProgram(unittest.TestCase):
         self.assertEqual([True, False, False], [self.prefix.exists(p) for p in (
             r"C:\e2e\sw2.pkg", r"C:\e2e\data2.pkg", r"C:\e2e\Job Status")])
         self.assertIsNone(self.record("PendingDownloads"))
+
+        # A download that was not there when the library named it (so nothing was recorded), put
+        # there through a link while the apply runs, is not deleted through the link either.
+        self.library(software="3,1.3.0.0", data="2", apply="gate",
+                     download=r"0,named,C:\e2elink\late.pkg")
+        run = self.start()
+        self.addCleanup(run.wait)
+        deadline = time.time() + RUN_LIMIT
+        while not any("late.pkg" in c and "UpdApply" in c for c in self.journal()):
+            self.assertLess(time.time(), deadline, "the run never reached the apply")
+            time.sleep(0.05)
+        self.prefix.write(r"C:\e2e\late.pkg", "package")
+        self.prefix.write(GATE, "")
+        self.assertEqual(0, run.wait(timeout=RUN_LIMIT))
+        self.assertTrue(self.prefix.exists(r"C:\e2e\late.pkg"))
+        self.assertIn(r"DownloadRecord: not deleting 'C:\e2elink\late.pkg': a link in its path",
+                      self.prefix.read(LOG))
 
     def events(self):
         """Runs the program once; its events as (type channel, event id, strings)."""
