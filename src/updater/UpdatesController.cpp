@@ -415,9 +415,10 @@ bool UpdatesController::installDataUpdate(const std::string& dataPath) {
   }
   const int error = InstallTargets::makeDirectory(directory, trace);
   if (error != ERROR_SUCCESS) {
-    results_.catalogApply = {Step::kFailed, error == ERROR_CANT_ACCESS_FILE
-                                                ? "a link in the folder's path"
-                                                : "folder not made, error " + std::to_string(error)};
+    results_.catalogApply = {Step::kFailed,
+                             error == ERROR_CANT_ACCESS_FILE
+                                 ? "a link in the folder's path"
+                                 : "folder not made, error " + std::to_string(error)};
     return trace.returning(false);
   }
   const bool applied = webUpdater_.installUpdateUsingCurrentProcess(dataPath, directory);
