@@ -1,5 +1,6 @@
 #include "system/WriteAccess.h"
 
+#include <aclapi.h>
 #include <sddl.h>
 
 #include "system/UniqueHandle.h"
@@ -106,4 +107,15 @@ std::vector<BYTE> WriteAccess::processAccount() {
   const DWORD length = GetLengthSid(sid);
   const BYTE* bytes = static_cast<const BYTE*>(sid);
   return std::vector<BYTE>(bytes, bytes + length);
+}
+
+std::string WriteAccess::whoElseCanChangeFile(HANDLE handle) {
+  ScopedLocal descriptor;
+  std::vector<BYTE> account = processAccount();
+  if (account.empty() ||
+      GetSecurityInfo(handle, SE_FILE_OBJECT,
+                      OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                      nullptr, nullptr, descriptor.receive()) != ERROR_SUCCESS)
+    return "unknown";
+  return whoElseCanWrite(descriptor.get(), account.data(), kFileRights);
 }

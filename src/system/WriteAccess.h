@@ -44,4 +44,8 @@ std::string whoElseCanWrite(PSECURITY_DESCRIPTOR descriptor,
 // as bytes to hand on as a PSID; empty when the token cannot be read.
 std::vector<BYTE> processAccount();
 
+// whoElseCanWrite() of the file or folder open as `handle` (with READ_CONTROL), for this process's
+// account; "unknown" when its security or the account cannot be read.
+std::string whoElseCanChangeFile(HANDLE handle);
+
 }  // namespace WriteAccess

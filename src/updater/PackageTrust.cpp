@@ -27,19 +27,6 @@ void logAlways(const std::string& text) {
   BasicLogger::getInstance().write(kLogUpdater, LOG_ALWAYS, "PackageTrust: " + text);
 }
 
-// Who besides SYSTEM, the administrators, TrustedInstaller and this process's account can change
-// the folder open as `folder`; "unknown" when its security cannot be read.
-std::string whoElseCanChange(HANDLE folder) {
-  ScopedLocal descriptor;
-  std::vector<BYTE> account = WriteAccess::processAccount();
-  if (account.empty() ||
-      GetSecurityInfo(folder, SE_FILE_OBJECT,
-                      OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                      nullptr, nullptr, descriptor.receive()) != ERROR_SUCCESS)
-    return "unknown";
-  return WriteAccess::whoElseCanWrite(descriptor.get(), account.data(), WriteAccess::kFileRights);
-}
-
 // Copies `from` into the new file `to`; "" or why not.
 std::string copyFile(const std::string& from, const std::string& to) {
   const ScopedHandle source(CreateFileA(from.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
@@ -98,7 +85,7 @@ std::string PackageTrust::holdFolder(const std::string& path) {
   if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0 ||
       (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0)
     return "'" + path + "' is not a folder of its own (a file or a link)";
-  const std::string other = whoElseCanChange(folder.get());
+  const std::string other = WriteAccess::whoElseCanChangeFile(folder.get());
   if (!other.empty())
     return "the folder '" + path + "' can be changed by " + other;
   folders_.push_back(std::move(folder));

@@ -8,22 +8,6 @@
 #include "system/FileSignature.h"
 #include "system/WriteAccess.h"
 
-namespace {
-
-// Who else can change the file or folder open as `handle`.
-std::string whoElseCanChangeObject(HANDLE handle) {
-  ScopedLocal descriptor;
-  std::vector<BYTE> account = WriteAccess::processAccount();
-  if (account.empty() ||
-      GetSecurityInfo(handle, SE_FILE_OBJECT,
-                      OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                      nullptr, nullptr, descriptor.receive()) != ERROR_SUCCESS)
-    return "unknown";
-  return LibraryCheck::whoElseCanChange(descriptor.get(), account.data());
-}
-
-}  // namespace
-
 LibraryCheck::LibraryCheck(const std::string& directory,
                            const std::string& path,
                            bool elevated,
@@ -55,10 +39,10 @@ std::string LibraryCheck::folderAndFileRefusal(const std::string& directory) {
                             FILE_FLAG_BACKUP_SEMANTICS, nullptr));
   if (!folder_.valid())
     return "its folder cannot be held for the check: error " + std::to_string(GetLastError());
-  const std::string folderWriter = whoElseCanChangeObject(folder_.get());
+  const std::string folderWriter = WriteAccess::whoElseCanChangeFile(folder_.get());
   if (!folderWriter.empty())
     return "its folder can be changed by " + folderWriter;
-  const std::string fileWriter = whoElseCanChangeObject(file_.get());
+  const std::string fileWriter = WriteAccess::whoElseCanChangeFile(file_.get());
   if (!fileWriter.empty())
     return "it can be changed by " + fileWriter;
   return std::string();
